@@ -1,0 +1,22 @@
+# Every third-party package comes from the distribution (scripts/install-deps).
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(fmt REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(TBB REQUIRED)
+find_package(tomlplusplus REQUIRED)
+pkg_check_modules(LUA REQUIRED IMPORTED_TARGET lua5.4-c++)
+pkg_check_modules(LIBUSB REQUIRED IMPORTED_TARGET libusb-1.0)
+
+if(NOT TARGET ovex::readerwriterqueue)
+    find_path(READERWRITERQUEUE_INCLUDE_DIR readerwriterqueue/readerwriterqueue.h REQUIRED)
+    add_library(ovex::readerwriterqueue INTERFACE IMPORTED)
+    target_include_directories(ovex::readerwriterqueue INTERFACE ${READERWRITERQUEUE_INCLUDE_DIR})
+endif()
+
+if(OVEX_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(OVEX_BUILD_BENCHMARKS)
+    find_package(benchmark REQUIRED)
+endif()
