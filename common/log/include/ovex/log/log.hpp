@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <string_view>
+#include <system_error>
 
 namespace ovex::log {
 
@@ -69,6 +70,18 @@ std::string_view SeverityName(int verbosity) noexcept;
 #define OVEX_LOG_WARN(...) OVEX_LOG(::ovex::log::kWarning, __VA_ARGS__)
 #define OVEX_LOG_INFO(...) OVEX_LOG(::ovex::log::kInfo, __VA_ARGS__)
 #define OVEX_LOG_DEBUG(...) OVEX_LOG(::ovex::log::kDebug, __VA_ARGS__)
+
+// Logs a format whose last two conversions are "%s: %s", filled with the category's name and
+// the message of a std::error_code, as in "Failed to connect - %s: %s.".
+#define OVEX_LOG_EC(verbosity, format, ec, ...)                                          \
+    do {                                                                                  \
+        if (::ovex::log::Admits(verbosity)) {                                             \
+            const ::std::error_code& ovex_log_ec_ = (ec);                                 \
+            ::ovex::log::Write((verbosity), __FILE__, __LINE__, format, ##__VA_ARGS__,    \
+                               ovex_log_ec_.category().name(),                            \
+                               ovex_log_ec_.message().c_str());                           \
+        }                                                                                 \
+    } while (false)
 
 // Guards a condition that the library's own logic excludes; a failure ends the process.
 #define OVEX_CHECK(condition, ...)                                                     \

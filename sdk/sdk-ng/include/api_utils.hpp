@@ -1,0 +1,78 @@
+#pragma once
+
+// The frame of every exported call: handle check, call announcement, exception barrier.
+
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <source_location>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "ovexsdk.h"
+#include "ovex/log/log.hpp"
+
+namespace ovex::sdk {
+
+class Context;
+
+namespace api_detail {
+
+bool HasMagic(const ovexsdk_dev_ctx* handle) noexcept;
+Context& ContextOf(ovexsdk_dev_ctx* handle) noexcept;
+void StoreLastException(Context& context, std::string text);
+
+// The bare function name of a compiler-supplied signature: the word before the first "(".
+std::string_view BareFunctionName(std::string_view signature);
+
+void LogInvocation(const std::source_location& location);
+
+}  // namespace api_detail
+
+// Runs `impl` on the context behind `handle`. A null handle or one without the magic gives
+// OVEXSDK_ERR_INVALID and no log line. No exception leaves: its text is kept in the context,
+// logged, and the call gives OVEXSDK_ERR_FAILED.
+template <typename... Params, typename... Args>
+ovexsdk_err_code api_call(ovexsdk_dev_ctx* handle, ovexsdk_err_code (*impl)(Context&, Params...),
+                          const std::source_location& location, Args&&... args) noexcept {
+    if (!api_detail::HasMagic(handle)) {
+        return OVEXSDK_ERR_INVALID;
+    }
+    Context& context = api_detail::ContextOf(handle);
+    try {
+        if (ovex::log::Admits(ovex::log::kDebug)) {
+            api_detail::LogInvocation(location);
+        }
+        return impl(context, std::forward<Args>(args)...);
+    } catch (const std::exception& e) {
+        try {
+            api_detail::StoreLastException(context, e.what());
+            OVEX_LOG_ERROR("SDK API call failed with an exception: %s.", e.what());
+        } catch (...) {
+        }
+        return OVEXSDK_ERR_FAILED;
+    } catch (...) {
+        try {
+            api_detail::StoreLastException(context, "unknown exception");
+            OVEX_LOG_ERROR("SDK API call failed with an unknown exception.");
+        } catch (...) {
+        }
+        return OVEXSDK_ERR_FAILED;
+    }
+}
+
+// Copies text into a fixed field: zero-filled, at most N - 1 characters, always terminated.
+template <std::size_t N>
+void CopyTextField(char (&field)[N], std::string_view text) noexcept {
+    std::memset(field, 0, N);
+    std::memcpy(field, text.data(), text.size() < N - 1 ? text.size() : N - 1);
+}
+
+}  // namespace ovex::sdk
+
+// Declares the shell of an exported function: it hands its arguments to the implementation
+// through the frame, with the shell's own source location.
+#define OVEXSDK_FRAME(impl, handle, ...) \
+    ::ovex::sdk::api_call((handle), (impl), std::source_location::current(), ##__VA_ARGS__)

@@ -1,0 +1,120 @@
+/*
+ * ovex_sdk_ng: host SDK for USB readout boards of Timepix detectors.
+ *
+ * Every function returns an ovexsdk_err_code; no exception and no C++ type crosses this
+ * boundary. A context is memory that the caller owns: allocate an ovexsdk_dev_ctx, pass it to
+ * ovexsdk_ctx_create, and free it only after ovexsdk_ctx_release. Calls on one context must be
+ * serialised by the caller; distinct contexts are independent. Callbacks run on the library's
+ * own threads (the log callback on the context's "Logger" thread).
+ *
+ * Output arrays follow one rule: the caller passes the capacity in elements through the count
+ * pointer, the library fills at most that many, writes back how many it filled and returns
+ * OVEXSDK_OK even when the list was cut (a warning is logged). Text fields are zero-filled and
+ * always terminated; longer texts are cut.
+ */
+#ifndef OVEXSDK_H
+#define OVEXSDK_H
+
+#include <stdbool.h>
+#include <stdint.h>
+
+#if defined(OVEXSDK_BUILDING_LIBRARY)
+#define OVEXSDK_API __attribute__((visibility("default")))
+#else
+#define OVEXSDK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The handle of one device context: 1024 bytes, 4-byte aligned, opaque. */
+typedef struct ovexsdk_dev_ctx {
+    uint32_t opaque[256];
+} ovexsdk_dev_ctx;
+
+typedef enum ovexsdk_err_code {
+    OVEXSDK_OK = 0,
+    OVEXSDK_ERR_NO_MEMORY = -12,    /* reserved for exhaustion */
+    OVEXSDK_ERR_FAILED = -14,       /* an operation on the device or a module failed */
+    OVEXSDK_ERR_BUSY = -16,         /* already so: connected, powered up, running */
+    OVEXSDK_ERR_NO_DEVICE = -19,    /* no device: not opened, or not found */
+    OVEXSDK_ERR_INVALID = -22,      /* null or invalid argument, bad handle, bad locator */
+    OVEXSDK_ERR_UNAVAILABLE = -5001 /* nothing to act on: already powered down, no USB data */
+} ovexsdk_err_code;
+
+typedef struct ovexsdk_version {
+    uint16_t major;
+    uint16_t minor;
+    uint16_t patch;
+} ovexsdk_version;
+
+typedef enum ovexsdk_log_severity {
+    OVEXSDK_LOG_CRITICAL = -3,
+    OVEXSDK_LOG_ERROR = -2,
+    OVEXSDK_LOG_WARNING = -1,
+    OVEXSDK_LOG_INFO = 0,
+    OVEXSDK_LOG_DEBUG = 9
+} ovexsdk_log_severity;
+
+/* Which parts of a log line reach the callback. */
+typedef struct ovexsdk_log_fmt {
+    bool preamble;    /* date, time, thread, source place, severity name */
+    bool indentation; /* scope nesting */
+    bool prefix;      /* the check that failed, on internal consistency failures */
+    bool message;     /* the text */
+} ovexsdk_log_fmt;
+
+/* Receives one complete line, ending in a line feed; runs on the context's "Logger" thread. */
+typedef void (*ovexsdk_log_cb)(const char* text, ovexsdk_log_severity severity, void* param);
+
+/* Identity of a board as enumerated or opened. */
+typedef struct ovexsdk_enum_info {
+    char serial_number[16];
+    char product[64];
+    char connection_string[16]; /* "usb:sn:" and the serial number: a locator */
+    char instance_path[64];
+} ovexsdk_enum_info;
+
+/* One power unit of a device. */
+typedef struct ovexsdk_dev_unit_info {
+    uint8_t index;
+    char name[64];
+} ovexsdk_dev_unit_info;
+
+/* Version of the library: 0.10.1. Never null. */
+OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void);
+
+/* Context. Locators: "usb:ix:N" (N: 0 to 99, position among attached boards) or
+ * "usb:sn:SSSSSSSS" (the board's eight-character serial number). */
+OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_create(ovexsdk_dev_ctx* ctx, const char* locator);
+OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_release(ovexsdk_dev_ctx* ctx);
+
+/* Device. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_open(ovexsdk_dev_ctx* ctx);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_close(ovexsdk_dev_ctx* ctx);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_is_open(ovexsdk_dev_ctx* ctx, bool* is_open);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_get_info(ovexsdk_dev_ctx* ctx,
+                                                  ovexsdk_enum_info* properties);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_get_unit_count(ovexsdk_dev_ctx* ctx, uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_get_unit_info(ovexsdk_dev_ctx* ctx,
+                                                       ovexsdk_dev_unit_info unit_infos[],
+                                                       uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_is_unit_powered(ovexsdk_dev_ctx* ctx, uint8_t unit,
+                                                         bool* is_powered);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_up_unit(ovexsdk_dev_ctx* ctx, uint8_t unit);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_down_unit(ovexsdk_dev_ctx* ctx, uint8_t unit);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_is_powered(ovexsdk_dev_ctx* ctx, bool* is_powered);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_up(ovexsdk_dev_ctx* ctx);
+OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_down(ovexsdk_dev_ctx* ctx);
+
+/* Log. `format` must not be null; a null `function` stops the delivery. The registration takes
+ * effect after the lines already queued, which still go to the previous callback. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_log_set_cb(ovexsdk_dev_ctx* ctx, ovexsdk_log_cb function,
+                                                const ovexsdk_log_fmt* format, void* param);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* OVEXSDK_H */

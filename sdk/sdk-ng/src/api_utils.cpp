@@ -1,0 +1,29 @@
+#include "api_utils.hpp"
+
+#include "context.hpp"
+
+namespace ovex::sdk::api_detail {
+
+bool HasMagic(const ovexsdk_dev_ctx* handle) noexcept { return record::HasMagic(handle); }
+
+Context& ContextOf(ovexsdk_dev_ctx* handle) noexcept { return record::Get(handle); }
+
+void StoreLastException(Context& context, std::string text) {
+    context.SetLastException(std::move(text));
+}
+
+std::string_view BareFunctionName(std::string_view signature) {
+    const auto paren = signature.find('(');
+    OVEX_CHECK(paren != std::string_view::npos, "BUG: Code location is not a callable.");
+    const std::string_view head = signature.substr(0, paren);
+    const auto blank = head.find_last_of(' ');
+    return blank == std::string_view::npos ? head : head.substr(blank + 1);
+}
+
+void LogInvocation(const std::source_location& location) {
+    const std::string name(BareFunctionName(location.function_name()));
+    ovex::log::Write(ovex::log::kDebug, location.file_name(), location.line(),
+                     "Invoking SDK API '%s'.", name.c_str());
+}
+
+}  // namespace ovex::sdk::api_detail
