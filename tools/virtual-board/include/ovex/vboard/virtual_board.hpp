@@ -1,0 +1,49 @@
+#pragma once
+
+// One board on the emulated bus: the firmware model with its data sources, attached through
+// umockdev. The sources are the transport test set: a counting stream on bulk IN 0x81, frames
+// on interrupt IN 0x82, a sink on bulk OUT 0x01.
+
+#include <memory>
+
+#include "ovex/vboard/board_identity.hpp"
+#include "ovex/vboard/bulk_sink.hpp"
+#include "ovex/vboard/counting_source.hpp"
+#include "ovex/vboard/firmware_model.hpp"
+#include "ovex/vboard/frame_source.hpp"
+#include "ovex/vboard/test_bed.hpp"
+#include "ovex/vboard/usb_attachment.hpp"
+
+namespace ovex::vboard {
+
+inline constexpr std::uint8_t kDataEndpoint = 0x81;
+inline constexpr std::uint8_t kMonitorEndpoint = 0x82;
+inline constexpr std::uint8_t kConfigEndpoint = 0x01;
+
+class VirtualBoard {
+public:
+    struct Settings {
+        BoardIdentity identity;
+        CountingSource::Settings stream;
+    };
+
+    VirtualBoard(TestBed& bed, int port, Settings settings);
+
+    FirmwareModel& Firmware() { return m_model; }
+    UsbAttachment& Usb() { return *m_usb; }
+    CountingSource& Stream() { return *m_stream; }
+    FrameSource& Frames() { return *m_frames; }
+    BulkSink& ConfigSink() { return *m_sink; }
+
+    // Starts the data stream anew, with other settings.
+    void RestartStream(CountingSource::Settings settings);
+
+private:
+    FirmwareModel m_model;
+    std::shared_ptr<CountingSource> m_stream;
+    std::shared_ptr<FrameSource> m_frames;
+    std::shared_ptr<BulkSink> m_sink;
+    std::unique_ptr<UsbAttachment> m_usb;  // last: it answers the host from the parts above
+};
+
+}  // namespace ovex::vboard

@@ -1,0 +1,194 @@
+#include "ovex/vboard/firmware_model.hpp"
+
+#include <algorithm>
+
+namespace ovex::vboard {
+namespace {
+
+constexpr std::uint8_t kGetStatus = 0x00;
+constexpr std::uint8_t kClearFeature = 0x01;
+constexpr std::uint8_t kSetFeature = 0x03;
+constexpr std::uint8_t kGetDescriptor = 0x06;
+constexpr std::uint8_t kRecipientEndpoint = 0x02;
+constexpr std::uint16_t kEndpointHalt = 0;
+
+bool TakeOne(std::map<std::uint8_t, int>& counters, std::uint8_t key) {
+    const auto found = counters.find(key);
+    if (found == counters.end() || found->second <= 0) {
+        return false;
+    }
+    if (--found->second == 0) {
+        counters.erase(found);
+    }
+    return true;
+}
+
+ControlReply Answer(std::vector<std::uint8_t> data, std::uint16_t length) {
+    if (data.size() > length) {
+        data.resize(length);
+    }
+    return {ControlReply::Kind::kAnswer, std::move(data)};
+}
+
+}  // namespace
+
+FirmwareModel::FirmwareModel(BoardIdentity identity) : m_identity(std::move(identity)) {}
+
+ControlReply FirmwareModel::Control(const SetupPacket& setup,
+                                    std::span<const std::uint8_t> out_data) {
+    std::unique_lock lock(m_mutex);
+    m_log.push_back(setup);
+    if (!setup.IsVendor()) {
+        return Standard(setup);
+    }
+    if (TakeOne(m_ignore_next, setup.bRequest)) {
+        return {ControlReply::Kind::kNoAnswer, {}};
+    }
+    if (TakeOne(m_stall_next, setup.bRequest)) {
+        return Refuse(kRefused);
+    }
+    if (setup.bRequest == kLastErrorRequest && setup.IsIn()) {
+        const std::uint32_t word = m_last_error;
+        return Answer(
+            {static_cast<std::uint8_t>(word), static_cast<std::uint8_t>(word >> 8),
+             static_cast<std::uint8_t>(word >> 16), static_cast<std::uint8_t>(word >> 24)},
+            setup.wLength);
+    }
+    const auto found = m_vendor.find(setup.bRequest);
+    if (found == m_vendor.end()) {
+        return Refuse(kUnknownRequest);
+    }
+    VendorHandler handler = found->second;
+    m_last_error = kNoError;
+    lock.unlock();  // the handler may call back into the model
+    ControlReply reply = handler(setup, out_data);
+    if (reply.kind == ControlReply::Kind::kAnswer && setup.IsIn()) {
+        reply.data.resize(std::min<std::size_t>(reply.data.size(), setup.wLength));
+    }
+    return reply;
+}
+
+ControlReply FirmwareModel::Standard(const SetupPacket& setup) {
+    const bool to_endpoint = (setup.bmRequestType & 0x1F) == kRecipientEndpoint;
+    const auto endpoint = static_cast<std::uint8_t>(setup.wIndex);
+    switch (setup.bRequest) {
+        case kGetDescriptor:
+            if ((setup.wValue >> 8) == 3) {
+                auto text = StringDescriptor(m_identity, static_cast<std::uint8_t>(setup.wValue));
+                if (!text.empty()) {
+                    return Answer(std::move(text), setup.wLength);
+                }
+            } else if ((setup.wValue >> 8) == 1 || (setup.wValue >> 8) == 2) {
+                auto all = DeviceAndConfigDescriptors(m_identity);
+                if ((setup.wValue >> 8) == 1) {
+                    all.resize(18);
+                } else {
+                    all.erase(all.begin(), all.begin() + 18);
+                }
+                return Answer(std::move(all), setup.wLength);
+            }
+            return Refuse(kBadLength);
+        case kGetStatus:
+            if (to_endpoint) {
+                if (!HasEndpoint(endpoint)) {
+                    return Refuse(kBadLength);
+                }
+                return Answer({static_cast<std::uint8_t>(m_halted.count(endpoint)), 0},
+                              setup.wLength);
+            }
+            return Answer({0, 0}, setup.wLength);
+        case kClearFeature:
+        case kSetFeature:
+            if (to_endpoint && setup.wValue == kEndpointHalt && HasEndpoint(endpoint)) {
+                if (setup.bRequest == kSetFeature) {
+                    m_halted.insert(endpoint);
+                } else {
+                    m_halted.erase(endpoint);
+                }
+                return {};
+            }
+            return Refuse(kUnknownRequest);
+        default:
+            return Refuse(kUnknownRequest);
+    }
+}
+
+ControlReply FirmwareModel::Refuse(std::uint32_t reason) {
+    m_last_error = reason;
+    return {ControlReply::Kind::kStall, {}};
+}
+
+bool FirmwareModel::HasEndpoint(std::uint8_t endpoint) const {
+    return endpoint == 0 ||
+           std::any_of(m_identity.endpoints.begin(), m_identity.endpoints.end(),
+                       [&](const EndpointLayout& layout) { return layout.address == endpoint; });
+}
+
+void FirmwareModel::SetVendorRequest(std::uint8_t bRequest, VendorHandler handler) {
+    std::lock_guard lock(m_mutex);
+    m_vendor[bRequest] = std::move(handler);
+}
+
+void FirmwareModel::SetLastError(std::uint32_t word) {
+    std::lock_guard lock(m_mutex);
+    m_last_error = word;
+}
+
+std::uint32_t FirmwareModel::LastErrorWord() const {
+    std::lock_guard lock(m_mutex);
+    return m_last_error;
+}
+
+std::vector<SetupPacket> FirmwareModel::RequestLog() const {
+    std::lock_guard lock(m_mutex);
+    return m_log;
+}
+
+bool FirmwareModel::IsHalted(std::uint8_t endpoint) const {
+    std::lock_guard lock(m_mutex);
+    return m_halted.count(endpoint) != 0;
+}
+
+void FirmwareModel::Halt(std::uint8_t endpoint) {
+    std::lock_guard lock(m_mutex);
+    m_halted.insert(endpoint);
+}
+
+void FirmwareModel::ClearHalt(std::uint8_t endpoint) {
+    std::lock_guard lock(m_mutex);
+    m_halted.erase(endpoint);
+}
+
+void FirmwareModel::AttachSource(std::uint8_t endpoint, std::shared_ptr<IDataSource> source) {
+    std::lock_guard lock(m_mutex);
+    m_sources[endpoint] = std::move(source);
+}
+
+void FirmwareModel::AttachSink(std::uint8_t endpoint, std::shared_ptr<IDataSink> sink) {
+    std::lock_guard lock(m_mutex);
+    m_sinks[endpoint] = std::move(sink);
+}
+
+std::shared_ptr<IDataSource> FirmwareModel::Source(std::uint8_t endpoint) const {
+    std::lock_guard lock(m_mutex);
+    const auto found = m_sources.find(endpoint);
+    return found == m_sources.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<IDataSink> FirmwareModel::Sink(std::uint8_t endpoint) const {
+    std::lock_guard lock(m_mutex);
+    const auto found = m_sinks.find(endpoint);
+    return found == m_sinks.end() ? nullptr : found->second;
+}
+
+void FirmwareModel::StallNext(std::uint8_t bRequest, int count) {
+    std::lock_guard lock(m_mutex);
+    m_stall_next[bRequest] += count;
+}
+
+void FirmwareModel::IgnoreNext(std::uint8_t bRequest, int count) {
+    std::lock_guard lock(m_mutex);
+    m_ignore_next[bRequest] += count;
+}
+
+}  // namespace ovex::vboard
