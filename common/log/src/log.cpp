@@ -31,9 +31,8 @@ public:
     void Receive(const Line& line) override {
         std::lock_guard lock(m_mutex);
         std::fprintf(stderr, "%.*s%.*s%.*s\n", static_cast<int>(line.preamble.size()),
-                     line.preamble.data(), static_cast<int>(line.prefix.size()),
-                     line.prefix.data(), static_cast<int>(line.message.size()),
-                     line.message.data());
+                     line.preamble.data(), static_cast<int>(line.prefix.size()), line.prefix.data(),
+                     static_cast<int>(line.message.size()), line.message.data());
     }
 
 private:
@@ -108,11 +107,16 @@ thread_local std::string t_thread_name;
 
 spdlog::level::level_enum LevelOf(int verbosity) noexcept {
     switch (verbosity) {
-        case kCritical: return spdlog::level::critical;
-        case kError: return spdlog::level::err;
-        case kWarning: return spdlog::level::warn;
-        case kInfo: return spdlog::level::info;
-        default: return verbosity < kCritical ? spdlog::level::critical : spdlog::level::debug;
+        case kCritical:
+            return spdlog::level::critical;
+        case kError:
+            return spdlog::level::err;
+        case kWarning:
+            return spdlog::level::warn;
+        case kInfo:
+            return spdlog::level::info;
+        default:
+            return verbosity < kCritical ? spdlog::level::critical : spdlog::level::debug;
     }
 }
 
@@ -137,15 +141,22 @@ std::string FormatV(const char* format, va_list args) {
 
 namespace detail {
 
-const PendingLine* CurrentLine() noexcept { return t_pending; }
+const PendingLine* CurrentLine() noexcept {
+    return t_pending;
+}
 
 int VerbosityOfLevel(spdlog::level::level_enum level) noexcept {
     switch (level) {
-        case spdlog::level::critical: return kCritical;
-        case spdlog::level::err: return kError;
-        case spdlog::level::warn: return kWarning;
-        case spdlog::level::info: return kInfo;
-        default: return kDebug;
+        case spdlog::level::critical:
+            return kCritical;
+        case spdlog::level::err:
+            return kError;
+        case spdlog::level::warn:
+            return kWarning;
+        case spdlog::level::info:
+            return kInfo;
+        default:
+            return kDebug;
     }
 }
 
@@ -156,7 +167,8 @@ void WriteText(int verbosity, const char* file, unsigned line, std::string_view 
     const detail::PendingLine pending{verbosity, prefix};
     t_pending = &pending;
     GetRegistry().Logger()->log(spdlog::source_loc{file, static_cast<int>(line), ""},
-                                LevelOf(verbosity), spdlog::string_view_t(text.data(), text.size()));
+                                LevelOf(verbosity),
+                                spdlog::string_view_t(text.data(), text.size()));
     t_pending = nullptr;
 }
 
@@ -168,8 +180,7 @@ void Write(int verbosity, const char* file, unsigned line, const char* format, .
     WriteText(verbosity, file, line, {}, text);
 }
 
-void CheckFailed(const char* expression, const char* file, unsigned line, const char* format,
-                 ...) {
+void CheckFailed(const char* expression, const char* file, unsigned line, const char* format, ...) {
     va_list args;
     va_start(args, format);
     const std::string text = FormatV(format, args);
@@ -185,17 +196,25 @@ void CheckFailed(const char* expression, const char* file, unsigned line, const 
     std::abort();
 }
 
-void SetStderrVerbosity(int verbosity) { GetRegistry().SetStderrVerbosity(verbosity); }
+void SetStderrVerbosity(int verbosity) {
+    GetRegistry().SetStderrVerbosity(verbosity);
+}
 
-int StderrVerbosity() noexcept { return GetRegistry().StderrVerbosity(); }
+int StderrVerbosity() noexcept {
+    return GetRegistry().StderrVerbosity();
+}
 
 void AddSink(std::shared_ptr<Sink> sink, int verbosity) {
     GetRegistry().Add(std::move(sink), verbosity);
 }
 
-void RemoveSink(const std::shared_ptr<Sink>& sink) { GetRegistry().Remove(sink); }
+void RemoveSink(const std::shared_ptr<Sink>& sink) {
+    GetRegistry().Remove(sink);
+}
 
-void SetThreadName(std::string_view name) { t_thread_name.assign(name); }
+void SetThreadName(std::string_view name) {
+    t_thread_name.assign(name);
+}
 
 std::string_view ThreadName() {
     if (t_thread_name.empty()) {
@@ -209,12 +228,18 @@ std::string_view ThreadName() {
 
 std::string_view SeverityName(int verbosity) noexcept {
     switch (verbosity) {
-        case kCritical: return "CRIT";
-        case kError: return "ERR";
-        case kWarning: return "WARN";
-        case kInfo: return "INFO";
-        case kDebug: return "DBG";
-        default: return "UNKN";
+        case kCritical:
+            return "CRIT";
+        case kError:
+            return "ERR";
+        case kWarning:
+            return "WARN";
+        case kInfo:
+            return "INFO";
+        case kDebug:
+            return "DBG";
+        default:
+            return "UNKN";
     }
 }
 

@@ -11,8 +11,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "ovexsdk.h"
 #include "ovex/log/log.hpp"
+#include "ovexsdk.h"
 
 namespace ovex::sdk {
 

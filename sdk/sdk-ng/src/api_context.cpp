@@ -73,8 +73,8 @@ ovexsdk_err_code DevOpen(Context& context) {
 
     bool open = false;
     if (const auto ec = connection->IsOpen(open)) {
-        OVEX_LOG_EC(ovex::log::kError,
-                    "Failed to determine the device connection state: - %s: %s.", ec);
+        OVEX_LOG_EC(ovex::log::kError, "Failed to determine the device connection state: - %s: %s.",
+                    ec);
         return OVEXSDK_ERR_FAILED;
     }
     if (open) {
@@ -304,9 +304,13 @@ ovexsdk_err_code SwitchDevice(Context& context, bool up) {
     return OVEXSDK_OK;
 }
 
-ovexsdk_err_code DevPowerUp(Context& context) { return SwitchDevice(context, true); }
+ovexsdk_err_code DevPowerUp(Context& context) {
+    return SwitchDevice(context, true);
+}
 
-ovexsdk_err_code DevPowerDown(Context& context) { return SwitchDevice(context, false); }
+ovexsdk_err_code DevPowerDown(Context& context) {
+    return SwitchDevice(context, false);
+}
 
 ovexsdk_err_code DevIsPowered(Context& context, bool* is_powered) {
     if (LogInvalidPointer(is_powered, "is_powered")) {
@@ -323,8 +327,8 @@ ovexsdk_err_code DevIsPowered(Context& context, bool* is_powered) {
     for (std::size_t index = 0; index < units.size(); ++index) {
         bool powered = false;
         if (const auto ec = units[index]->IsPowered(powered)) {
-            OVEX_LOG_EC(ovex::log::kError, "Failed to read status of unit %d ('%s'): - %s: %s.",
-                        ec, static_cast<int>(index), units[index]->GetName());
+            OVEX_LOG_EC(ovex::log::kError, "Failed to read status of unit %d ('%s'): - %s: %s.", ec,
+                        static_cast<int>(index), units[index]->GetName());
             return OVEXSDK_ERR_FAILED;
         }
         if (!powered) {
@@ -367,7 +371,9 @@ using namespace ovex::sdk;
 
 extern "C" {
 
-OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void) { return &kVersion; }
+OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void) {
+    return &kVersion;
+}
 
 // Only a null record is refused here: the record holds no context yet.
 OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_create(ovexsdk_dev_ctx* ctx, const char* locator) {

@@ -7,8 +7,8 @@
 namespace ovex::sdk {
 namespace {
 
-ovexsdk_err_code LogSetCb(Context& context, ovexsdk_log_cb function,
-                          const ovexsdk_log_fmt* format, void* param) {
+ovexsdk_err_code LogSetCb(Context& context, ovexsdk_log_cb function, const ovexsdk_log_fmt* format,
+                          void* param) {
     if (format == nullptr) {
         OVEX_LOG_ERROR("Parameter pointer '%s' is invalid.", "format");
         return OVEXSDK_ERR_INVALID;

@@ -4,9 +4,13 @@
 
 namespace ovex::sdk::api_detail {
 
-bool HasMagic(const ovexsdk_dev_ctx* handle) noexcept { return record::HasMagic(handle); }
+bool HasMagic(const ovexsdk_dev_ctx* handle) noexcept {
+    return record::HasMagic(handle);
+}
 
-Context& ContextOf(ovexsdk_dev_ctx* handle) noexcept { return record::Get(handle); }
+Context& ContextOf(ovexsdk_dev_ctx* handle) noexcept {
+    return record::Get(handle);
+}
 
 void StoreLastException(Context& context, std::string text) {
     context.SetLastException(std::move(text));

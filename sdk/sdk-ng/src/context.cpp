@@ -44,8 +44,7 @@ std::unique_ptr<SdkConfig> MakeConfig() {
 }  // namespace
 
 Context::Context(UsbLocator locator)
-    : m_locator(std::move(locator)),
-      m_logger(std::make_unique<Logger>(kLogQueueCapacity)) {
+    : m_locator(std::move(locator)), m_logger(std::make_unique<Logger>(kLogQueueCapacity)) {
     m_lua = std::make_unique<LuaState>();
     m_config = MakeConfig();
 }

@@ -21,9 +21,33 @@ namespace ovex::sdk {
 namespace logger_detail {
 
 // One queue element; the alternative's index is the element's kind.
+// The parts of a line are joined on the logger thread, in the format of the callback that
+// receives it: a registration changes both the receiver and the format at the same point.
 struct LogLine {
-    std::string text;
+    std::string preamble;
+    std::string indentation;
+    std::string prefix;
+    std::string message;
     int severity;
+
+    std::string Compose(const ovexsdk_log_fmt& format) const {
+        std::string text;
+        text.reserve(preamble.size() + prefix.size() + message.size() + 1);
+        if (format.preamble) {
+            text.append(preamble);
+        }
+        if (format.indentation) {
+            text.append(indentation);
+        }
+        if (format.prefix) {
+            text.append(prefix);
+        }
+        if (format.message) {
+            text.append(message);
+        }
+        text.push_back('\n');
+        return text;
+    }
 };
 struct Terminate {};
 using LoggerMsg = std::variant<LogLine, Terminate, UserLogParams>;
@@ -71,19 +95,8 @@ struct SharedState {
     std::deque<LoggerMsg> own_lines;
     std::atomic<std::thread::id> consumer{};
 
-    std::mutex params_mutex;
-    std::shared_ptr<const UserLogParams> params = std::make_shared<const UserLogParams>();
-
-    std::shared_ptr<const UserLogParams> Params() {
-        std::lock_guard lock(params_mutex);
-        return params;
-    }
-
-    void ReplaceParams(const UserLogParams& next) {
-        auto replacement = std::make_shared<const UserLogParams>(next);
-        std::lock_guard lock(params_mutex);
-        params = std::move(replacement);
-    }
+    // Read and replaced on the logger thread only.
+    UserLogParams params;
 
     void Push(LoggerMsg msg) {
         if (std::this_thread::get_id() == consumer.load(std::memory_order_relaxed)) {
@@ -99,44 +112,30 @@ struct SharedState {
     }
 };
 
-namespace {
-
 class LoggerSink final : public ovex::log::Sink {
 public:
     explicit LoggerSink(std::shared_ptr<SharedState> state) : m_state(std::move(state)) {}
 
     void Receive(const ovex::log::Line& line) override {
-        const auto params = m_state->Params();
-        const ovexsdk_log_fmt& format = params->format;
-        std::string text;
-        text.reserve(line.preamble.size() + line.prefix.size() + line.message.size() + 1);
-        if (format.preamble) {
-            text.append(line.preamble);
-        }
-        if (format.indentation) {
-            text.append(line.indentation);
-        }
-        if (format.prefix) {
-            text.append(line.prefix);
-        }
-        if (format.message) {
-            text.append(line.message);
-        }
-        text.push_back('\n');
-        m_state->Push(LogLine{std::move(text), line.verbosity});
+        m_state->Push(LogLine{std::string(line.preamble), std::string(line.indentation),
+                              std::string(line.prefix), std::string(line.message), line.verbosity});
     }
 
 private:
     std::shared_ptr<SharedState> m_state;
 };
 
+namespace {
+
 ovexsdk_log_severity HostSeverity(int verbosity) {
     switch (verbosity) {
         case ovex::log::kCritical:
         case ovex::log::kError:
         case ovex::log::kWarning:
-        case ovex::log::kInfo: return static_cast<ovexsdk_log_severity>(verbosity);
-        default: return OVEXSDK_LOG_DEBUG;
+        case ovex::log::kInfo:
+            return static_cast<ovexsdk_log_severity>(verbosity);
+        default:
+            return OVEXSDK_LOG_DEBUG;
     }
 }
 
@@ -151,14 +150,15 @@ std::string Describe(const UserLogParams& p) {
 // Handles one element; answers false when the thread is to end.
 bool Process(SharedState& state, LoggerMsg& msg) {
     if (auto* line = std::get_if<LogLine>(&msg)) {
-        const auto params = state.Params();
-        if (params->function != nullptr) {
-            params->function(line->text.c_str(), HostSeverity(line->severity), params->param);
+        const UserLogParams& params = state.params;
+        if (params.function != nullptr) {
+            const std::string text = line->Compose(params.format);
+            params.function(text.c_str(), HostSeverity(line->severity), params.param);
         }
         return true;
     }
     if (auto* registration = std::get_if<UserLogParams>(&msg)) {
-        state.ReplaceParams(*registration);
+        state.params = *registration;
         if (ovex::log::Admits(ovex::log::kDebug)) {
             OVEX_LOG_DEBUG("User registered callback - %s", Describe(*registration).c_str());
         }
@@ -180,10 +180,6 @@ void ThreadBody(std::shared_ptr<SharedState> state) {
     state->consumer.store(std::this_thread::get_id());
     pthread_setname_np(pthread_self(), "Logger");
     ovex::log::SetThreadName("Logger");
-
-    auto sink = std::make_shared<LoggerSink>(state);
-    ovex::log::AddSink(sink, ovex::log::kDebug);
-    StderrQuieting::Enter();
     OVEX_LOG_INFO("Logger started.");
 
     for (bool running = true; running;) {
@@ -195,23 +191,22 @@ void ThreadBody(std::shared_ptr<SharedState> state) {
 
     OVEX_LOG_INFO("Logger terminated.");
     DeliverOwnLines(*state);
-    ovex::log::RemoveSink(sink);
-    StderrQuieting::Leave();
-    // A thread that took the sink before its removal may still be waiting for space.
-    state->closed.store(true, std::memory_order_release);
-    LoggerMsg discarded;
-    while (state->queue.try_dequeue(discarded)) {
-    }
 }
 
 }  // namespace
 }  // namespace logger_detail
 
+// The sink is registered before the thread starts, so that no line logged after the
+// constructor returns can miss this logger; until the thread runs, lines wait in the queue.
 Logger::Logger(std::size_t capacity)
-    : m_state(std::make_shared<logger_detail::SharedState>(capacity)) {
+    : m_state(std::make_shared<logger_detail::SharedState>(capacity)),
+      m_sink(std::make_shared<logger_detail::LoggerSink>(m_state)) {
+    ovex::log::AddSink(m_sink, ovex::log::kDebug);
+    logger_detail::StderrQuieting::Enter();
     try {
         m_thread = std::thread(logger_detail::ThreadBody, m_state);
     } catch (const std::system_error&) {
+        Unregister();
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
     }
 }
@@ -219,6 +214,17 @@ Logger::Logger(std::size_t capacity)
 Logger::~Logger() {
     m_state->Push(logger_detail::Terminate{});
     m_thread.join();
+    Unregister();
+}
+
+void Logger::Unregister() {
+    ovex::log::RemoveSink(m_sink);
+    logger_detail::StderrQuieting::Leave();
+    // A thread that took the sink before its removal may still be waiting for space.
+    m_state->closed.store(true, std::memory_order_release);
+    logger_detail::LoggerMsg discarded;
+    while (m_state->queue.try_dequeue(discarded)) {
+    }
 }
 
 void Logger::SetCallback(ovexsdk_log_cb function, void* param, ovexsdk_log_fmt format) {

@@ -17,7 +17,8 @@ struct UserLogParams {
 
 namespace logger_detail {
 struct SharedState;
-}
+class LoggerSink;
+}  // namespace logger_detail
 
 // Delivers the library's log lines to the host. Every line logged anywhere in the process is
 // queued here and handed to the host's callback on the thread "Logger", so a slow callback
@@ -35,7 +36,10 @@ public:
     void SetCallback(ovexsdk_log_cb function, void* param, ovexsdk_log_fmt format);
 
 private:
+    void Unregister();
+
     std::shared_ptr<logger_detail::SharedState> m_state;
+    std::shared_ptr<logger_detail::LoggerSink> m_sink;
     std::thread m_thread;
 };
 

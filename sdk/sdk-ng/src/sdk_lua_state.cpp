@@ -27,7 +27,9 @@ LuaState::LuaState() : m_state(luaL_newstate()) {
     }
 }
 
-LuaState::~LuaState() { lua_close(m_state); }
+LuaState::~LuaState() {
+    lua_close(m_state);
+}
 
 std::error_code LuaState::ReleaseDevice() {
     lua_pushnil(m_state);

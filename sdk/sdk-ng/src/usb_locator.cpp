@@ -44,7 +44,8 @@ UsbLocator Parse(std::string_view text) {
 }  // namespace
 
 UsbLocator::UsbLocator(std::string text, Kind kind)
-    : m_text(std::move(text)), m_value(std::string_view(m_text).substr(kPrefixLength)),
+    : m_text(std::move(text)),
+      m_value(std::string_view(m_text).substr(kPrefixLength)),
       m_kind(kind) {}
 
 UsbLocator& UsbLocator::operator=(const UsbLocator& other) {

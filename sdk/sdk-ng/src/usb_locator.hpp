@@ -27,7 +27,8 @@ private:
     Kind m_kind;
 };
 
-// Parses a locator; logs "Locator string parsing failed - ..." and answers empty if it is not valid.
+// Parses a locator; logs "Locator string parsing failed - ..." and answers empty if it is not
+// valid.
 std::optional<UsbLocator> ParseUsbLocator(std::string_view text);
 
 }  // namespace ovex::sdk

@@ -148,9 +148,13 @@ constexpr std::uint32_t left_shift_bits(std::uint32_t value, std::uint32_t count
     return value << (count % 32);
 }
 
-constexpr std::uint8_t lower_nibble(std::uint8_t byte) noexcept { return byte & 0x0Fu; }
+constexpr std::uint8_t lower_nibble(std::uint8_t byte) noexcept {
+    return byte & 0x0Fu;
+}
 
-constexpr std::uint8_t upper_nibble(std::uint8_t byte) noexcept { return byte >> 4; }
+constexpr std::uint8_t upper_nibble(std::uint8_t byte) noexcept {
+    return byte >> 4;
+}
 
 constexpr bool get_bit(std::uint32_t value, std::uint32_t bit) noexcept {
     return bit < 32 && ((value >> bit) & 1u) != 0;

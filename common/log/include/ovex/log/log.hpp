@@ -29,7 +29,9 @@ inline bool Admits(int verbosity) noexcept {
 }
 
 // The current cutoff: the highest verbosity that any sink takes.
-inline int Cutoff() noexcept { return detail::g_cutoff.load(std::memory_order_relaxed); }
+inline int Cutoff() noexcept {
+    return detail::g_cutoff.load(std::memory_order_relaxed);
+}
 
 // Formats printf-style and hands the line to every sink that admits it.
 void Write(int verbosity, const char* file, unsigned line, const char* format, ...)
@@ -58,11 +60,11 @@ std::string_view SeverityName(int verbosity) noexcept;
 
 }  // namespace ovex::log
 
-#define OVEX_LOG(verbosity, ...)                                                 \
-    do {                                                                         \
-        if (::ovex::log::Admits(verbosity)) {                                    \
-            ::ovex::log::Write((verbosity), __FILE__, __LINE__, __VA_ARGS__);    \
-        }                                                                        \
+#define OVEX_LOG(verbosity, ...)                                              \
+    do {                                                                      \
+        if (::ovex::log::Admits(verbosity)) {                                 \
+            ::ovex::log::Write((verbosity), __FILE__, __LINE__, __VA_ARGS__); \
+        }                                                                     \
     } while (false)
 
 #define OVEX_LOG_CRIT(...) OVEX_LOG(::ovex::log::kCritical, __VA_ARGS__)
@@ -73,20 +75,19 @@ std::string_view SeverityName(int verbosity) noexcept;
 
 // Logs a format whose last two conversions are "%s: %s", filled with the category's name and
 // the message of a std::error_code, as in "Failed to connect - %s: %s.".
-#define OVEX_LOG_EC(verbosity, format, ec, ...)                                          \
-    do {                                                                                  \
-        if (::ovex::log::Admits(verbosity)) {                                             \
-            const ::std::error_code& ovex_log_ec_ = (ec);                                 \
-            ::ovex::log::Write((verbosity), __FILE__, __LINE__, format, ##__VA_ARGS__,    \
-                               ovex_log_ec_.category().name(),                            \
-                               ovex_log_ec_.message().c_str());                           \
-        }                                                                                 \
+#define OVEX_LOG_EC(verbosity, format, ec, ...)                                                 \
+    do {                                                                                        \
+        if (::ovex::log::Admits(verbosity)) {                                                   \
+            const ::std::error_code& ovex_log_ec_ = (ec);                                       \
+            ::ovex::log::Write((verbosity), __FILE__, __LINE__, format, ##__VA_ARGS__,          \
+                               ovex_log_ec_.category().name(), ovex_log_ec_.message().c_str()); \
+        }                                                                                       \
     } while (false)
 
 // Guards a condition that the library's own logic excludes; a failure ends the process.
-#define OVEX_CHECK(condition, ...)                                                     \
-    do {                                                                               \
-        if (!(condition)) [[unlikely]] {                                               \
-            ::ovex::log::CheckFailed(#condition, __FILE__, __LINE__, __VA_ARGS__);     \
-        }                                                                              \
+#define OVEX_CHECK(condition, ...)                                                 \
+    do {                                                                           \
+        if (!(condition)) [[unlikely]] {                                           \
+            ::ovex::log::CheckFailed(#condition, __FILE__, __LINE__, __VA_ARGS__); \
+        }                                                                          \
     } while (false)

@@ -1,0 +1,221 @@
+// The per-context logger: delivery order, formats, registration, and many producers.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ovex/log/log.hpp"
+#include "sdk_logger.hpp"
+
+namespace ovex::sdk::testing {
+namespace {
+
+struct Received {
+    std::string text;
+    ovexsdk_log_severity severity;
+};
+
+// Collects what a callback receives; the logger calls it from its own thread.
+struct Collector {
+    std::mutex mutex;
+    std::vector<Received> lines;
+
+    static void Callback(const char* text, ovexsdk_log_severity severity, void* param) {
+        auto* self = static_cast<Collector*>(param);
+        std::lock_guard lock(self->mutex);
+        self->lines.push_back({text, severity});
+    }
+
+    std::vector<std::string> TextsContaining(const std::string& needle) {
+        std::lock_guard lock(mutex);
+        std::vector<std::string> result;
+        for (const auto& line : lines) {
+            if (line.text.find(needle) != std::string::npos) {
+                result.push_back(line.text);
+            }
+        }
+        return result;
+    }
+};
+
+constexpr ovexsdk_log_fmt kMessageOnly{false, false, false, true};
+
+TEST(Logger, FormatsSelectThePartsOfTheLine) {
+    Collector all;
+    Collector message_only;
+    Collector nothing;
+    {
+        Logger logger(512);
+        logger.SetCallback(&Collector::Callback, &all, {true, true, true, true});
+        OVEX_LOG_WARN("probe %d", 1);
+        logger.SetCallback(&Collector::Callback, &message_only, kMessageOnly);
+        OVEX_LOG_WARN("probe %d", 2);
+        logger.SetCallback(&Collector::Callback, &nothing, {false, false, false, false});
+        OVEX_LOG_WARN("probe %d", 3);
+    }
+    const auto first = all.TextsContaining("probe 1");
+    ASSERT_EQ(first.size(), 1u);
+    EXPECT_NE(first[0].find("WARN| probe 1\n"), std::string::npos) << first[0];
+    EXPECT_EQ(message_only.TextsContaining("probe"), (std::vector<std::string>{"probe 2\n"}));
+    std::lock_guard lock(nothing.mutex);
+    ASSERT_FALSE(nothing.lines.empty());
+    for (const auto& line : nothing.lines) {
+        EXPECT_EQ(line.text, "\n");
+    }
+}
+
+TEST(Logger, SeveritiesPassThroughAndOthersBecomeDebug) {
+    Collector collector;
+    {
+        Logger logger(512);
+        logger.SetCallback(&Collector::Callback, &collector, kMessageOnly);
+        OVEX_LOG(-3, "sev");
+        OVEX_LOG(-2, "sev");
+        OVEX_LOG(-1, "sev");
+        OVEX_LOG(0, "sev");
+        OVEX_LOG(4, "sev");
+        OVEX_LOG(9, "sev");
+    }
+    std::vector<int> severities;
+    for (const auto& line : collector.lines) {
+        if (line.text == "sev\n") {
+            severities.push_back(line.severity);
+        }
+    }
+    EXPECT_EQ(severities, (std::vector<int>{-3, -2, -1, 0, 9, 9}));
+}
+
+// A registration takes effect after the lines queued before it, even while the old callback is
+// still busy with the first of them.
+TEST(Logger, RegistrationAppliesAfterTheLinesAlreadyQueued) {
+    struct Blocking {
+        std::mutex mutex;
+        std::condition_variable released_cv;
+        bool released = false;
+        Collector collector;
+        static void Callback(const char* text, ovexsdk_log_severity severity, void* param) {
+            auto* self = static_cast<Blocking*>(param);
+            std::unique_lock lock(self->mutex);
+            self->released_cv.wait(lock, [self] { return self->released; });
+            lock.unlock();
+            Collector::Callback(text, severity, &self->collector);
+        }
+    } old_callback;
+    Collector new_callback;
+    {
+        Logger logger(512);
+        logger.SetCallback(&Blocking::Callback, &old_callback, kMessageOnly);
+        for (int i = 0; i < 5; ++i) {
+            OVEX_LOG_INFO("queued %d", i);
+        }
+        logger.SetCallback(&Collector::Callback, &new_callback, kMessageOnly);
+        OVEX_LOG_INFO("after %d", 0);
+        {
+            std::lock_guard lock(old_callback.mutex);
+            old_callback.released = true;
+        }
+        old_callback.released_cv.notify_all();
+    }
+    EXPECT_EQ(old_callback.collector.TextsContaining("queued").size(), 5u);
+    EXPECT_TRUE(old_callback.collector.TextsContaining("after").empty());
+    EXPECT_EQ(new_callback.TextsContaining("after"), (std::vector<std::string>{"after 0\n"}));
+    EXPECT_TRUE(new_callback.TextsContaining("queued").empty());
+    EXPECT_EQ(new_callback.TextsContaining("User registered callback - function: ").size(), 1u);
+}
+
+// Lines logged from inside the callback (on the logger's own thread) must neither deadlock on a
+// full queue nor be lost.
+TEST(Logger, CallbackThatLogsWhileTheQueueIsFull) {
+    struct Echo {
+        Collector collector;
+        static void Callback(const char* text, ovexsdk_log_severity severity, void* param) {
+            auto* self = static_cast<Echo*>(param);
+            if (std::string_view(text).starts_with("burst")) {
+                OVEX_LOG_INFO("echo of %.*s", static_cast<int>(std::strlen(text) - 1), text);
+            }
+            Collector::Callback(text, severity, &self->collector);
+        }
+    } echo;
+    constexpr int kLines = 2000;
+    {
+        Logger logger(8);
+        logger.SetCallback(&Echo::Callback, &echo, kMessageOnly);
+        for (int i = 0; i < kLines; ++i) {
+            OVEX_LOG_INFO("burst %d", i);
+        }
+    }
+    const auto echoes = echo.collector.TextsContaining("echo of burst");
+    ASSERT_EQ(echoes.size(), static_cast<std::size_t>(kLines));
+    EXPECT_EQ(echoes.front(), "echo of burst 0\n");
+    EXPECT_EQ(echoes.back(), "echo of burst 1999\n");
+}
+
+TEST(Logger, ManyProducersLoseNothingAndKeepEachThreadsOrder) {
+    constexpr int kThreads = 4;
+    constexpr int kLinesPerThread = 1500;
+    Collector collector;
+    {
+        Logger logger(16);
+        logger.SetCallback(&Collector::Callback, &collector, kMessageOnly);
+        std::vector<std::thread> producers;
+        for (int t = 0; t < kThreads; ++t) {
+            producers.emplace_back([t] {
+                for (int i = 0; i < kLinesPerThread; ++i) {
+                    OVEX_LOG_INFO("producer %d line %d", t, i);
+                }
+            });
+        }
+        for (int i = 0; i < 50; ++i) {
+            logger.SetCallback(&Collector::Callback, &collector, kMessageOnly);
+        }
+        for (auto& producer : producers) {
+            producer.join();
+        }
+    }
+    std::vector<int> next(kThreads, 0);
+    int total = 0;
+    for (const auto& line : collector.lines) {
+        int t = 0;
+        int i = 0;
+        if (std::sscanf(line.text.c_str(), "producer %d line %d", &t, &i) == 2) {
+            ASSERT_EQ(i, next[t]) << "thread " << t << " out of order";
+            ++next[t];
+            ++total;
+        }
+    }
+    EXPECT_EQ(total, kThreads * kLinesPerThread);
+}
+
+TEST(Logger, NullCallbackDropsLinesAndKeepsRunning) {
+    Collector collector;
+    {
+        Logger logger(512);
+        logger.SetCallback(nullptr, nullptr, kMessageOnly);
+        OVEX_LOG_INFO("dropped");
+        logger.SetCallback(&Collector::Callback, &collector, kMessageOnly);
+        OVEX_LOG_INFO("kept");
+    }
+    EXPECT_TRUE(collector.TextsContaining("dropped").empty());
+    EXPECT_EQ(collector.TextsContaining("kept"), (std::vector<std::string>{"kept\n"}));
+    EXPECT_EQ(collector.TextsContaining("Logger terminated.").size(), 1u);
+}
+
+TEST(Logger, StderrGetsWarningsBackWhenTheLastLoggerEnds) {
+    EXPECT_EQ(ovex::log::StderrVerbosity(), ovex::log::kWarning);
+    {
+        Logger first(512);
+        Logger second(512);
+    }
+    EXPECT_EQ(ovex::log::StderrVerbosity(), ovex::log::kWarning);
+    EXPECT_EQ(ovex::log::Cutoff(), ovex::log::kWarning);
+}
+
+}  // namespace
+}  // namespace ovex::sdk::testing
