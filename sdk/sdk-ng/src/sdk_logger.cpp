@@ -1,7 +1,5 @@
 #include "sdk_logger.hpp"
 
-#include <pthread.h>
-
 #include <atomic>
 #include <chrono>
 #include <deque>
@@ -175,11 +173,9 @@ void DeliverOwnLines(SharedState& state) {
     }
 }
 
-void ThreadBody(std::shared_ptr<SharedState> state) {
+void ThreadBody(std::stop_token, std::shared_ptr<SharedState> state) {
     OVEX_CHECK(state != nullptr, "BUG: The queue for logger thread is null pointer.");
     state->consumer.store(std::this_thread::get_id());
-    pthread_setname_np(pthread_self(), "Logger");
-    ovex::log::SetThreadName("Logger");
     OVEX_LOG_INFO("Logger started.");
 
     for (bool running = true; running;) {
@@ -204,16 +200,18 @@ Logger::Logger(std::size_t capacity)
     ovex::log::AddSink(m_sink, ovex::log::kDebug);
     logger_detail::StderrQuieting::Enter();
     try {
-        m_thread = std::thread(logger_detail::ThreadBody, m_state);
-    } catch (const std::system_error&) {
+        ovex::thread::ThreadParams params;
+        params.name = "Logger";
+        m_thread = ovex::thread::WrappedThread<>(params, logger_detail::ThreadBody, m_state);
+    } catch (...) {
         Unregister();
-        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+        throw;
     }
 }
 
 Logger::~Logger() {
     m_state->Push(logger_detail::Terminate{});
-    m_thread.join();
+    m_thread.Join();
     Unregister();
 }
 

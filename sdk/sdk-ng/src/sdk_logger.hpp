@@ -2,7 +2,8 @@
 
 #include <cstddef>
 #include <memory>
-#include <thread>
+
+#include "thread_mgmt/thread_mgmt.hpp"
 
 #include "ovexsdk.h"
 
@@ -40,7 +41,7 @@ private:
 
     std::shared_ptr<logger_detail::SharedState> m_state;
     std::shared_ptr<logger_detail::LoggerSink> m_sink;
-    std::thread m_thread;
+    ovex::thread::WrappedThread<> m_thread;
 };
 
 }  // namespace ovex::sdk
