@@ -1,0 +1,83 @@
+#include "ovex/usb/impl/transfer_pool.hpp"
+
+#include "ovex/log/log.hpp"
+
+namespace ovex::usb::device::impl {
+
+LibusbTransfer::~LibusbTransfer() {
+    libusb_free_transfer(m_inner);
+    OVEX_LOG_DEBUG("Underlying %p released.", static_cast<void*>(m_inner));
+}
+
+void ReturnToPool::operator()(LibusbTransfer* transfer) const {
+    if (const auto owner = pool.lock()) {
+        owner->Return(transfer);
+    } else {
+        delete transfer;
+    }
+}
+
+std::shared_ptr<TransferPool> TransferPool::Create(std::uint8_t endpoint) {
+    return std::shared_ptr<TransferPool>(new TransferPool(endpoint));
+}
+
+std::unique_ptr<LibusbTransfer> TransferPool::Make() const {
+    libusb_transfer* inner = libusb_alloc_transfer(0);
+    if (inner == nullptr) {
+        OVEX_LOG_ERROR("Failed to allocate libusb transfer for endpoint 0x%02X.", m_endpoint);
+        return nullptr;
+    }
+    OVEX_LOG_DEBUG("Underlying %p for endpoint 0x%02X created.", static_cast<void*>(inner),
+                   m_endpoint);
+    return std::make_unique<LibusbTransfer>(inner);
+}
+
+PooledTransfer TransferPool::Get() {
+    std::unique_ptr<LibusbTransfer> transfer;
+    {
+        std::lock_guard lock(m_mutex);
+        if (!m_free.empty()) {
+            transfer = std::move(m_free.back());
+            m_free.pop_back();
+        }
+    }
+    if (!transfer) {
+        transfer = Make();
+    }
+    return PooledTransfer(transfer.release(), ReturnToPool{weak_from_this()});
+}
+
+void TransferPool::Reserve(std::size_t count) {
+    std::lock_guard lock(m_mutex);
+    while (m_free.size() < count) {
+        auto transfer = Make();
+        if (!transfer) {
+            return;
+        }
+        m_free.push_back(std::move(transfer));
+    }
+}
+
+std::size_t TransferPool::FreeCount() const {
+    std::lock_guard lock(m_mutex);
+    return m_free.size();
+}
+
+void TransferPool::Return(LibusbTransfer* transfer) {
+    if (transfer == nullptr) {
+        return;
+    }
+    libusb_transfer* inner = transfer->Get();
+    inner->dev_handle = nullptr;
+    inner->endpoint = 0;
+    inner->type = 0;
+    inner->timeout = 0;
+    inner->buffer = nullptr;
+    inner->length = 0;
+    inner->user_data = nullptr;
+    inner->callback = nullptr;
+    std::lock_guard lock(m_mutex);
+    m_free.emplace_back(transfer);
+}
+
+}  // namespace ovex::usb::device::impl
