@@ -13,7 +13,10 @@ UsbEndpoint* BaseOf(const AsyncState::Endpoint& endpoint) {
 
 UsbResult Collect(const std::shared_ptr<TransferEndless>& transfer, UsbEndpoint* endpoint) {
     const UsbResult result = transfer->Wait();
-    endpoint->Complete(transfer);
+    // A device closed under a running stream has freed (and destroyed) the endpoint already.
+    if (!transfer->EndpointReleased()) {
+        endpoint->Complete(transfer);
+    }
     OVEX_LOG_DEBUG("Perpetual transfer n.%d - %s: %s, received: %llu bytes.", result.id,
                    result.error.category().name(), result.error.message().c_str(),
                    static_cast<unsigned long long>(result.bytes));

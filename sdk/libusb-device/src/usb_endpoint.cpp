@@ -145,6 +145,9 @@ void UsbEndpoint::Complete(const AnyTransfer& transfer) {
     OVEX_CHECK(m_xfer == transfer,
                "BUG: Attempting to complete unknown transfer n.%d. Expected n.%d.", id_of(transfer),
                id_of(m_xfer));
+    if (const auto* endless = std::get_if<std::shared_ptr<TransferEndless>>(&m_xfer)) {
+        (*endless)->MarkEndpointReleased();
+    }
     m_xfer = std::monostate{};
     m_busy->Release();
     m_completed.test_and_set();

@@ -40,6 +40,11 @@ public:
     // Blocks until the last transfer has left; the result of the whole stream.
     UsbResult Wait();
 
+    // Set once the endpoint has been freed of this transfer, by its owner or by the endpoint's
+    // termination; whoever comes second leaves the endpoint alone.
+    bool MarkEndpointReleased() { return !m_endpoint_released.exchange(true); }
+    bool EndpointReleased() const { return m_endpoint_released.load(); }
+
 private:
     struct CancelOutcome {
         int cancelled = 0;
@@ -67,6 +72,7 @@ private:
     std::atomic_flag m_finished;
     bool m_resubmit;
     std::atomic<bool> m_aborted{false};
+    std::atomic<bool> m_endpoint_released{false};
     std::shared_ptr<IUsbDataProducer> m_producer;
     impl::TransferHandler& m_handler;
 };
