@@ -1,5 +1,6 @@
 #include "tpx3_pipeline/steps/sort_toas_step.hpp"
 
+#include <algorithm>
 #include <iterator>
 
 #include "tpx3_pipeline/toa_sort.hpp"
@@ -7,15 +8,17 @@
 namespace tpx3_pipeline {
 
 tbb::filter<std::unique_ptr<common::ExtendToasOutput>, std::unique_ptr<common::ExtendToasOutput>>
-SortToasStep::CreatePreSortFilter() {
+SortToasStep::CreatePreSortFilter(RunFailure& failure) {
     return tbb::make_filter<std::unique_ptr<common::ExtendToasOutput>,
                             std::unique_ptr<common::ExtendToasOutput>>(
-        tbb::filter_mode::parallel, [](std::unique_ptr<common::ExtendToasOutput> item) {
-            if (item->block) {
-                SortRecordsByTime(item->block->begin(), item->block->end());
-            }
-            return item;
-        });
+        tbb::filter_mode::parallel,
+        Guarded<common::ExtendToasOutput, common::ExtendToasOutput>(
+            failure, [](std::unique_ptr<common::ExtendToasOutput> item) {
+                if (item->block) {
+                    SortRecordsByTime(item->block->begin(), item->block->end());
+                }
+                return item;
+            }));
 }
 
 SortToasStep::BlockIt SortToasStep::FindBoundary() {
@@ -36,43 +39,52 @@ SortToasStep::BlockIt SortToasStep::FindBoundary() {
 
 void SortToasStep::InsertNewest() {
     // Everything in front of the newest block is in order already, and the newest block is
-    // sorted in itself: an insertion of its records from the front, across the block borders,
-    // moves only those that stand behind the tail of the older blocks, and each a short way.
+    // sorted in itself. Only the older records later than the newest block's first one and
+    // the newest records earlier than the older tail are out of place: those two runs are
+    // merged and written back over the places that they held, across the block borders.
     common::ExtendedBlock& newest = m_blocks.back();
-    const BlockIt newest_it = std::prev(m_blocks.end());
-    for (std::uint64_t i = 0; i < newest.count; ++i) {
-        const ToaTotRecord record = newest.begin()[i];
-        BlockIt hole_block = newest_it;
-        std::uint64_t hole = i;
-        for (;;) {
-            // The place in front of the hole, passing over blocks without records.
-            BlockIt prev_block = hole_block;
-            std::uint64_t prev = hole;
-            if (prev == 0) {
-                do {
-                    if (prev_block == m_blocks.begin()) {
-                        prev_block = m_blocks.end();
-                        break;
-                    }
-                    --prev_block;
-                } while (prev_block->count == 0);
-                if (prev_block == m_blocks.end()) {
-                    break;
-                }
-                prev = prev_block->count;
-            }
-            ToaTotRecord& before = prev_block->begin()[prev - 1];
-            if (before.time <= record.time) {
-                break;
-            }
-            hole_block->begin()[hole] = before;
-            hole_block = prev_block;
-            hole = prev - 1;
+    if (newest.count == 0 || m_blocks.size() < 2) {
+        return;
+    }
+    const std::uint64_t first_new = newest.begin()->time;
+    // The tail of the older records that lies behind first_new, collected from the back.
+    m_tail.clear();
+    BlockIt tail_block = std::prev(m_blocks.end());
+    std::uint64_t tail_index = 0;
+    for (BlockIt it = tail_block; it != m_blocks.begin();) {
+        --it;
+        std::uint64_t i = it->count;
+        while (i > 0 && it->begin()[i - 1].time > first_new) {
+            m_tail.push_back(it->begin()[--i]);
         }
-        if (hole_block == newest_it && hole == i) {
-            return;  // this record stays, and all behind it are later still
+        if (i < it->count) {
+            tail_block = it;
+            tail_index = i;
         }
-        hole_block->begin()[hole] = record;
+        if (i > 0) {
+            break;  // a record at or before first_new: nothing further back moves
+        }
+    }
+    if (m_tail.empty()) {
+        return;
+    }
+    std::reverse(m_tail.begin(), m_tail.end());
+    const std::uint64_t tail_last = m_tail.back().time;
+    const auto early_end = std::partition_point(
+        newest.begin(), newest.end(),
+        [tail_last](const ToaTotRecord& record) { return record.time < tail_last; });
+    m_merged.clear();
+    std::merge(m_tail.begin(), m_tail.end(), newest.begin(), early_end,
+               std::back_inserter(m_merged),
+               [](const ToaTotRecord& a, const ToaTotRecord& b) { return a.time < b.time; });
+    // Write back: first the places of the older tail, block by block, then the newest's front.
+    auto source = m_merged.begin();
+    for (BlockIt it = tail_block; source != m_merged.end(); ++it) {
+        const std::uint64_t from = it == tail_block ? tail_index : 0;
+        const std::uint64_t places = std::min<std::uint64_t>(
+            it->count - from, static_cast<std::uint64_t>(m_merged.end() - source));
+        std::copy(source, source + static_cast<std::ptrdiff_t>(places), it->begin() + from);
+        source += static_cast<std::ptrdiff_t>(places);
     }
 }
 

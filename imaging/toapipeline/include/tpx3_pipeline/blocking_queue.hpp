@@ -4,6 +4,8 @@
 // queue makes the producer spin, which is how back-pressure travels upstream; an empty one puts
 // the consumer to sleep.
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <thread>
 #include <utility>
@@ -38,10 +40,22 @@ public:
 
     bool TryPop(T& item) { return m_items.try_dequeue(item); }
 
+    // Like Pop, but gives up once `abandoned` is set and the queue is empty: false then.
+    bool PopUnless(T& item, const std::atomic<bool>& abandoned) {
+        while (!m_items.wait_dequeue_timed(item, kAbandonCheck)) {
+            if (abandoned.load(std::memory_order_acquire)) {
+                return m_items.try_dequeue(item);
+            }
+        }
+        return true;
+    }
+
     std::size_t Size() const { return m_items.size_approx(); }
     std::size_t Capacity() const { return m_items.max_capacity(); }
 
 private:
+    static constexpr std::chrono::milliseconds kAbandonCheck{20};
+
     moodycamel::BlockingReaderWriterCircularBuffer<T> m_items;
 };
 

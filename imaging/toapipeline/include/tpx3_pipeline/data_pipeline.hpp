@@ -37,7 +37,7 @@ public:
 
     explicit DataPipeline(PipelineOptions options = {})
         : m_options(WithDefaults(options)),
-          m_context{m_in, m_out, m_options},
+          m_context{m_in, m_out, m_options, m_failure},
           m_steps(((void)sizeof(Steps*), m_context)...) {}
 
     // Ends a run that is still under way, so that no stage outlives the queues and steps. By
@@ -61,14 +61,15 @@ public:
     DataPipeline(const DataPipeline&) = delete;
     DataPipeline& operator=(const DataPipeline&) = delete;
 
-    // Starts a run unless one is under way. A stage that throws ends the run: the out queue
-    // gets a Terminate item, so that its reader wakes, and the future holds the failure.
+    // Starts a run unless one is under way. A stage that throws ends the run: the reader of
+    // the out queue gets a Terminate item once the items before the failure are gone, and the
+    // future holds a std::exception with the failure's text.
     void Start() {
         if (m_future.valid() &&
             m_future.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
             return;
         }
-        m_failed.store(false, std::memory_order_relaxed);
+        m_failure.Clear();
         m_future = std::async(std::launch::async, [this] { Run(); });
     }
 
@@ -79,7 +80,7 @@ public:
     // reads the in queue any more, and the entry is released at once: the answer is false.
     bool PushEntry(common::DataEntry entry) {
         while (!m_in.TryPush(entry)) {
-            if (m_failed.load(std::memory_order_acquire)) {
+            if (m_failure.Failed()) {
                 return false;
             }
             std::this_thread::yield();
@@ -87,8 +88,16 @@ public:
         return true;
     }
 
-    // The Processing thread's way out; blocks until an item is there.
-    OutItem PopResult() { return m_out.Pop(); }
+    // The Processing thread's way out; blocks until an item is there, or answers a Terminate
+    // item once a failed run has nothing more to give.
+    OutItem PopResult() {
+        OutItem item;
+        if (!m_out.PopUnless(item, m_failure.Flag())) {
+            item = OutItem{};
+            item.type = EntryType::Terminate;
+        }
+        return item;
+    }
 
     // Waits for the run to end and rethrows its failure, if any.
     void Wait() {
@@ -113,7 +122,8 @@ private:
     }
 
     auto ComposeFilters() {
-        return std::apply([](auto&... steps) { return (steps.CreateFilter() & ...); }, m_steps);
+        return std::apply([this](auto&... steps) { return (steps.CreateFilter(m_failure) & ...); },
+                          m_steps);
     }
 
     void Run() {
@@ -122,18 +132,16 @@ private:
             tbb::parallel_pipeline(TokenCount(std::thread::hardware_concurrency()),
                                    ComposeFilters(), context);
         } catch (const std::exception& error) {
-            m_failed.store(true, std::memory_order_release);
-            // No stage runs any more, so this thread may stand in for the last one.
-            OutItem terminal;
-            terminal.type = EntryType::Terminate;
-            m_out.Push(std::move(terminal));
-            throw std::runtime_error(error.what());
+            m_failure.Note(error.what());
+        }
+        if (m_failure.Failed()) {
+            throw std::runtime_error(m_failure.What());
         }
     }
 
     PipelineOptions m_options;
     std::future<void> m_future;
-    std::atomic<bool> m_failed{false};
+    RunFailure m_failure;
     BlockingQueue<common::DataEntry> m_in;
     BlockingQueue<OutItem> m_out;
     StepContext<OutItem> m_context;

@@ -37,12 +37,14 @@ public:
         return output;
     }
 
-    tbb::filter<std::unique_ptr<common::SortToasOutput>, std::unique_ptr<Output>> CreateFilter() {
+    tbb::filter<std::unique_ptr<common::SortToasOutput>, std::unique_ptr<Output>> CreateFilter(
+        RunFailure& failure) {
         return tbb::make_filter<std::unique_ptr<common::SortToasOutput>, std::unique_ptr<Output>>(
             tbb::filter_mode::serial_in_order,
-            [this](std::unique_ptr<common::SortToasOutput> sorted) {
-                return std::make_unique<Output>(Process(std::move(*sorted)));
-            });
+            Guarded<common::SortToasOutput, Output>(
+                failure, [this](std::unique_ptr<common::SortToasOutput> sorted) {
+                    return std::make_unique<Output>(Process(std::move(*sorted)));
+                }));
     }
 
     W& Writer() noexcept { return m_writer; }
@@ -123,11 +125,13 @@ public:
     template <typename Ctx>
     explicit BinningFinalStep(Ctx& context) : BinningStep<W>(context), m_out(context.out) {}
 
-    tbb::filter<std::unique_ptr<common::SortToasOutput>, void> CreateFilter() {
-        return BinningStep<W>::CreateFilter() &
+    tbb::filter<std::unique_ptr<common::SortToasOutput>, void> CreateFilter(RunFailure& failure) {
+        return BinningStep<W>::CreateFilter(failure) &
                tbb::make_filter<std::unique_ptr<OutItem>, void>(
                    tbb::filter_mode::serial_in_order,
-                   [this](std::unique_ptr<OutItem> item) { m_out.Push(std::move(*item)); });
+                   GuardedSink<OutItem>(failure, [this](std::unique_ptr<OutItem> item) {
+                       m_out.Push(std::move(*item));
+                   }));
     }
 
 private:

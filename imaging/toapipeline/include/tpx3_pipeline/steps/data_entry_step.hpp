@@ -15,17 +15,18 @@ public:
     template <typename Ctx>
     explicit DataEntryStep(Ctx& context) : m_in(context.in) {}
 
-    tbb::filter<void, std::unique_ptr<common::DataEntry>> CreateFilter() {
+    // After a failure of the run the head takes no more entries.
+    tbb::filter<void, std::unique_ptr<common::DataEntry>> CreateFilter(RunFailure& failure) {
         return tbb::make_filter<void, std::unique_ptr<common::DataEntry>>(
             tbb::filter_mode::serial_in_order,
-            [this](tbb::flow_control& control) -> std::unique_ptr<common::DataEntry> {
-                if (m_seen_stop) {
+            [this, &failure](tbb::flow_control& control) -> std::unique_ptr<common::DataEntry> {
+                common::DataEntry entry;
+                if (m_seen_stop || failure.Failed() || !m_in.PopUnless(entry, failure.Flag())) {
                     control.stop();
                     return nullptr;
                 }
-                auto entry = std::make_unique<common::DataEntry>(m_in.Pop());
-                m_seen_stop = entry->type == EntryType::Stop;
-                return entry;
+                m_seen_stop = entry.type == EntryType::Stop;
+                return std::make_unique<common::DataEntry>(std::move(entry));
             });
     }
 

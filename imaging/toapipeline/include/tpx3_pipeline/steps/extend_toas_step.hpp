@@ -23,12 +23,14 @@ public:
     common::ExtendToasOutput Process(common::DataEntry entry);
 
     tbb::filter<std::unique_ptr<common::DataEntry>, std::unique_ptr<common::ExtendToasOutput>>
-    CreateFilter() {
+    CreateFilter(RunFailure& failure) {
         return tbb::make_filter<std::unique_ptr<common::DataEntry>,
                                 std::unique_ptr<common::ExtendToasOutput>>(
-            tbb::filter_mode::serial_in_order, [this](std::unique_ptr<common::DataEntry> entry) {
-                return std::make_unique<common::ExtendToasOutput>(Process(std::move(*entry)));
-            });
+            tbb::filter_mode::serial_in_order,
+            Guarded<common::DataEntry, common::ExtendToasOutput>(
+                failure, [this](std::unique_ptr<common::DataEntry> entry) {
+                    return std::make_unique<common::ExtendToasOutput>(Process(std::move(*entry)));
+                }));
     }
 
     std::uint64_t LastToa() const noexcept { return m_last_toa; }
@@ -52,13 +54,14 @@ public:
     template <typename Ctx>
     explicit ExtendToasFinalStep(Ctx& context) : ExtendToasStep(context), m_out(context.out) {}
 
-    tbb::filter<std::unique_ptr<common::DataEntry>, void> CreateFilter() {
-        return ExtendToasStep::CreateFilter() &
+    tbb::filter<std::unique_ptr<common::DataEntry>, void> CreateFilter(RunFailure& failure) {
+        return ExtendToasStep::CreateFilter(failure) &
                tbb::make_filter<std::unique_ptr<common::ExtendToasOutput>, void>(
                    tbb::filter_mode::serial_in_order,
-                   [this](std::unique_ptr<common::ExtendToasOutput> item) {
-                       m_out.Push(std::move(*item));
-                   });
+                   GuardedSink<common::ExtendToasOutput>(
+                       failure, [this](std::unique_ptr<common::ExtendToasOutput> item) {
+                           m_out.Push(std::move(*item));
+                       }));
     }
 
 private:

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <vector>
 
 #include <oneapi/tbb/parallel_pipeline.h>
 
@@ -29,21 +30,22 @@ public:
     // Sorts the records of one block; no state, so it runs on all tokens at once.
     static tbb::filter<std::unique_ptr<common::ExtendToasOutput>,
                        std::unique_ptr<common::ExtendToasOutput>>
-    CreatePreSortFilter();
+    CreatePreSortFilter(RunFailure& failure);
 
     tbb::filter<std::unique_ptr<common::ExtendToasOutput>, std::unique_ptr<common::SortToasOutput>>
-    CreateMainSortFilter() {
+    CreateMainSortFilter(RunFailure& failure) {
         return tbb::make_filter<std::unique_ptr<common::ExtendToasOutput>,
                                 std::unique_ptr<common::SortToasOutput>>(
             tbb::filter_mode::serial_in_order,
-            [this](std::unique_ptr<common::ExtendToasOutput> item) {
-                return std::make_unique<common::SortToasOutput>(Process(std::move(*item)));
-            });
+            Guarded<common::ExtendToasOutput, common::SortToasOutput>(
+                failure, [this](std::unique_ptr<common::ExtendToasOutput> item) {
+                    return std::make_unique<common::SortToasOutput>(Process(std::move(*item)));
+                }));
     }
 
     tbb::filter<std::unique_ptr<common::ExtendToasOutput>, std::unique_ptr<common::SortToasOutput>>
-    CreateFilter() {
-        return CreatePreSortFilter() & CreateMainSortFilter();
+    CreateFilter(RunFailure& failure) {
+        return CreatePreSortFilter(failure) & CreateMainSortFilter(failure);
     }
 
     const std::list<common::ExtendedBlock>& Held() const noexcept { return m_blocks; }
@@ -55,6 +57,9 @@ private:
     void InsertNewest();
 
     std::list<common::ExtendedBlock> m_blocks;  // oldest first, records sorted across blocks
+    // Scratch of the merge, kept so that steady state allocates nothing.
+    std::vector<ToaTotRecord> m_tail;
+    std::vector<ToaTotRecord> m_merged;
 };
 
 // The sort with the push to the out queue behind it: one out item per block.
@@ -68,13 +73,14 @@ public:
     // Pushes the blocks in order; the last takes the item's type, the others Data or LastData.
     void PushOut(common::SortToasOutput sorted);
 
-    tbb::filter<std::unique_ptr<common::ExtendToasOutput>, void> CreateFilter() {
-        return SortToasStep::CreateFilter() &
+    tbb::filter<std::unique_ptr<common::ExtendToasOutput>, void> CreateFilter(RunFailure& failure) {
+        return SortToasStep::CreateFilter(failure) &
                tbb::make_filter<std::unique_ptr<common::SortToasOutput>, void>(
                    tbb::filter_mode::serial_in_order,
-                   [this](std::unique_ptr<common::SortToasOutput> sorted) {
-                       PushOut(std::move(*sorted));
-                   });
+                   GuardedSink<common::SortToasOutput>(
+                       failure, [this](std::unique_ptr<common::SortToasOutput> sorted) {
+                           PushOut(std::move(*sorted));
+                       }));
     }
 
 private:

@@ -3,7 +3,12 @@
 // What the pipeline hands every step when it builds it: the two queues and the settings of
 // the acquisition. Each step takes what it needs.
 
+#include <atomic>
 #include <cstdint>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <string>
 
 #include "tpx3_pipeline/blocking_queue.hpp"
 #include "tpx3_pipeline/common.hpp"
@@ -23,11 +28,73 @@ struct PipelineOptions {
     BinningParameters binning;
 };
 
+// The first failure of a run. A stage that throws doesn't unwind through oneTBB, which would
+// abandon the items in flight: the failure is noted, the head stops taking entries, and every
+// stage drops what still comes, so that each item is destroyed by its owner.
+class RunFailure {
+public:
+    void Note(const char* what) {
+        std::lock_guard lock(m_mutex);
+        if (!m_failed.load(std::memory_order_relaxed)) {
+            m_what = what;
+            m_failed.store(true, std::memory_order_release);
+        }
+    }
+    bool Failed() const noexcept { return m_failed.load(std::memory_order_acquire); }
+    const std::atomic<bool>& Flag() const noexcept { return m_failed; }
+    std::string What() const {
+        std::lock_guard lock(m_mutex);
+        return m_what;
+    }
+    void Clear() {
+        std::lock_guard lock(m_mutex);
+        m_what.clear();
+        m_failed.store(false, std::memory_order_release);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::atomic<bool> m_failed{false};
+    std::string m_what;
+};
+
 template <typename OutItem>
 struct StepContext {
     BlockingQueue<common::DataEntry>& in;
     BlockingQueue<OutItem>& out;
     const PipelineOptions& options;
+    RunFailure& failure;
 };
+
+// A stage body that passes nothing on once the run has failed, and notes its own failure.
+template <typename In, typename Out, typename Body>
+auto Guarded(RunFailure& failure, Body body) {
+    return [&failure, body = std::move(body)](std::unique_ptr<In> item) -> std::unique_ptr<Out> {
+        if (!item || failure.Failed()) {
+            return nullptr;
+        }
+        try {
+            return body(std::move(item));
+        } catch (const std::exception& error) {
+            failure.Note(error.what());
+            return nullptr;
+        }
+    };
+}
+
+// The same for the last stage, which passes nothing on.
+template <typename In, typename Body>
+auto GuardedSink(RunFailure& failure, Body body) {
+    return [&failure, body = std::move(body)](std::unique_ptr<In> item) {
+        if (!item || failure.Failed()) {
+            return;
+        }
+        try {
+            body(std::move(item));
+        } catch (const std::exception& error) {
+            failure.Note(error.what());
+        }
+    };
+}
 
 }  // namespace tpx3_pipeline
