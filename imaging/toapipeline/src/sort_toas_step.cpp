@@ -7,10 +7,9 @@
 
 namespace tpx3_pipeline {
 
-tbb::filter<std::unique_ptr<common::ExtendToasOutput>, std::unique_ptr<common::ExtendToasOutput>>
-SortToasStep::CreatePreSortFilter(RunFailure& failure) {
-    return tbb::make_filter<std::unique_ptr<common::ExtendToasOutput>,
-                            std::unique_ptr<common::ExtendToasOutput>>(
+tbb::filter<common::ExtendToasOutput*, common::ExtendToasOutput*> SortToasStep::CreatePreSortFilter(
+    RunFailure& failure) {
+    return tbb::make_filter<common::ExtendToasOutput*, common::ExtendToasOutput*>(
         tbb::filter_mode::parallel,
         Guarded<common::ExtendToasOutput, common::ExtendToasOutput>(
             failure, [](std::unique_ptr<common::ExtendToasOutput> item) {

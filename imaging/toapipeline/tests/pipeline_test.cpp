@@ -189,10 +189,10 @@ TEST_P(PipelineProperty, BinnedPacketsModeMatchesThePlainBinning) {
 INSTANTIATE_TEST_SUITE_P(
     Streams, PipelineProperty,
     ::testing::Values(Case{1, 6 * 512, 0.5, 0.02, 2000, 0x1000},
-                      Case{2, 6 * 4096, 1.5, 0.10, 30000, 0x2000'0000},
+                      Case{2, 6 * 4096, 1.0, 0.10, 30000, 0x2000'0000},
                       // The running time crosses a 2^32-tick page during the second line.
                       Case{3, 6 * 100, 0.2, 0.05, 20000, 0xFFFF'0000},
-                      Case{4, 6 * 20000, 2.0, 0.01, 500, 0x10'0000},
+                      Case{4, 6 * 20000, 1.0, 0.01, 500, 0x10'0000},
                       Case{5, 6, 0.05, 0.5, 3000, 0x5000}));
 
 }  // namespace

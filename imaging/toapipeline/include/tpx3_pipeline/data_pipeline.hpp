@@ -134,6 +134,7 @@ private:
         } catch (const std::exception& error) {
             m_failure.Note(error.what());
         }
+        m_failure.OrderStages();  // the stages' last steps happen before the run's end
         if (m_failure.Failed()) {
             throw std::runtime_error(m_failure.What());
         }

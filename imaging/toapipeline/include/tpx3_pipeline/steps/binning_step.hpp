@@ -37,9 +37,8 @@ public:
         return output;
     }
 
-    tbb::filter<std::unique_ptr<common::SortToasOutput>, std::unique_ptr<Output>> CreateFilter(
-        RunFailure& failure) {
-        return tbb::make_filter<std::unique_ptr<common::SortToasOutput>, std::unique_ptr<Output>>(
+    tbb::filter<common::SortToasOutput*, Output*> CreateFilter(RunFailure& failure) {
+        return tbb::make_filter<common::SortToasOutput*, Output*>(
             tbb::filter_mode::serial_in_order,
             Guarded<common::SortToasOutput, Output>(
                 failure, [this](std::unique_ptr<common::SortToasOutput> sorted) {
@@ -125,9 +124,9 @@ public:
     template <typename Ctx>
     explicit BinningFinalStep(Ctx& context) : BinningStep<W>(context), m_out(context.out) {}
 
-    tbb::filter<std::unique_ptr<common::SortToasOutput>, void> CreateFilter(RunFailure& failure) {
+    tbb::filter<common::SortToasOutput*, void> CreateFilter(RunFailure& failure) {
         return BinningStep<W>::CreateFilter(failure) &
-               tbb::make_filter<std::unique_ptr<OutItem>, void>(
+               tbb::make_filter<OutItem*, void>(
                    tbb::filter_mode::serial_in_order,
                    GuardedSink<OutItem>(failure, [this](std::unique_ptr<OutItem> item) {
                        m_out.Push(std::move(*item));

@@ -16,17 +16,21 @@ public:
     explicit DataEntryStep(Ctx& context) : m_in(context.in) {}
 
     // After a failure of the run the head takes no more entries.
-    tbb::filter<void, std::unique_ptr<common::DataEntry>> CreateFilter(RunFailure& failure) {
-        return tbb::make_filter<void, std::unique_ptr<common::DataEntry>>(
+    tbb::filter<void, common::DataEntry*> CreateFilter(RunFailure& failure) {
+        return tbb::make_filter<void, common::DataEntry*>(
             tbb::filter_mode::serial_in_order,
-            [this, &failure](tbb::flow_control& control) -> std::unique_ptr<common::DataEntry> {
+            [this, &failure](tbb::flow_control& control) -> common::DataEntry* {
+                failure.OrderStages();
                 common::DataEntry entry;
+                std::unique_ptr<common::DataEntry> result;
                 if (m_seen_stop || failure.Failed() || !m_in.PopUnless(entry, failure.Flag())) {
                     control.stop();
-                    return nullptr;
+                } else {
+                    m_seen_stop = entry.type == EntryType::Stop;
+                    result = std::make_unique<common::DataEntry>(std::move(entry));
                 }
-                m_seen_stop = entry.type == EntryType::Stop;
-                return std::make_unique<common::DataEntry>(std::move(entry));
+                failure.OrderStages();
+                return result.release();
             });
     }
 

@@ -22,10 +22,8 @@ public:
     // start a line but has no CTRL packet, and when the ring has no room for the records.
     common::ExtendToasOutput Process(common::DataEntry entry);
 
-    tbb::filter<std::unique_ptr<common::DataEntry>, std::unique_ptr<common::ExtendToasOutput>>
-    CreateFilter(RunFailure& failure) {
-        return tbb::make_filter<std::unique_ptr<common::DataEntry>,
-                                std::unique_ptr<common::ExtendToasOutput>>(
+    tbb::filter<common::DataEntry*, common::ExtendToasOutput*> CreateFilter(RunFailure& failure) {
+        return tbb::make_filter<common::DataEntry*, common::ExtendToasOutput*>(
             tbb::filter_mode::serial_in_order,
             Guarded<common::DataEntry, common::ExtendToasOutput>(
                 failure, [this](std::unique_ptr<common::DataEntry> entry) {
@@ -54,9 +52,9 @@ public:
     template <typename Ctx>
     explicit ExtendToasFinalStep(Ctx& context) : ExtendToasStep(context), m_out(context.out) {}
 
-    tbb::filter<std::unique_ptr<common::DataEntry>, void> CreateFilter(RunFailure& failure) {
+    tbb::filter<common::DataEntry*, void> CreateFilter(RunFailure& failure) {
         return ExtendToasStep::CreateFilter(failure) &
-               tbb::make_filter<std::unique_ptr<common::ExtendToasOutput>, void>(
+               tbb::make_filter<common::ExtendToasOutput*, void>(
                    tbb::filter_mode::serial_in_order,
                    GuardedSink<common::ExtendToasOutput>(
                        failure, [this](std::unique_ptr<common::ExtendToasOutput> item) {

@@ -28,14 +28,12 @@ public:
     common::SortToasOutput Process(common::ExtendToasOutput item);
 
     // Sorts the records of one block; no state, so it runs on all tokens at once.
-    static tbb::filter<std::unique_ptr<common::ExtendToasOutput>,
-                       std::unique_ptr<common::ExtendToasOutput>>
-    CreatePreSortFilter(RunFailure& failure);
+    static tbb::filter<common::ExtendToasOutput*, common::ExtendToasOutput*> CreatePreSortFilter(
+        RunFailure& failure);
 
-    tbb::filter<std::unique_ptr<common::ExtendToasOutput>, std::unique_ptr<common::SortToasOutput>>
-    CreateMainSortFilter(RunFailure& failure) {
-        return tbb::make_filter<std::unique_ptr<common::ExtendToasOutput>,
-                                std::unique_ptr<common::SortToasOutput>>(
+    tbb::filter<common::ExtendToasOutput*, common::SortToasOutput*> CreateMainSortFilter(
+        RunFailure& failure) {
+        return tbb::make_filter<common::ExtendToasOutput*, common::SortToasOutput*>(
             tbb::filter_mode::serial_in_order,
             Guarded<common::ExtendToasOutput, common::SortToasOutput>(
                 failure, [this](std::unique_ptr<common::ExtendToasOutput> item) {
@@ -43,8 +41,8 @@ public:
                 }));
     }
 
-    tbb::filter<std::unique_ptr<common::ExtendToasOutput>, std::unique_ptr<common::SortToasOutput>>
-    CreateFilter(RunFailure& failure) {
+    tbb::filter<common::ExtendToasOutput*, common::SortToasOutput*> CreateFilter(
+        RunFailure& failure) {
         return CreatePreSortFilter(failure) & CreateMainSortFilter(failure);
     }
 
@@ -73,9 +71,9 @@ public:
     // Pushes the blocks in order; the last takes the item's type, the others Data or LastData.
     void PushOut(common::SortToasOutput sorted);
 
-    tbb::filter<std::unique_ptr<common::ExtendToasOutput>, void> CreateFilter(RunFailure& failure) {
+    tbb::filter<common::ExtendToasOutput*, void> CreateFilter(RunFailure& failure) {
         return SortToasStep::CreateFilter(failure) &
-               tbb::make_filter<std::unique_ptr<common::SortToasOutput>, void>(
+               tbb::make_filter<common::SortToasOutput*, void>(
                    tbb::filter_mode::serial_in_order,
                    GuardedSink<common::SortToasOutput>(
                        failure, [this](std::unique_ptr<common::SortToasOutput> sorted) {
