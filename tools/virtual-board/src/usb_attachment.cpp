@@ -73,8 +73,9 @@ UsbAttachment::UsbAttachment(TestBed& bed, FirmwareModel& model, int port)
 }
 
 UsbAttachment::~UsbAttachment() {
+    // Nobody may be listening for the removal any more: the board just leaves the tree.
     if (IsPlugged()) {
-        Unplug();
+        Remove(false);
     }
     g_signal_handlers_disconnect_by_data(m_handler, this);
     {
@@ -82,7 +83,7 @@ UsbAttachment::~UsbAttachment() {
         m_pending.clear();
         m_ready.clear();
     }
-    g_object_unref(m_handler);
+    m_bed.Adopt(m_handler);
 }
 
 std::string UsbAttachment::SysPath() const {
@@ -148,6 +149,10 @@ void UsbAttachment::Plug() {
 }
 
 void UsbAttachment::Unplug() {
+    Remove(true);
+}
+
+void UsbAttachment::Remove(bool announce) {
     {
         std::lock_guard lock(m_mutex);
         if (!m_plugged) {
@@ -163,7 +168,9 @@ void UsbAttachment::Unplug() {
         m_pending.clear();
     }
     const std::string syspath = SysPath();
-    umockdev_testbed_uevent(m_bed.Get(), syspath.c_str(), "remove");
+    if (announce) {
+        umockdev_testbed_uevent(m_bed.Get(), syspath.c_str(), "remove");
+    }
     umockdev_testbed_remove_device(m_bed.Get(), syspath.c_str());
 }
 

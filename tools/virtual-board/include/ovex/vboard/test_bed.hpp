@@ -4,6 +4,7 @@
 // made before the first libusb context and destroyed after the last one has gone.
 
 #include <string>
+#include <vector>
 
 typedef struct _UMockdevTestbed UMockdevTestbed;
 
@@ -20,6 +21,10 @@ public:
     // The root of the emulated tree, which a child process finds through UMOCKDEV_DIR.
     std::string RootDir() const;
 
+    // Keeps a reference of a GObject until after the test bed is gone: umockdev's worker must
+    // never be the one that finalises an ioctl handler.
+    void Adopt(void* object);
+
     // A device number not used before on bus 1.
     int NextDeviceNumber() { return m_next_devnum++; }
 
@@ -28,6 +33,7 @@ public:
 
 private:
     UMockdevTestbed* m_testbed;
+    std::vector<void*> m_adopted;
     int m_next_devnum = 2;
 };
 

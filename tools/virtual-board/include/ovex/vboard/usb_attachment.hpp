@@ -49,6 +49,7 @@ private:
     void ClearHalt(UMockdevIoctlClient* client);
     void Advance(Urb& urb);
     void Plug();
+    void Remove(bool announce);
 
     TestBed& m_bed;
     FirmwareModel& m_model;

@@ -1,0 +1,117 @@
+// ovex-vboard: keeps virtual boards in this process and runs an unmodified host program against
+// them. The program sees the boards through libusb as if they were plugged in.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ovex/vboard/virtual_board.hpp"
+
+namespace {
+
+constexpr const char* kPreload = "libumockdev-preload.so.0";
+
+void PrintUsage(std::FILE* out) {
+    std::fprintf(
+        out,
+        "Usage: ovex-vboard run [options] -- PROGRAM [ARGS...]\n"
+        "Runs PROGRAM with virtual boards on an emulated USB bus.\n\n"
+        "Options:\n"
+        "  --boards N     number of boards (default 1)\n"
+        "  --rate BPS     data stream rate in bytes per second (default 0: as fast as read)\n"
+        "  --serial TEXT  serial number of the first board; later ones get -2, -3, ...\n"
+        "  --help         this text\n\n"
+        "Example:\n"
+        "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n");
+}
+
+struct Options {
+    int boards = 1;
+    double rate = 0.0;
+    std::string serial = "OVX-0001";
+    std::vector<char*> program;
+};
+
+bool Parse(int argc, char** argv, Options& options) {
+    if (argc < 2 || std::strcmp(argv[1], "run") != 0) {
+        return false;
+    }
+    for (int i = 2; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool has_value = i + 1 < argc;
+        if (arg == "--") {
+            options.program.assign(argv + i + 1, argv + argc);
+            return !options.program.empty();
+        } else if (arg == "--boards" && has_value) {
+            options.boards = std::atoi(argv[++i]);
+            if (options.boards < 0 || options.boards > 100) {
+                return false;
+            }
+        } else if (arg == "--rate" && has_value) {
+            options.rate = std::atof(argv[++i]);
+        } else if (arg == "--serial" && has_value) {
+            options.serial = argv[++i];
+        } else {
+            return false;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc >= 2 && std::strcmp(argv[1], "--help") == 0) {
+        PrintUsage(stdout);
+        return 0;
+    }
+    Options options;
+    if (!Parse(argc, argv, options)) {
+        PrintUsage(stderr);
+        return 2;
+    }
+    try {
+        ovex::vboard::TestBed bed;
+        std::vector<std::unique_ptr<ovex::vboard::VirtualBoard>> boards;
+        for (int i = 0; i < options.boards; ++i) {
+            ovex::vboard::VirtualBoard::Settings settings;
+            settings.identity.serial =
+                i == 0 ? options.serial : options.serial + "-" + std::to_string(i + 1);
+            settings.stream.bytes_per_second = options.rate;
+            boards.push_back(std::make_unique<ovex::vboard::VirtualBoard>(bed, i + 1, settings));
+        }
+        const pid_t child = ::fork();
+        if (child < 0) {
+            std::perror("ovex-vboard: fork");
+            return 1;
+        }
+        if (child == 0) {
+            const char* existing = std::getenv("LD_PRELOAD");
+            const std::string preload =
+                existing && *existing ? std::string(kPreload) + ":" + existing : kPreload;
+            ::setenv("LD_PRELOAD", preload.c_str(), 1);
+            options.program.push_back(nullptr);
+            ::execvp(options.program[0], options.program.data());
+            std::fprintf(stderr, "ovex-vboard: cannot run %s: %s\n", options.program[0],
+                         std::strerror(errno));
+            ::_exit(127);
+        }
+        int status = 0;
+        while (::waitpid(child, &status, 0) < 0) {
+            if (errno != EINTR) {
+                std::perror("ovex-vboard: waitpid");
+                return 1;
+            }
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "ovex-vboard: %s\n", error.what());
+        return 1;
+    }
+}
