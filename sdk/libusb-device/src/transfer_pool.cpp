@@ -17,8 +17,9 @@ void ReturnToPool::operator()(LibusbTransfer* transfer) const {
     }
 }
 
-std::shared_ptr<TransferPool> TransferPool::Create(std::uint8_t endpoint) {
-    return std::shared_ptr<TransferPool>(new TransferPool(endpoint));
+std::shared_ptr<TransferPool> TransferPool::Create(std::uint8_t endpoint,
+                                                   std::shared_ptr<const void> context_owner) {
+    return std::shared_ptr<TransferPool>(new TransferPool(endpoint, std::move(context_owner)));
 }
 
 std::unique_ptr<LibusbTransfer> TransferPool::Make() const {

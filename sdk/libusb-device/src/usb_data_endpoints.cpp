@@ -46,8 +46,10 @@ std::span<std::uint8_t> Writable(std::span<const std::uint8_t> data) {
 
 }  // namespace
 
-UsbBulkEp::UsbBulkEp(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor)
-    : UsbEndpoint(handle, descriptor), m_max_transfer_size(kUnlimitedTransferSize) {
+UsbBulkEp::UsbBulkEp(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor,
+                     std::shared_ptr<const void> context_owner)
+    : UsbEndpoint(handle, descriptor, std::move(context_owner)),
+      m_max_transfer_size(kUnlimitedTransferSize) {
     if (IsIngress()) {
         m_max_transfer_size = MaxTransferSize(handle, m_address);
     }

@@ -163,16 +163,19 @@ std::error_code UsbDevice::BuildEndpoints() {
         switch (descriptor.bmAttributes & 3) {
             case LIBUSB_TRANSFER_TYPE_CONTROL:
                 OVEX_LOG_DEBUG("Endpoint 0x%02X: type=control, max_pkt_size=%d.", address, packet);
-                m_endpoints.emplace_back(std::in_place_type<UsbControlEp>, m_handle, descriptor);
+                m_endpoints.emplace_back(std::in_place_type<UsbControlEp>, m_handle, descriptor,
+                                         m_events);
                 break;
             case LIBUSB_TRANSFER_TYPE_BULK:
                 OVEX_LOG_DEBUG("Endpoint 0x%02X: type=bulk, max_pkt_size=%d.", address, packet);
-                m_endpoints.emplace_back(std::in_place_type<UsbBulkEp>, m_handle, descriptor);
+                m_endpoints.emplace_back(std::in_place_type<UsbBulkEp>, m_handle, descriptor,
+                                         m_events);
                 break;
             case LIBUSB_TRANSFER_TYPE_INTERRUPT:
                 OVEX_LOG_DEBUG("Endpoint 0x%02X: type=interrupt, max_pkt_size=%d.", address,
                                packet);
-                m_endpoints.emplace_back(std::in_place_type<UsbInterruptEp>, m_handle, descriptor);
+                m_endpoints.emplace_back(std::in_place_type<UsbInterruptEp>, m_handle, descriptor,
+                                         m_events);
                 break;
             default:
                 OVEX_LOG_WARN("Isochronous endpoints are not supported.");

@@ -43,14 +43,15 @@ void BusyGate::Release() {
 
 }  // namespace impl
 
-UsbEndpoint::UsbEndpoint(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor)
+UsbEndpoint::UsbEndpoint(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor,
+                         std::shared_ptr<const void> context_owner)
     : m_address(descriptor.bEndpointAddress),
       m_max_packet_size(descriptor.wMaxPacketSize),
       m_busy(std::make_unique<impl::BusyGate>()),
       m_handle(handle),
       m_handler(std::make_unique<impl::TransferHandler>(descriptor.bEndpointAddress,
                                                         kHandlerQueueCapacity)),
-      m_pool(impl::TransferPool::Create(descriptor.bEndpointAddress)) {}
+      m_pool(impl::TransferPool::Create(descriptor.bEndpointAddress, std::move(context_owner))) {}
 
 UsbEndpoint::UsbEndpoint(UsbEndpoint&& other) noexcept
     : m_address(other.m_address),

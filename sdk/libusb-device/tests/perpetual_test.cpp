@@ -162,6 +162,9 @@ TEST_F(PerpetualTest, ClosingTheDeviceEndsARunningStreamFirst) {
     const UsbResult result = state.Future().get();  // still collectable, the endpoint is gone
     EXPECT_FALSE(result.error);
     EXPECT_EQ(result.bytes, producer->Received());
+    // The state outlives device and context: its pooled transfers keep libusb alive till the end.
+    m_device.reset();
+    m_context.reset();
 }
 
 TEST_F(PerpetualTest, DroppedStateAbortsAndFreesTheEndpoint) {

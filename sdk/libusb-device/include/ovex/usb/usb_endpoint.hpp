@@ -46,7 +46,9 @@ private:
 
 class UsbEndpoint {
 public:
-    UsbEndpoint(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor);
+    // `context_owner` keeps the libusb context alive while transfers of this endpoint exist.
+    UsbEndpoint(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor,
+                std::shared_ptr<const void> context_owner);
     ~UsbEndpoint();
     // Moves are for building the endpoint table only, while no transfer runs.
     UsbEndpoint(UsbEndpoint&& other) noexcept;
@@ -112,7 +114,8 @@ private:
 
 class UsbBulkEp : public UsbEndpoint {
 public:
-    UsbBulkEp(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor);
+    UsbBulkEp(libusb_device_handle* handle, const libusb_endpoint_descriptor& descriptor,
+              std::shared_ptr<const void> context_owner);
     UsbBulkEp(UsbBulkEp&&) noexcept = default;
 
     std::int32_t GetMaxTransferSize() const { return m_max_transfer_size; }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace ovex::usb::device::impl {
@@ -38,7 +39,10 @@ using PooledTransfer = std::unique_ptr<LibusbTransfer, ReturnToPool>;
 
 class TransferPool : public std::enable_shared_from_this<TransferPool> {
 public:
-    static std::shared_ptr<TransferPool> Create(std::uint8_t endpoint);
+    // `context_owner` keeps the libusb context alive for as long as pooled transfers exist: a
+    // stream's result may be collected after its device and context have gone.
+    static std::shared_ptr<TransferPool> Create(std::uint8_t endpoint,
+                                                std::shared_ptr<const void> context_owner);
 
     // A free object, or a new one; null if libusb cannot allocate one.
     PooledTransfer Get();
@@ -47,11 +51,13 @@ public:
     std::size_t FreeCount() const;
 
 private:
-    explicit TransferPool(std::uint8_t endpoint) : m_endpoint(endpoint) {}
+    TransferPool(std::uint8_t endpoint, std::shared_ptr<const void> context_owner)
+        : m_context_owner(std::move(context_owner)), m_endpoint(endpoint) {}
     std::unique_ptr<LibusbTransfer> Make() const;
     void Return(LibusbTransfer* transfer);
     friend struct ReturnToPool;
 
+    std::shared_ptr<const void> m_context_owner;  // declared first, released last
     const std::uint8_t m_endpoint;
     mutable std::mutex m_mutex;
     std::vector<std::unique_ptr<LibusbTransfer>> m_free;
