@@ -135,6 +135,20 @@ TEST_F(UsbDeviceTest, EventThreadRunsFromFirstOpenToLastClose) {
     EXPECT_TRUE(devices[0].GetEndpoints().empty());
 }
 
+TEST_F(UsbDeviceTest, IsochronousEndpointIsLeftOutOfTheTable) {
+    vboard::VirtualBoard::Settings settings;
+    settings.identity.endpoints.push_back({0x83, 0x01, 1024, 1});
+    AddBoard(settings);
+    ovex::testing::LogCapture log;
+    UsbContext context;
+    UsbDevice device = OpenOne(context);
+    EXPECT_EQ(device.GetEndpoints().size(), 4u);
+    EXPECT_EQ(device.FindEndpoint<UsbBulkEp>(0x83), nullptr);
+    EXPECT_EQ(device.FindEndpoint<UsbInterruptEp>(0x83), nullptr);
+    EXPECT_TRUE(log.Contains(log::kWarning, "Isochronous endpoints are not supported."));
+    EXPECT_TRUE(log.Contains(log::kDebug, "Found 5 endpoints on device '1.1.2':"));
+}
+
 TEST_F(UsbDeviceTest, DeviceOutlivesItsContextObject) {
     AddBoard();
     std::optional<UsbDevice> device;
