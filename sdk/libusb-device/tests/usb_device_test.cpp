@@ -354,5 +354,29 @@ TEST_F(UsbDeviceTest, UnplugEndsEveryCallWithANamedError) {
     EXPECT_FALSE(devices[0].FindEndpoint<UsbBulkEp>(0x81)->Read(data, 1.0));
 }
 
+TEST_F(UsbDeviceTest, UnplugDuringAControlRequestEndsItWithNoDevice) {
+    auto& board = AddBoard();
+    InstallEcho(board);
+    UsbContext context;
+    UsbDevice device = OpenOne(context);
+    auto& control = device.GetControlEndpoint();
+    // The board takes the request and never answers: only the unplug ends the wait.
+    board.Firmware().IgnoreNext(kEchoRequest);
+    std::array<std::uint8_t, 4> read{};
+    std::error_code pending;
+    std::thread requester([&] {
+        pending = control.ControlIn({0xC0, kEchoRequest, 0, 0, 0}, read, 0.0);
+    });
+    while (board.Usb().UrbsInFlight() == 0) {
+        std::this_thread::yield();
+    }
+    board.Usb().Unplug();
+    requester.join();
+    EXPECT_EQ(pending, std::errc::no_such_device);
+    EXPECT_EQ(control.ControlIn({0xC0, vboard::kLastErrorRequest, 0, 0, 0}, read, 1.0),
+              std::errc::no_such_device);
+    EXPECT_FALSE(device.Close());
+}
+
 }  // namespace
 }  // namespace ovex::usb::device
