@@ -215,10 +215,8 @@ void TransferEndless::FailurePath(libusb_transfer* transfer, int status) {
         }
     }
     Release(transfer);
-    if (status == LIBUSB_TRANSFER_NO_DEVICE) {
-        OVEX_LOG_DEBUG("Device was disconnected, skipping transfers cancellation.");
-        return;
-    }
+    // Even on a disconnect the others are cancelled: a transfer that the host controller took
+    // just before the device went may otherwise never be given back.
     const CancelOutcome outcome = CancelAll();
     OVEX_LOG_DEBUG("Cancelled %d libusb remaining libusb transfers from perpetual transfer n.%d.",
                    outcome.cancelled, m_id);
@@ -241,7 +239,7 @@ TransferEndless::CancelOutcome TransferEndless::CancelAll() {
     m_aborted.store(true, std::memory_order_release);
     for (std::size_t index = 0; index < m_in_flight.size(); ++index) {
         const int result = libusb_cancel_transfer(m_in_flight[index]->Get());
-        if (result == 0 || result == LIBUSB_ERROR_NOT_FOUND) {
+        if (result == 0 || result == LIBUSB_ERROR_NOT_FOUND || result == LIBUSB_ERROR_NO_DEVICE) {
             ++outcome.cancelled;
             continue;
         }
