@@ -45,6 +45,13 @@ protected:
             });
     }
 
+    // Returns once the board holds a request of the host's that it hasn't answered.
+    static void AwaitUrbInFlight(vboard::VirtualBoard& board) {
+        while (board.Usb().UrbsInFlight() == 0) {
+            std::this_thread::yield();
+        }
+    }
+
     std::vector<std::uint8_t> m_echo;
 };
 
@@ -308,9 +315,7 @@ TEST_F(UsbDeviceTest, BusyEndpointSerialisesCallersAndRefusesAtTimeoutZero) {
     std::vector<std::uint8_t> frame(64);
     std::error_code first;
     std::thread reader([&] { first = interrupt->Read(frame, 10.0); });
-    while (board.Usb().UrbsInFlight() == 0) {
-        std::this_thread::yield();
-    }
+    AwaitUrbInFlight(board);
     std::vector<std::uint8_t> other(64);
     EXPECT_EQ(interrupt->Read(other, 0.0), std::errc::device_or_resource_busy);
     board.Frames().Push({1});
@@ -329,9 +334,7 @@ TEST_F(UsbDeviceTest, UnplugEndsEveryCallWithANamedError) {
     std::error_code pending;
     std::thread reader(
         [&] { pending = bulk->Read(data, 0.0); });  // no timeout: only the unplug ends it
-    while (board.Usb().UrbsInFlight() == 0) {
-        std::this_thread::yield();
-    }
+    AwaitUrbInFlight(board);
     board.Usb().Unplug();
     reader.join();
     EXPECT_EQ(pending, std::errc::no_such_device);
@@ -367,9 +370,7 @@ TEST_F(UsbDeviceTest, UnplugDuringAControlRequestEndsItWithNoDevice) {
     std::thread requester([&] {
         pending = control.ControlIn({0xC0, kEchoRequest, 0, 0, 0}, read, 0.0);
     });
-    while (board.Usb().UrbsInFlight() == 0) {
-        std::this_thread::yield();
-    }
+    AwaitUrbInFlight(board);
     board.Usb().Unplug();
     requester.join();
     EXPECT_EQ(pending, std::errc::no_such_device);

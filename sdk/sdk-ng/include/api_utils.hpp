@@ -63,6 +63,9 @@ ovexsdk_err_code api_call(ovexsdk_dev_ctx* handle, ovexsdk_err_code (*impl)(Cont
     }
 }
 
+// Logs "Parameter pointer '<name>' is invalid." for a null pointer; answers whether it was null.
+bool LogInvalidPointer(const void* pointer, const char* name);
+
 // Copies text into a fixed field: zero-filled, at most N - 1 characters, always terminated.
 template <std::size_t N>
 void CopyTextField(char (&field)[N], std::string_view text) noexcept {

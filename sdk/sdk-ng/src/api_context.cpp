@@ -20,14 +20,6 @@ namespace {
 
 constexpr ovexsdk_version kVersion{0, 10, 1};
 
-bool LogInvalidPointer(const void* pointer, const char* name) {
-    if (pointer == nullptr) {
-        OVEX_LOG_ERROR("Parameter pointer '%s' is invalid.", name);
-        return true;
-    }
-    return false;
-}
-
 bool LogMissingDevice(Context& context) {
     if (!context.Device()) {
         OVEX_LOG_ERROR("Device pointer '%s' is invalid.", "device");

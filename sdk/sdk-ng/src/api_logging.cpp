@@ -9,8 +9,7 @@ namespace {
 
 ovexsdk_err_code LogSetCb(Context& context, ovexsdk_log_cb function, const ovexsdk_log_fmt* format,
                           void* param) {
-    if (format == nullptr) {
-        OVEX_LOG_ERROR("Parameter pointer '%s' is invalid.", "format");
+    if (LogInvalidPointer(format, "format")) {
         return OVEXSDK_ERR_INVALID;
     }
     context.Log().SetCallback(function, param, *format);

@@ -2,6 +2,18 @@
 
 #include "context.hpp"
 
+namespace ovex::sdk {
+
+bool LogInvalidPointer(const void* pointer, const char* name) {
+    if (pointer == nullptr) {
+        OVEX_LOG_ERROR("Parameter pointer '%s' is invalid.", name);
+        return true;
+    }
+    return false;
+}
+
+}  // namespace ovex::sdk
+
 namespace ovex::sdk::api_detail {
 
 bool HasMagic(const ovexsdk_dev_ctx* handle) noexcept {
