@@ -73,7 +73,7 @@ TEST_F(UsbDeviceTest, EnumerationFindsNoneOneOrTwoBoardsAndFiltersByIds) {
         EXPECT_TRUE(context.EnumerateDevices(kVid, kPid + 1).empty());
     }
     vboard::VirtualBoard::Settings second;
-    second.identity.serial = "OVX-0002";
+    second.identity.serial = "OVX00002";
     AddBoard(second);
     ovex::testing::LogCapture log;
     UsbContext context;
@@ -88,7 +88,7 @@ TEST_F(UsbDeviceTest, EnumerationFindsNoneOneOrTwoBoardsAndFiltersByIds) {
         serials.push_back(info.serial);
     }
     std::sort(serials.begin(), serials.end());
-    EXPECT_EQ(serials, (std::vector<std::string>{"OVX-0001", "OVX-0002"}));
+    EXPECT_EQ(serials, (std::vector<std::string>{"OVX00001", "OVX00002"}));
 }
 
 TEST_F(UsbDeviceTest, InfoReportsIdentityAndPath) {
@@ -100,8 +100,8 @@ TEST_F(UsbDeviceTest, InfoReportsIdentityAndPath) {
     ASSERT_FALSE(devices[0].GetInfo(info));
     EXPECT_EQ(info.manufacturer, "Ovex Instruments");
     EXPECT_EQ(info.product, "OvexBoard Timepix3");
-    EXPECT_EQ(info.serial, "OVX-0001");
-    EXPECT_EQ(info.version, "1.09");
+    EXPECT_EQ(info.serial, "OVX00001");
+    EXPECT_EQ(info.version, "3.03");
     EXPECT_EQ(info.path, "1.1.2");
     EXPECT_EQ(devices[0].GetPath(), "1.1.2");
 }
@@ -109,7 +109,7 @@ TEST_F(UsbDeviceTest, InfoReportsIdentityAndPath) {
 TEST_F(UsbDeviceTest, EventThreadRunsFromFirstOpenToLastClose) {
     AddBoard();
     vboard::VirtualBoard::Settings second;
-    second.identity.serial = "OVX-0002";
+    second.identity.serial = "OVX00002";
     AddBoard(second);
     ovex::testing::LogCapture log;
     UsbContext context;
@@ -168,7 +168,7 @@ TEST_F(UsbDeviceTest, DeviceOutlivesItsContextObject) {
     ASSERT_FALSE(device->Open());
     DeviceInfo info;
     EXPECT_FALSE(device->GetInfo(info));
-    EXPECT_EQ(info.serial, "OVX-0001");
+    EXPECT_EQ(info.serial, "OVX00001");
 }
 
 TEST_F(UsbDeviceTest, ControlTransfersAnswerStallAndKeepTheReason) {
@@ -201,12 +201,12 @@ TEST_F(UsbDeviceTest, ControlTransfersAnswerStallAndKeepTheReason) {
     std::array<std::uint8_t, 4> word{};
     EXPECT_EQ(control.ControlIn({0xC0, 0x77, 0, 0, 0}, word, 1.0), std::errc::io_error);
     ASSERT_FALSE(control.ControlIn({0xC0, vboard::kLastErrorRequest, 0, 0, 0}, word, 1.0));
-    EXPECT_EQ(word[0], vboard::kUnknownRequest);
+    EXPECT_EQ(word[0], vboard::kNotSupported);
     board.Firmware().StallNext(kEchoRequest);
     const auto stalled = control.ControlOut({0x40, kEchoRequest, 0, 0, 0}, written, 1.0);
     EXPECT_EQ(stalled, error::MakeTransferError(LIBUSB_TRANSFER_STALL));
     ASSERT_FALSE(control.ControlIn({0xC0, vboard::kLastErrorRequest, 0, 0, 0}, word, 1.0));
-    EXPECT_EQ(word[0], vboard::kRefused);
+    EXPECT_EQ(word[0], vboard::kFailure);
 
     // Too much payload for one control transfer is refused before libusb.
     std::vector<std::uint8_t> big(kMaxControlPayload + 1);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,10 @@ void PrintUsage(std::FILE* out) {
         "Runs PROGRAM with virtual boards on an emulated USB bus.\n\n"
         "Options:\n"
         "  --boards N     number of boards (default 1)\n"
+        "  --kind KIND    board kind: tpx3 (default), tpx2cb, tpx4cb or nobe\n"
         "  --rate BPS     data stream rate in bytes per second (default 0: as fast as read)\n"
-        "  --serial TEXT  serial number of the first board; later ones get -2, -3, ...\n"
+        "  --serial TEXT  serial number of the first board (default OVX00001); later boards\n"
+        "                 count up the number it ends in\n"
         "  --help         this text\n\n"
         "Example:\n"
         "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n");
@@ -33,10 +36,41 @@ void PrintUsage(std::FILE* out) {
 
 struct Options {
     int boards = 1;
+    ovex::vboard::BoardKind kind = ovex::vboard::BoardKind::kTimepix3;
     double rate = 0.0;
-    std::string serial = "OVX-0001";
+    std::string serial = ovex::vboard::BoardIdentity{}.serial;
     std::vector<char*> program;
 };
+
+std::optional<ovex::vboard::BoardKind> KindNamed(const std::string& name) {
+    using ovex::vboard::BoardKind;
+    if (name == "tpx3") {
+        return BoardKind::kTimepix3;
+    }
+    if (name == "tpx2cb") {
+        return BoardKind::kTimepix2Cb;
+    }
+    if (name == "tpx4cb") {
+        return BoardKind::kTimepix4Cb;
+    }
+    if (name == "nobe") {
+        return BoardKind::kNobe;
+    }
+    return std::nullopt;
+}
+
+// The serial number of board `offset` after the first: the number at the end of the first one's,
+// counted up in the same width ("OVX00009" -> "OVX00010"); a serial without one gets it added.
+std::string NthSerial(const std::string& first, int offset) {
+    const std::size_t digits = first.size() - (first.find_last_not_of("0123456789") + 1);
+    const std::string stem = first.substr(0, first.size() - digits);
+    const long number = digits == 0 ? 1 : std::stol(first.substr(stem.size()));
+    std::string count = std::to_string(number + offset);
+    if (count.size() < digits) {
+        count.insert(0, digits - count.size(), '0');
+    }
+    return stem + count;
+}
 
 bool Parse(int argc, char** argv, Options& options) {
     if (argc < 2 || std::strcmp(argv[1], "run") != 0) {
@@ -53,6 +87,12 @@ bool Parse(int argc, char** argv, Options& options) {
             if (options.boards < 0 || options.boards > 100) {
                 return false;
             }
+        } else if (arg == "--kind" && has_value) {
+            const auto kind = KindNamed(argv[++i]);
+            if (!kind) {
+                return false;
+            }
+            options.kind = *kind;
         } else if (arg == "--rate" && has_value) {
             options.rate = std::atof(argv[++i]);
         } else if (arg == "--serial" && has_value) {
@@ -81,8 +121,8 @@ int main(int argc, char** argv) {
         std::vector<std::unique_ptr<ovex::vboard::VirtualBoard>> boards;
         for (int i = 0; i < options.boards; ++i) {
             ovex::vboard::VirtualBoard::Settings settings;
-            settings.identity.serial =
-                i == 0 ? options.serial : options.serial + "-" + std::to_string(i + 1);
+            settings.kind = options.kind;
+            settings.identity.serial = i == 0 ? options.serial : NthSerial(options.serial, i);
             settings.stream.bytes_per_second = options.rate;
             boards.push_back(std::make_unique<ovex::vboard::VirtualBoard>(bed, i + 1, settings));
         }

@@ -12,17 +12,6 @@ constexpr std::uint8_t kGetDescriptor = 0x06;
 constexpr std::uint8_t kRecipientEndpoint = 0x02;
 constexpr std::uint16_t kEndpointHalt = 0;
 
-bool TakeOne(std::map<std::uint8_t, int>& counters, std::uint8_t key) {
-    const auto found = counters.find(key);
-    if (found == counters.end() || found->second <= 0) {
-        return false;
-    }
-    if (--found->second == 0) {
-        counters.erase(found);
-    }
-    return true;
-}
-
 ControlReply Answer(std::vector<std::uint8_t> data, std::uint16_t length) {
     if (data.size() > length) {
         data.resize(length);
@@ -31,6 +20,11 @@ ControlReply Answer(std::vector<std::uint8_t> data, std::uint16_t length) {
 }
 
 }  // namespace
+
+bool RequestMatch::Matches(const SetupPacket& setup) const {
+    return setup.bRequest == bRequest && (!wValue || *wValue == setup.wValue) &&
+           (!wIndex || *wIndex == setup.wIndex);
+}
 
 FirmwareModel::FirmwareModel(BoardIdentity identity) : m_identity(std::move(identity)) {}
 
@@ -41,11 +35,11 @@ ControlReply FirmwareModel::Control(const SetupPacket& setup,
     if (!setup.IsVendor()) {
         return Standard(setup);
     }
-    if (TakeOne(m_ignore_next, setup.bRequest)) {
-        return {ControlReply::Kind::kNoAnswer, {}};
-    }
-    if (TakeOne(m_stall_next, setup.bRequest)) {
-        return Refuse(kRefused);
+    if (auto fault = TakeFault(setup)) {
+        if (fault->kind == ControlReply::Kind::kStall) {
+            m_last_error = fault->error;
+        }
+        return *std::move(fault);
     }
     if (setup.bRequest == kLastErrorRequest && setup.IsIn()) {
         const std::uint32_t word = m_last_error;
@@ -56,14 +50,30 @@ ControlReply FirmwareModel::Control(const SetupPacket& setup,
     }
     const auto found = m_vendor.find(setup.bRequest);
     if (found == m_vendor.end()) {
-        return Refuse(kUnknownRequest);
+        return Refuse(kNotSupported);
     }
     VendorHandler handler = found->second;
     m_last_error = kNoError;
     lock.unlock();  // the handler may call back into the model
     ControlReply reply = handler(setup, out_data);
+    if (reply.kind == ControlReply::Kind::kStall) {
+        SetLastError(reply.error);
+    }
     if (reply.kind == ControlReply::Kind::kAnswer && setup.IsIn()) {
         reply.data.resize(std::min<std::size_t>(reply.data.size(), setup.wLength));
+    }
+    return reply;
+}
+
+std::optional<ControlReply> FirmwareModel::TakeFault(const SetupPacket& setup) {
+    const auto found = std::find_if(m_faults.begin(), m_faults.end(),
+                                    [&](const Fault& fault) { return fault.match.Matches(setup); });
+    if (found == m_faults.end()) {
+        return std::nullopt;
+    }
+    ControlReply reply = found->reply;
+    if (--found->count <= 0) {
+        m_faults.erase(found);
     }
     return reply;
 }
@@ -87,11 +97,11 @@ ControlReply FirmwareModel::Standard(const SetupPacket& setup) {
                 }
                 return Answer(std::move(all), setup.wLength);
             }
-            return Refuse(kBadLength);
+            return Refuse(kBadArgument);
         case kGetStatus:
             if (to_endpoint) {
                 if (!HasEndpoint(endpoint)) {
-                    return Refuse(kBadLength);
+                    return Refuse(kBadIndex);
                 }
                 return Answer({static_cast<std::uint8_t>(m_halted.count(endpoint)), 0},
                               setup.wLength);
@@ -107,9 +117,9 @@ ControlReply FirmwareModel::Standard(const SetupPacket& setup) {
                 }
                 return {};
             }
-            return Refuse(kUnknownRequest);
+            return Refuse(kNotSupported);
         default:
-            return Refuse(kUnknownRequest);
+            return Refuse(kNotSupported);
     }
 }
 
@@ -181,14 +191,20 @@ std::shared_ptr<IDataSink> FirmwareModel::Sink(std::uint8_t endpoint) const {
     return found == m_sinks.end() ? nullptr : found->second;
 }
 
-void FirmwareModel::StallNext(std::uint8_t bRequest, int count) {
+void FirmwareModel::StallNext(RequestMatch match, int count, std::uint32_t word) {
+    if (count <= 0) {
+        return;
+    }
     std::lock_guard lock(m_mutex);
-    m_stall_next[bRequest] += count;
+    m_faults.push_back({std::move(match), count, ControlReply::Stall(word)});
 }
 
-void FirmwareModel::IgnoreNext(std::uint8_t bRequest, int count) {
+void FirmwareModel::IgnoreNext(RequestMatch match, int count) {
+    if (count <= 0) {
+        return;
+    }
     std::lock_guard lock(m_mutex);
-    m_ignore_next[bRequest] += count;
+    m_faults.push_back({std::move(match), count, {ControlReply::Kind::kNoAnswer, {}, kNoError}});
 }
 
 }  // namespace ovex::vboard

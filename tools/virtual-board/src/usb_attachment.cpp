@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -172,6 +173,10 @@ void UsbAttachment::Remove(bool announce) {
         umockdev_testbed_uevent(m_bed.Get(), syspath.c_str(), "remove");
     }
     umockdev_testbed_remove_device(m_bed.Get(), syspath.c_str());
+}
+
+void UsbAttachment::RemoveDeviceNode() {
+    std::filesystem::remove(m_bed.RootDir() + DevNode());
 }
 
 void UsbAttachment::Replug() {

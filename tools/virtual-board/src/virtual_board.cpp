@@ -1,9 +1,28 @@
 #include "ovex/vboard/virtual_board.hpp"
 
 namespace ovex::vboard {
+namespace {
+
+const ItemTables& TablesIn(const VirtualBoard::Settings& settings) {
+    return settings.tables ? *settings.tables : TablesOf(settings.kind);
+}
+
+BoardIdentity IdentityIn(const VirtualBoard::Settings& settings) {
+    BoardIdentity identity = settings.identity;
+    if (identity.product.empty()) {
+        identity.product = TablesIn(settings).product;
+    }
+    if (identity.bcd_device == 0) {
+        identity.bcd_device = TablesIn(settings).bcd_device;
+    }
+    return identity;
+}
+
+}  // namespace
 
 VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
-    : m_model(std::move(settings.identity)),
+    : m_model(IdentityIn(settings)),
+      m_engine(m_model, TablesIn(settings)),
       m_stream(std::make_shared<CountingSource>(settings.stream)),
       m_frames(std::make_shared<FrameSource>()),
       m_sink(std::make_shared<BulkSink>()) {

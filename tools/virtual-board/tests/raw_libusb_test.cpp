@@ -18,7 +18,9 @@ protected:
             GTEST_SKIP() << "needs LD_PRELOAD=libumockdev-preload.so.0";
         }
         m_bed = std::make_unique<TestBed>();
-        m_board = std::make_unique<VirtualBoard>(*m_bed, 1, VirtualBoard::Settings{});
+    }
+    void Start(VirtualBoard::Settings settings = {}) {
+        m_board = std::make_unique<VirtualBoard>(*m_bed, 1, std::move(settings));
         ASSERT_EQ(libusb_init(&m_ctx), 0);
     }
     void TearDown() override {
@@ -44,10 +46,11 @@ protected:
 };
 
 TEST_F(RawBoard, IdentityStringsAndCountingStream) {
+    Start();
     Open();
     unsigned char text[64] = {};
     ASSERT_GT(libusb_get_string_descriptor_ascii(m_handle, kSerial, text, sizeof(text)), 0);
-    EXPECT_STREQ(reinterpret_cast<char*>(text), "OVX-0001");
+    EXPECT_STREQ(reinterpret_cast<char*>(text), "OVX00001");
 
     std::vector<unsigned char> data(1000);
     int got = 0;
@@ -63,7 +66,26 @@ TEST_F(RawBoard, IdentityStringsAndCountingStream) {
     EXPECT_EQ(libusb_control_transfer(m_handle, 0xC0, 0x55, 0, 0, word, 4, 1000),
               LIBUSB_ERROR_PIPE);
     EXPECT_EQ(libusb_control_transfer(m_handle, 0xC0, kLastErrorRequest, 0, 0, word, 4, 1000), 4);
-    EXPECT_EQ(word[0], kUnknownRequest);
+    EXPECT_EQ(word[0], kNotSupported);
+}
+
+TEST_F(RawBoard, KindGivesProductReleaseAndBoardIdUnlessOverridden) {
+    VirtualBoard::Settings settings;
+    settings.kind = BoardKind::kTimepix2Cb;
+    settings.identity.bcd_device = 0x0204;
+    Start(settings);
+    Open();
+    const ItemTables& tables = TablesOf(BoardKind::kTimepix2Cb);
+    unsigned char text[64] = {};
+    ASSERT_GT(libusb_get_string_descriptor_ascii(m_handle, kProduct, text, sizeof(text)), 0);
+    EXPECT_EQ(reinterpret_cast<char*>(text), tables.product);
+    libusb_device_descriptor descriptor{};
+    ASSERT_EQ(libusb_get_device_descriptor(libusb_get_device(m_handle), &descriptor), 0);
+    EXPECT_EQ(descriptor.bcdDevice, 0x0204);
+
+    unsigned char id[33] = {};  // the 32-byte field and a NUL
+    ASSERT_EQ(libusb_control_transfer(m_handle, 0xC0, 0xB0, 0, 0, id, 32, 1000), 32);
+    EXPECT_EQ(reinterpret_cast<char*>(id), tables.board_id);
 }
 
 }  // namespace

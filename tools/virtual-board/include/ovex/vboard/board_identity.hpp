@@ -19,11 +19,11 @@ struct BoardIdentity {
     std::uint16_t vendor_id = 0x1209;
     std::uint16_t product_id = 0xAD0E;
     std::uint16_t bcd_usb = 0x0200;
-    std::uint16_t bcd_device = 0x0109;
+    std::uint16_t bcd_device = 0;  // the PCB version, 0x0303 is "3.03"; 0: the board kind's
     std::uint8_t max_packet_size0 = 64;
     std::string manufacturer = "Ovex Instruments";
-    std::string product = "OvexBoard Timepix3";
-    std::string serial = "OVX-0001";
+    std::string product;              // empty: the board kind's
+    std::string serial = "OVX00001";  // 8 characters, as a locator by serial number takes them
     std::string configuration = "Application";
     // Application mode: bulk IN 0x81 for data, interrupt IN 0x82 for monitor frames, bulk OUT
     // 0x01 for configuration data.

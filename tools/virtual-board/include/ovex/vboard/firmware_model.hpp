@@ -9,12 +9,14 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <span>
 #include <vector>
 
 #include "ovex/vboard/board_identity.hpp"
 #include "ovex/vboard/data_source.hpp"
+#include "ovex/vboard/error_words.hpp"
 
 namespace ovex::vboard {
 
@@ -37,15 +39,27 @@ struct ControlReply {
     };
     Kind kind = Kind::kAnswer;
     std::vector<std::uint8_t> data;
+    std::uint32_t error = kNoError;  // of a stall: the word the last-error request reports
+
+    static ControlReply Answer(std::vector<std::uint8_t> data = {}) {
+        return {Kind::kAnswer, std::move(data), kNoError};
+    }
+    static ControlReply Stall(std::uint32_t error) { return {Kind::kStall, {}, error}; }
 };
 
-// Reasons of a refusal, as the last-error request reports them: the firmware's own category
-// (top byte 0) with its code in the low byte.
-enum LastError : std::uint32_t {
-    kNoError = 0,
-    kUnknownRequest = 0x01,
-    kBadLength = 0x02,
-    kRefused = 0x03,
+// Which requests a fault applies to: a bRequest, and optionally only one wValue or wIndex.
+struct RequestMatch {
+    // Implicit: a bare bRequest matches all its requests.
+    RequestMatch(std::uint8_t request) : bRequest(request) {}
+    RequestMatch(std::uint8_t request, std::optional<std::uint16_t> value,
+                 std::optional<std::uint16_t> index)
+        : bRequest(request), wValue(value), wIndex(index) {}
+
+    bool Matches(const SetupPacket& setup) const;
+
+    std::uint8_t bRequest;
+    std::optional<std::uint16_t> wValue;
+    std::optional<std::uint16_t> wIndex;
 };
 
 // Vendor request that reads the last-error word.
@@ -53,7 +67,7 @@ inline constexpr std::uint8_t kLastErrorRequest = 0x00;
 
 class FirmwareModel {
 public:
-    // A vendor request; it may stall by returning kStall and set the reason with `SetLastError`.
+    // A vendor request; it refuses with `ControlReply::Stall(reason)`.
     using VendorHandler =
         std::function<ControlReply(const SetupPacket&, std::span<const std::uint8_t> out_data)>;
 
@@ -80,16 +94,24 @@ public:
     std::shared_ptr<IDataSource> Source(std::uint8_t endpoint) const;
     std::shared_ptr<IDataSink> Sink(std::uint8_t endpoint) const;
 
-    // Fault injection on vendor requests: the next `count` requests with this bRequest stall with
-    // kRefused, or get no answer at all.
-    void StallNext(std::uint8_t bRequest, int count = 1);
-    void IgnoreNext(std::uint8_t bRequest, int count = 1);
+    // Fault injection on vendor requests, the last-error request included: the next `count`
+    // matching requests stall and leave `word` as the last error (0 too), or get no answer.
+    void StallNext(RequestMatch match, int count = 1, std::uint32_t word = kFailure);
+    void IgnoreNext(RequestMatch match, int count = 1);
 
 private:
     ControlReply Standard(const SetupPacket& setup);
     ControlReply Vendor(const SetupPacket& setup, std::span<const std::uint8_t> out_data);
     ControlReply Refuse(std::uint32_t reason);
     bool HasEndpoint(std::uint8_t endpoint) const;
+
+    struct Fault {
+        RequestMatch match;
+        int count;
+        ControlReply reply;
+    };
+    // The reply of the first fault that matches, which is used up by it.
+    std::optional<ControlReply> TakeFault(const SetupPacket& setup);
 
     const BoardIdentity m_identity;
     mutable std::mutex m_mutex;
@@ -99,8 +121,7 @@ private:
     std::set<std::uint8_t> m_halted;
     std::map<std::uint8_t, std::shared_ptr<IDataSource>> m_sources;
     std::map<std::uint8_t, std::shared_ptr<IDataSink>> m_sinks;
-    std::map<std::uint8_t, int> m_stall_next;
-    std::map<std::uint8_t, int> m_ignore_next;
+    std::vector<Fault> m_faults;  // in the order they were set
 };
 
 }  // namespace ovex::vboard

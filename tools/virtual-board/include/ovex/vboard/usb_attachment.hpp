@@ -32,6 +32,9 @@ public:
     // Plug in again, under a new device number.
     void Replug();
     bool IsPlugged() const;
+    // The board stays listed on the bus, but its device node can no longer be opened, as for a
+    // node the host isn't allowed to open.
+    void RemoveDeviceNode();
 
     std::string DevNode() const;
     std::string SysPath() const;

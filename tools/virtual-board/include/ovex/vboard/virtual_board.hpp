@@ -1,16 +1,19 @@
 #pragma once
 
-// One board on the emulated bus: the firmware model with its data sources, attached through
-// umockdev. The sources are the transport test set: a counting stream on bulk IN 0x81, frames
-// on interrupt IN 0x82, a sink on bulk OUT 0x01.
+// One board on the emulated bus: the firmware model with its vendor requests and its data
+// sources, attached through umockdev. The sources are the transport test set: a counting stream
+// on bulk IN 0x81, frames on interrupt IN 0x82, a sink on bulk OUT 0x01.
 
 #include <memory>
+#include <optional>
 
 #include "ovex/vboard/board_identity.hpp"
 #include "ovex/vboard/bulk_sink.hpp"
 #include "ovex/vboard/counting_source.hpp"
+#include "ovex/vboard/firmware_engine.hpp"
 #include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/frame_source.hpp"
+#include "ovex/vboard/item_tables.hpp"
 #include "ovex/vboard/test_bed.hpp"
 #include "ovex/vboard/usb_attachment.hpp"
 
@@ -23,13 +26,16 @@ inline constexpr std::uint8_t kConfigEndpoint = 0x01;
 class VirtualBoard {
 public:
     struct Settings {
-        BoardIdentity identity;
+        BoardKind kind = BoardKind::kTimepix3;
+        std::optional<ItemTables> tables;  // instead of the kind's: a board with custom items
+        BoardIdentity identity;  // an empty product and a bcd_device of 0 come from the tables
         CountingSource::Settings stream;
     };
 
     VirtualBoard(TestBed& bed, int port, Settings settings);
 
     FirmwareModel& Firmware() { return m_model; }
+    FirmwareEngine& Engine() { return m_engine; }
     UsbAttachment& Usb() { return *m_usb; }
     CountingSource& Stream() { return *m_stream; }
     FrameSource& Frames() { return *m_frames; }
@@ -40,6 +46,7 @@ public:
 
 private:
     FirmwareModel m_model;
+    FirmwareEngine m_engine;
     std::shared_ptr<CountingSource> m_stream;
     std::shared_ptr<FrameSource> m_frames;
     std::shared_ptr<BulkSink> m_sink;

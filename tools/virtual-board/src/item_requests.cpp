@@ -1,0 +1,195 @@
+#include "item_requests.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
+#include "request_shape.hpp"
+#include "wire_format.hpp"
+
+namespace ovex::vboard {
+namespace {
+
+// Sub-functions in wValue, shared by all lists up to 1.
+enum SubFunction : std::uint16_t {
+    kCount = 0,
+    kName = 1,
+    kInvokeOrGet = 2,  // command invoke, version value, state get, monitor value
+    kStateSet = 3,
+    kStateLimits = 4,
+    kMonitorRange = 3,
+};
+
+template <class Item>
+bool HasId(const std::vector<Item>& items, std::uint16_t id) {
+    return id < items.size();
+}
+
+// Count and name, which every list answers alike; nullopt for the other sub-functions.
+template <class Item>
+std::optional<ControlReply> CountOrName(const SetupPacket& setup, std::span<const std::uint8_t> out,
+                                        const std::vector<Item>& items) {
+    if (setup.wValue == kCount) {
+        if (const auto error = CheckShape(setup, out, Direction::kIn, 4)) {
+            return ControlReply::Stall(error);
+        }
+        return ControlReply::Answer(wire::U32(static_cast<std::uint32_t>(items.size())));
+    }
+    if (setup.wValue == kName) {
+        if (const auto error = CheckShape(setup, out, Direction::kIn, wire::kTextFieldSize)) {
+            return ControlReply::Stall(error);
+        }
+        if (!HasId(items, setup.wIndex)) {
+            return ControlReply::Stall(kBadIndex);
+        }
+        return ControlReply::Answer(
+            wire::TextField(items[setup.wIndex].name, wire::kTextFieldSize));
+    }
+    return std::nullopt;
+}
+
+template <class Item>
+std::size_t IdOf(const std::vector<Item>& items, std::string_view name, const char* kind) {
+    const auto found = std::find_if(items.begin(), items.end(),
+                                    [&](const Item& item) { return item.name == name; });
+    if (found == items.end()) {
+        throw std::out_of_range(std::string(kind) + " '" + std::string(name) +
+                                "' is not on this board.");
+    }
+    return static_cast<std::size_t>(found - items.begin());
+}
+
+}  // namespace
+
+ItemRequests::ItemRequests(ItemTables tables)
+    : m_tables(std::move(tables)), m_invocations(m_tables.commands.size()) {
+    for (const MonitorItem& monitor : m_tables.monitors) {
+        m_monitors.push_back(monitor.value);
+    }
+    PowerOn();
+}
+
+void ItemRequests::PowerOn() {
+    m_states.clear();
+    for (const StateItem& state : m_tables.states) {
+        m_states.push_back(state.value);
+    }
+}
+
+ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {
+    if (auto reply = CountOrName(setup, out, m_tables.commands)) {
+        return *std::move(reply);
+    }
+    if (setup.wValue != kInvokeOrGet) {
+        return ControlReply::Stall(kNotSupported);
+    }
+    if (!HasId(m_tables.commands, setup.wIndex)) {
+        return ControlReply::Stall(kBadIndex);
+    }
+    const CommandItem& command = m_tables.commands[setup.wIndex];
+    // The output must fit the host's buffer; a larger buffer gets a short answer.
+    if (setup.IsIn() && setup.wLength < command.answer.size()) {
+        return ControlReply::Stall(kBadArgument);
+    }
+    m_invocations[setup.wIndex].emplace_back(out.begin(), out.end());
+    return ControlReply::Answer(setup.IsIn() ? command.answer : std::vector<std::uint8_t>{});
+}
+
+ControlReply ItemRequests::Version(const SetupPacket& setup,
+                                   std::span<const std::uint8_t> out) const {
+    if (auto reply = CountOrName(setup, out, m_tables.versions)) {
+        return *std::move(reply);
+    }
+    if (setup.wValue != kInvokeOrGet) {
+        return ControlReply::Stall(kNotSupported);
+    }
+    if (const auto error = CheckShape(setup, out, Direction::kIn, wire::kTextFieldSize)) {
+        return ControlReply::Stall(error);
+    }
+    if (!HasId(m_tables.versions, setup.wIndex)) {
+        return ControlReply::Stall(kBadIndex);
+    }
+    return ControlReply::Answer(
+        wire::TextField(m_tables.versions[setup.wIndex].value, wire::kTextFieldSize));
+}
+
+ControlReply ItemRequests::State(const SetupPacket& setup, std::span<const std::uint8_t> out) {
+    if (auto reply = CountOrName(setup, out, m_tables.states)) {
+        return *std::move(reply);
+    }
+    std::uint32_t error = kNotSupported;
+    switch (setup.wValue) {
+        case kInvokeOrGet:
+            error = CheckShape(setup, out, Direction::kIn, 4);
+            break;
+        case kStateSet:
+            error = CheckShape(setup, out, Direction::kOut, 4);
+            break;
+        case kStateLimits:
+            error = CheckShape(setup, out, Direction::kIn, 8);
+            break;
+        default:
+            break;
+    }
+    if (error != kNoError) {
+        return ControlReply::Stall(error);
+    }
+    if (!HasId(m_tables.states, setup.wIndex)) {
+        return ControlReply::Stall(kBadIndex);
+    }
+    const StateItem& state = m_tables.states[setup.wIndex];
+    std::vector<std::uint8_t> answer;
+    if (setup.wValue == kInvokeOrGet) {
+        wire::PutI32(answer, m_states[setup.wIndex]);
+    } else if (setup.wValue == kStateLimits) {
+        wire::PutI32(answer, state.min);
+        wire::PutI32(answer, state.max);
+    } else {
+        const auto value = static_cast<int>(wire::GetU32(out));
+        if (value < state.min || value > state.max) {
+            return ControlReply::Stall(kBadArgument);
+        }
+        m_states[setup.wIndex] = value;
+    }
+    return ControlReply::Answer(std::move(answer));
+}
+
+ControlReply ItemRequests::Monitor(const SetupPacket& setup,
+                                   std::span<const std::uint8_t> out) const {
+    if (auto reply = CountOrName(setup, out, m_tables.monitors)) {
+        return *std::move(reply);
+    }
+    if (setup.wValue != kInvokeOrGet && setup.wValue != kMonitorRange) {
+        return ControlReply::Stall(kNotSupported);
+    }
+    const std::size_t size = setup.wValue == kInvokeOrGet ? 4 : 8;
+    if (const auto error = CheckShape(setup, out, Direction::kIn, size)) {
+        return ControlReply::Stall(error);
+    }
+    if (!HasId(m_tables.monitors, setup.wIndex)) {
+        return ControlReply::Stall(kBadIndex);
+    }
+    const MonitorItem& monitor = m_tables.monitors[setup.wIndex];
+    std::vector<std::uint8_t> answer;
+    if (setup.wValue == kInvokeOrGet) {
+        wire::PutFloat(answer, m_monitors[setup.wIndex]);
+    } else {
+        wire::PutFloat(answer, monitor.min);
+        wire::PutFloat(answer, monitor.max);
+    }
+    return ControlReply::Answer(std::move(answer));
+}
+
+void ItemRequests::SetMonitorValue(std::string_view name, float value) {
+    m_monitors[IdOf(m_tables.monitors, name, "Monitor")] = value;
+}
+
+int ItemRequests::StateValue(std::string_view name) const {
+    return m_states[IdOf(m_tables.states, name, "State")];
+}
+
+std::vector<std::vector<std::uint8_t>> ItemRequests::Invocations(std::string_view name) const {
+    return m_invocations[IdOf(m_tables.commands, name, "Command")];
+}
+
+}  // namespace ovex::vboard

@@ -1,0 +1,53 @@
+#pragma once
+
+// How the firmware puts values on the wire: little-endian integers, IEEE floats, fixed text
+// fields padded with NULs.
+
+#include <bit>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace ovex::vboard::wire {
+
+inline void PutU32(std::vector<std::uint8_t>& out, std::uint32_t value) {
+    for (int shift = 0; shift < 32; shift += 8) {
+        out.push_back(static_cast<std::uint8_t>(value >> shift));
+    }
+}
+
+inline void PutI32(std::vector<std::uint8_t>& out, int value) {
+    PutU32(out, static_cast<std::uint32_t>(value));
+}
+
+inline void PutFloat(std::vector<std::uint8_t>& out, float value) {
+    PutU32(out, std::bit_cast<std::uint32_t>(value));
+}
+
+inline std::vector<std::uint8_t> U32(std::uint32_t value) {
+    std::vector<std::uint8_t> out;
+    PutU32(out, value);
+    return out;
+}
+
+// The first four bytes, which the caller has checked are there.
+inline std::uint32_t GetU32(std::span<const std::uint8_t> in) {
+    return static_cast<std::uint32_t>(in[0]) | static_cast<std::uint32_t>(in[1]) << 8 |
+           static_cast<std::uint32_t>(in[2]) << 16 | static_cast<std::uint32_t>(in[3]) << 24;
+}
+
+// A text field of `size` bytes: the text cut to the field, the rest NUL. A text as long as the
+// field leaves no NUL.
+inline std::vector<std::uint8_t> TextField(std::string_view text, std::size_t size) {
+    std::vector<std::uint8_t> out(size, 0);
+    for (std::size_t i = 0; i < size && i < text.size(); ++i) {
+        out[i] = static_cast<std::uint8_t>(text[i]);
+    }
+    return out;
+}
+
+inline constexpr std::size_t kTextFieldSize = 33;
+inline constexpr std::size_t kIdFieldSize = 32;
+
+}  // namespace ovex::vboard::wire
