@@ -90,6 +90,11 @@ OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void);
 OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_create(ovexsdk_dev_ctx* ctx, const char* locator);
 OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_release(ovexsdk_dev_ctx* ctx);
 
+/* Enumeration. On entry `*info_count` is the capacity of `infos`; on return the number of
+ * elements filled. Boards that can't be read are skipped and take no element. No context needed. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_enum_get_info(ovexsdk_enum_info infos[],
+                                                   uint64_t* info_count);
+
 /* Device. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_open(ovexsdk_dev_ctx* ctx);
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_close(ovexsdk_dev_ctx* ctx);

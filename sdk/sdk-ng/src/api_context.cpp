@@ -12,7 +12,9 @@
 #include "modules/device_module.hpp"
 #include "modules/usb_device_props.hpp"
 #include "ovex/log/log.hpp"
+#include "ovex/usb/usb_device.hpp"
 #include "ovexsdk.h"
+#include "usb_inspector.hpp"
 
 namespace ovex::sdk {
 
@@ -37,13 +39,36 @@ IPowerControl* FindUnit(Context& context, std::uint8_t unit) {
     return module;
 }
 
+// The device object for a board of this kind; refused kinds and kinds whose class this library
+// doesn't hold give their result code.
+ovexsdk_err_code BuildDevice(BoardKind kind) {
+    switch (kind) {
+        case BoardKind::kOvbdPcb2:
+        case BoardKind::kOvbdPcb300:
+        case BoardKind::kOvbdPcb301:
+        case BoardKind::kOvbdPcb302:
+            OVEX_LOG_ERROR("Unsupported ovexboard PCB version");
+            return OVEXSDK_ERR_INVALID;
+        default:
+            OVEX_LOG_ERROR("No device class for board kind %d in this library.",
+                           static_cast<int>(kind));
+            return OVEXSDK_ERR_FAILED;
+    }
+}
+
 ovexsdk_err_code DiscoverDevice(Context& context) {
     std::shared_ptr<usb::device::UsbDevice> usb_device;
-    // Until the library has its USB transport, FindDevice finds no board and discovery ends
-    // here; inspection, firmware loading and the board classes follow a found device.
-    FindDevice(context.Locator(), usb_device);
-    OVEX_LOG_ERROR("USB device unavailable.");
-    return OVEXSDK_ERR_NO_DEVICE;
+    if (FindDevice(context.Locator(), usb_device)) {
+        OVEX_LOG_ERROR("USB device unavailable.");
+        return OVEXSDK_ERR_NO_DEVICE;
+    }
+    usb::device::DeviceInfo info;
+    BoardKind kind{};
+    if (const auto ec = InspectDevice(*usb_device, info, kind)) {
+        OVEX_LOG_EC(ovex::log::kError, "Failed to inspect the device: - %s: %s.", ec);
+        return OVEXSDK_ERR_FAILED;
+    }
+    return BuildDevice(kind);
 }
 
 ovexsdk_err_code DevOpen(Context& context) {

@@ -1,16 +1,12 @@
 #include "impl/item_set.hpp"
 
 #include "ovex/log/log.hpp"
+#include "ovex/vendor_cmd/items.hpp"
 
 namespace ovex::sdk {
 
 std::optional<std::uint16_t> ItemSet::IndexOf(std::string_view name) const noexcept {
-    for (std::size_t i = 0; i < m_names.size(); ++i) {
-        if (m_names[i] == name) {
-            return static_cast<std::uint16_t>(i);
-        }
-    }
-    return std::nullopt;
+    return usb::vendor_cmd::impl::FindItem(m_names, name);
 }
 
 std::optional<std::uint16_t> ItemSet::Lookup(std::string_view name) const {
