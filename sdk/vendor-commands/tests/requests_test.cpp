@@ -169,6 +169,39 @@ TEST_F(RequestsTest, StallIsJudgedByTheLastErrorWord) {
     EXPECT_FALSE(state::GetValue(device, bias, value));
 }
 
+TEST_F(RequestsTest, WordsOfEverySourceArriveTranslated) {
+    struct Case {
+        std::uint32_t word;
+        const char* category;
+        const char* message;
+        std::errc condition;
+    };
+    const auto protocol = std::make_error_code(std::errc::protocol_error);
+    const Case cases[] = {
+        {0x00000040, "firmware", "one or more parameters to a function are invalid",
+         std::errc::invalid_argument},
+        {0x01000008, "i2c", "slave sent a NACK during the data phase of a transfer",
+         std::errc::io_error},
+        {0x02000002, "axi", "slave error", std::errc::io_error},
+        {0x03000483, "xilinx", "", std::errc::io_error},
+        {0x05000004, "power", "output current limit is active", std::errc::io_error},
+        {0x06000002, "timepix", "chip is busy", std::errc::device_or_resource_busy},
+        {0x04000007, protocol.category().name(), "", std::errc::protocol_error},
+        {0x07000000, protocol.category().name(), "", std::errc::protocol_error},
+    };
+    auto& device = OpenBoard();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.word);
+        Firmware().StallNext({0x03, 3, std::nullopt}, 1, c.word);
+        const auto result = state::SetValue(device, State("BIAS"), 1);
+        EXPECT_STREQ(result.category().name(), c.category);
+        if (*c.message != 0) {
+            EXPECT_EQ(result.message(), c.message);
+        }
+        EXPECT_EQ(result, c.condition);
+    }
+}
+
 TEST_F(RequestsTest, TimeoutOfTheRequestIsHandedUpWithoutAskingTheBoard) {
     auto& device = OpenBoard();
     Firmware().IgnoreNext(0x03);
@@ -211,8 +244,8 @@ TEST_F(RequestsTest, CombinedLastErrorFormCompletesABareRequest) {
     Firmware().IgnoreNext(0x00);
     const auto lost = error::GetLastError(device, std::make_error_code(std::errc::io_error), 0.05);
     EXPECT_EQ(lost, std::errc::timed_out);
-    EXPECT_TRUE(log.Contains(log::kWarning,
-                             "Failed to retrieve error code of last operation - transfer: timeout"));
+    EXPECT_TRUE(log.Contains(
+        log::kWarning, "Failed to retrieve error code of last operation - transfer: timeout"));
 }
 
 TEST_F(RequestsTest, EncoderFormOfTheWriteRule) {
@@ -220,7 +253,8 @@ TEST_F(RequestsTest, EncoderFormOfTheWriteRule) {
     const auto bias = State("BIAS");
     const auto written = impl::SendViaCmd(
         device, {0x03, 3, bias.get()}, 4,
-        [](std::span<std::uint8_t> field) { impl::Encode(field.first<4>(), -33); }, kDefaultTimeout);
+        [](std::span<std::uint8_t> field) { impl::Encode(field.first<4>(), -33); },
+        kDefaultTimeout);
     EXPECT_FALSE(written);
     EXPECT_EQ(Board().Engine().StateValue("BIAS"), -33);
     EXPECT_EQ(NewRequests().size(), 2u);

@@ -34,6 +34,7 @@ protected:
     }
 
     VirtualBoard& Board(std::size_t index = 0) { return *m_boards.at(index); }
+    std::size_t BoardCount() const { return m_boards.size(); }
 
 private:
     std::unique_ptr<TestBed> m_bed;
