@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "wire_format.hpp"
+
 namespace ovex::vboard {
 namespace {
 
@@ -42,11 +44,7 @@ ControlReply FirmwareModel::Control(const SetupPacket& setup,
         return *std::move(fault);
     }
     if (setup.bRequest == kLastErrorRequest && setup.IsIn()) {
-        const std::uint32_t word = m_last_error;
-        return Answer(
-            {static_cast<std::uint8_t>(word), static_cast<std::uint8_t>(word >> 8),
-             static_cast<std::uint8_t>(word >> 16), static_cast<std::uint8_t>(word >> 24)},
-            setup.wLength);
+        return Answer(wire::U32(m_last_error), setup.wLength);
     }
     const auto found = m_vendor.find(setup.bRequest);
     if (found == m_vendor.end()) {
