@@ -25,7 +25,7 @@ protected:
         AddBoard(std::move(settings));
         m_context.emplace();
         auto devices = m_context->EnumerateDevices(0x1209, 0xAD0E);
-        m_device = std::make_unique<device::UsbDevice>(std::move(devices.at(0)));
+        m_device = std::make_shared<device::UsbDevice>(std::move(devices.at(0)));
         EXPECT_FALSE(m_device->Open());
         Forget();
         return *m_device;
@@ -61,10 +61,12 @@ protected:
     }
 
     device::UsbDevice& Device() { return *m_device; }
+    // The same device for owners that share it, as the SDK's modules do.
+    const std::shared_ptr<device::UsbDevice>& SharedDevice() { return m_device; }
 
 private:
     std::optional<device::UsbContext> m_context;
-    std::unique_ptr<device::UsbDevice> m_device;
+    std::shared_ptr<device::UsbDevice> m_device;
     std::size_t m_seen = 0;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -59,6 +60,13 @@ public:
     virtual std::error_code PowerUp() = 0;
     virtual std::error_code PowerDown() = 0;
     virtual std::error_code IsPowered(bool& is_powered) = 0;
+};
+
+class IAxiLite : public DeviceModule {
+public:
+    using DeviceModule::DeviceModule;
+    virtual std::error_code Read(std::uint32_t address, std::uint32_t& value) = 0;
+    virtual std::error_code Write(std::uint32_t address, std::uint32_t value) = 0;
 };
 
 }  // namespace ovex::sdk

@@ -91,7 +91,7 @@ private:
 class FakeProperties final : public UsbDeviceProperties {
 public:
     FakeProperties(usb::device::DeviceInfo info, std::error_code error)
-        : m_info(std::move(info)), m_error(error) {}
+        : UsbDeviceProperties(nullptr), m_info(std::move(info)), m_error(error) {}
     std::error_code ReadInfo(usb::device::DeviceInfo& info) override {
         if (!m_error) {
             info = m_info;
