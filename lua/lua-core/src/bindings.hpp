@@ -1,0 +1,20 @@
+#pragma once
+
+// The parts of the Log and Std tables, each in its own source.
+
+#include <lua.hpp>
+
+namespace ovex::lua::core::detail {
+
+// Pushes the Log table; installs the exception handler that logs.
+void PushLogTable(lua_State* L);
+
+// Each adds its entries to the Std table at stack index std_table.
+void AddSleep(lua_State* L, int std_table);
+void AddFilePath(lua_State* L, int std_table);
+void AddErrorCodes(lua_State* L, int std_table);  // Errc, make_error_code, ErrorCode
+void AddMemSlab(lua_State* L, int std_table);
+void AddByteSpan(lua_State* L, int std_table);
+void AddBitmanip(lua_State* L, int std_table);
+
+}  // namespace ovex::lua::core::detail
