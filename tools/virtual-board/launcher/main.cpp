@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -29,9 +30,14 @@ void PrintUsage(std::FILE* out) {
         "  --rate BPS     data stream rate in bytes per second (default 0: as fast as read)\n"
         "  --serial TEXT  serial number of the first board (default OVX00001); later boards\n"
         "                 count up the number it ends in\n"
+        "  --boot-loader ID\n"
+        "                 start the boards in boot loader mode with the board id ID (e.g.\n"
+        "                 OVBD), waiting for the host to load an application image\n"
+        "  --pcb X.YY     PCB version of the boards (default: the kind's, 3.03 or 3.00)\n"
         "  --help         this text\n\n"
-        "Example:\n"
-        "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n");
+        "Examples:\n"
+        "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n"
+        "  ovex-vboard run --boot-loader TPX3EFE --pcb 3.04 -- PROGRAM\n");
 }
 
 struct Options {
@@ -39,6 +45,8 @@ struct Options {
     ovex::vboard::BoardKind kind = ovex::vboard::BoardKind::kTimepix3;
     double rate = 0.0;
     std::string serial = ovex::vboard::BoardIdentity{}.serial;
+    std::optional<std::string> boot_loader;
+    std::uint16_t bcd_device = 0;  // 0: the kind's
     std::vector<char*> program;
 };
 
@@ -57,6 +65,24 @@ std::optional<ovex::vboard::BoardKind> KindNamed(const std::string& name) {
         return BoardKind::kNobe;
     }
     return std::nullopt;
+}
+
+// A PCB version "X.YY" (X from 0 to 99) as the device release in BCD: "3.04" is 0x0304.
+std::optional<std::uint16_t> PcbVersionNamed(const std::string& text) {
+    const std::size_t dot = text.find('.');
+    const bool digits = dot >= 1 && dot <= 2 && text.size() == dot + 3 &&
+                        text.find_first_not_of("0123456789") == dot &&
+                        text.find_last_not_of("0123456789") == dot;
+    if (!digits) {
+        return std::nullopt;
+    }
+    std::uint16_t bcd = 0;
+    for (const char c : text) {
+        if (c != '.') {
+            bcd = static_cast<std::uint16_t>(bcd << 4 | (c - '0'));
+        }
+    }
+    return bcd;
 }
 
 // The serial number of board `offset` after the first: the number at the end of the first one's,
@@ -97,6 +123,14 @@ bool Parse(int argc, char** argv, Options& options) {
             options.rate = std::atof(argv[++i]);
         } else if (arg == "--serial" && has_value) {
             options.serial = argv[++i];
+        } else if (arg == "--boot-loader" && has_value) {
+            options.boot_loader = argv[++i];
+        } else if (arg == "--pcb" && has_value) {
+            const auto bcd = PcbVersionNamed(argv[++i]);
+            if (!bcd) {
+                return false;
+            }
+            options.bcd_device = *bcd;
         } else {
             return false;
         }
@@ -124,6 +158,11 @@ int main(int argc, char** argv) {
             settings.kind = options.kind;
             settings.identity.serial = i == 0 ? options.serial : NthSerial(options.serial, i);
             settings.stream.bytes_per_second = options.rate;
+            settings.identity.bcd_device = options.bcd_device;
+            if (options.boot_loader) {
+                settings.boot_loader =
+                    ovex::vboard::BootLoaderMode{.board_id = *options.boot_loader};
+            }
             boards.push_back(std::make_unique<ovex::vboard::VirtualBoard>(bed, i + 1, settings));
         }
         const pid_t child = ::fork();

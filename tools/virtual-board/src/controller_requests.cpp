@@ -38,8 +38,14 @@ std::uint32_t CheckEepromRange(const SetupPacket& setup, std::size_t length) {
 
 }  // namespace
 
-ControllerRequests::ControllerRequests(const ItemTables& tables)
-    : m_board_id(tables.board_id), m_version(VersionAnswer(tables)) {}
+ControllerRequests::ControllerRequests(const ItemTables& tables) {
+    Identify(tables);
+}
+
+void ControllerRequests::Identify(const ItemTables& tables) {
+    m_board_id = tables.board_id;
+    m_version = VersionAnswer(tables);
+}
 
 ControlReply ControllerRequests::GetId(const SetupPacket& setup,
                                        std::span<const std::uint8_t> out) const {

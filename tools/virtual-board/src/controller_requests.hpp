@@ -23,6 +23,9 @@ public:
 
     explicit ControllerRequests(const ItemTables& tables);
 
+    // Answers as the application of `tables` from now on; the EEPROMs keep their data.
+    void Identify(const ItemTables& tables);
+
     ControlReply GetId(const SetupPacket& setup, std::span<const std::uint8_t> out) const;
     ControlReply GetVersion(const SetupPacket& setup, std::span<const std::uint8_t> out) const;
     ControlReply Ram(const SetupPacket& setup, std::span<const std::uint8_t> out) const;
@@ -31,7 +34,7 @@ public:
     ControlReply ReadEeprom(const SetupPacket& setup, std::span<const std::uint8_t> out) const;
 
 private:
-    const std::string m_board_id;
+    std::string m_board_id;
     std::vector<std::uint8_t> m_version;                            // the 8-byte answer
     std::array<std::vector<std::uint8_t>, kEepromCount> m_eeproms;  // empty until written
 };

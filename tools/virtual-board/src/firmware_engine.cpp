@@ -1,35 +1,86 @@
 #include "ovex/vboard/firmware_engine.hpp"
 
+#include <stdexcept>
+#include <string>
+
 #include "axi_bus.hpp"
+#include "boot_loader.hpp"
 #include "controller_requests.hpp"
 #include "gpio_pins.hpp"
 #include "i2c_bus.hpp"
 #include "item_requests.hpp"
+#include "power_rails.hpp"
 #include "request_shape.hpp"
 #include "spi_buses.hpp"
 
 namespace ovex::vboard {
+namespace {
+
+// The tables of the application a boot loader started: its kind's, with the version of the
+// controller firmware that the image carries.
+ItemTables ApplicationTables(const Application& application) {
+    ItemTables tables = TablesOf(application.kind);
+    for (VersionItem& version : tables.versions) {
+        if (version.name == "FX3_FW") {
+            version.value = application.firmware_version;
+        }
+    }
+    return tables;
+}
+
+}  // namespace
 
 struct FirmwareEngine::Parts {
-    explicit Parts(ItemTables tables) : items(std::move(tables)), controller(items.Tables()) {}
+    Parts(ItemTables tables, std::optional<BootLoader> loader)
+        : items(std::move(tables), faults),
+          controller(items.Tables()),
+          boot_loader(std::move(loader)) {}
 
+    PowerFaults faults;  // first: the items refer to it
     ItemRequests items;
     GpioPins gpio;
     I2cBus i2c;
     ControllerRequests controller;
     AxiBus axi;
     SpiBuses spi;
+    std::optional<BootLoader> boot_loader;  // while the board waits for an application
 };
 
-FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables)
-    : m_parts(std::make_unique<Parts>(std::move(tables))) {
-    // Each request runs one part's handler under the engine's lock.
-    const auto install = [&](std::uint8_t bRequest, auto part, auto handler) {
-        model.SetVendorRequest(bRequest, [this, part, handler](const SetupPacket& setup,
-                                                               std::span<const std::uint8_t> out) {
-            std::lock_guard lock(m_mutex);
-            return (((*m_parts).*part).*handler)(setup, out);
-        });
+FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables,
+                               std::optional<BootLoaderMode> boot_loader)
+    : m_model(model) {
+    std::optional<BootLoader> loader;
+    if (boot_loader) {
+        loader.emplace(std::move(*boot_loader), model.Identity().bcd_device);
+    }
+    m_parts = std::make_unique<Parts>(std::move(tables), std::move(loader));
+    model.EnableLastErrorRequest(!boot_loader);
+
+    // Each request runs one part's handler under the engine's lock. The application's requests
+    // are unknown to the boot loader; the EEPROMs answer both.
+    const auto install = [&](std::uint8_t bRequest, auto part, auto handler,
+                             bool boot_loader_answers = false) {
+        model.SetVendorRequest(bRequest,
+                               [this, part, handler, boot_loader_answers](
+                                   const SetupPacket& setup, std::span<const std::uint8_t> out) {
+                                   std::lock_guard lock(m_mutex);
+                                   if (m_parts->boot_loader && !boot_loader_answers) {
+                                       return ControlReply::Stall(kNotSupported);
+                                   }
+                                   return (((*m_parts).*part).*handler)(setup, out);
+                               });
+    };
+    // The controller's identity: the boot loader's while it runs, the application's after.
+    const auto install_identity = [&](std::uint8_t bRequest, auto application, auto loader) {
+        model.SetVendorRequest(bRequest,
+                               [this, application, loader](const SetupPacket& setup,
+                                                           std::span<const std::uint8_t> out) {
+                                   std::lock_guard lock(m_mutex);
+                                   if (m_parts->boot_loader) {
+                                       return ((*m_parts->boot_loader).*loader)(setup, out);
+                                   }
+                                   return (m_parts->controller.*application)(setup, out);
+                               });
     };
     install(request::kCommand, &Parts::items, &ItemRequests::Command);
     install(request::kVersion, &Parts::items, &ItemRequests::Version);
@@ -37,19 +88,23 @@ FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables)
     install(request::kGpio, &Parts::gpio, &GpioPins::Handle);
     install(request::kMonitor, &Parts::items, &ItemRequests::Monitor);
     install(request::kI2c, &Parts::i2c, &I2cBus::Handle);
-    install(request::kRam, &Parts::controller, &ControllerRequests::Ram);
-    install(request::kGetId, &Parts::controller, &ControllerRequests::GetId);
+    install_identity(request::kGetId, &ControllerRequests::GetId, &BootLoader::GetId);
     install(request::kAxi, &Parts::axi, &AxiBus::Access);
     install(request::kAxiStreamStart, &Parts::axi, &AxiBus::StreamStart);
-    install(request::kWriteEeprom, &Parts::controller, &ControllerRequests::WriteEeprom);
-    install(request::kReadEeprom, &Parts::controller, &ControllerRequests::ReadEeprom);
-    install(request::kGetVersion, &Parts::controller, &ControllerRequests::GetVersion);
+    install(request::kWriteEeprom, &Parts::controller, &ControllerRequests::WriteEeprom, true);
+    install(request::kReadEeprom, &Parts::controller, &ControllerRequests::ReadEeprom, true);
+    install_identity(request::kGetVersion, &ControllerRequests::GetVersion,
+                     &BootLoader::GetVersion);
     install(request::kSpiInit, &Parts::spi, &SpiBuses::Init);
     install(request::kSpiReset, &Parts::spi, &SpiBuses::Reset);
     install(request::kSpiSelfTest, &Parts::spi, &SpiBuses::SelfTest);
     install(request::kSpiStartStop, &Parts::spi, &SpiBuses::StartStop);
     install(request::kSpiStats, &Parts::spi, &SpiBuses::Stats);
     install(request::kSpiData, &Parts::spi, &SpiBuses::Data);
+    model.SetVendorRequest(request::kRam,
+                           [this](const SetupPacket& setup, std::span<const std::uint8_t> out) {
+                               return Ram(setup, out);
+                           });
     model.SetVendorRequest(
         request::kReset,
         [this](const SetupPacket& setup, std::span<const std::uint8_t>) { return Reset(setup); });
@@ -58,14 +113,38 @@ FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables)
 FirmwareEngine::~FirmwareEngine() = default;
 
 ControlReply FirmwareEngine::Reset(const SetupPacket& setup) {
-    if (!setup.IsIn()) {
+    std::lock_guard lock(m_mutex);
+    if (!setup.IsIn() || m_parts->boot_loader) {
         return ControlReply::Stall(kNotSupported);
     }
-    std::lock_guard lock(m_mutex);
     m_parts->items.PowerOn();
     m_parts->gpio.PowerOn();
     m_parts->axi.PowerOn();
     m_parts->spi.PowerOn();
+    return ControlReply::Answer();
+}
+
+ControlReply FirmwareEngine::Ram(const SetupPacket& setup, std::span<const std::uint8_t> out) {
+    std::lock_guard lock(m_mutex);
+    Parts& parts = *m_parts;
+    if (!parts.boot_loader) {
+        return parts.controller.Ram(setup, out);
+    }
+    if (!BootLoader::IsStart(setup)) {
+        return parts.boot_loader->Ram(setup, out);
+    }
+    const auto application = parts.boot_loader->Start(BootLoader::Address(setup));
+    if (!application) {
+        return ControlReply::Stall(kBadArgument);
+    }
+    // The application starts on a board whose other parts the boot loader never touched: they
+    // are at power-on still. What the monitors measure is the hardware's and stays.
+    ItemRequests items(ApplicationTables(*application), parts.faults);
+    items.KeepMeasurements(parts.items);
+    parts.items = std::move(items);
+    parts.controller.Identify(parts.items.Tables());
+    parts.boot_loader.reset();
+    m_model.EnableLastErrorRequest(true);
     return ControlReply::Answer();
 }
 
@@ -82,6 +161,28 @@ int FirmwareEngine::StateValue(std::string_view name) const {
 std::vector<std::vector<std::uint8_t>> FirmwareEngine::Invocations(std::string_view name) const {
     std::lock_guard lock(m_mutex);
     return m_parts->items.Invocations(name);
+}
+
+void FirmwareEngine::FailRail(std::string_view monitor) {
+    std::lock_guard lock(m_mutex);
+    if (!m_parts->items.MeasuresRail(monitor)) {
+        throw std::out_of_range("Monitor '" + std::string(monitor) +
+                                "' measures no switched rail on this board.");
+    }
+    m_parts->faults.failed_rails.emplace(monitor);
+}
+
+void FirmwareEngine::BreakMonitor(std::string_view monitor, std::uint32_t word) {
+    std::lock_guard lock(m_mutex);
+    if (!m_parts->items.HasMonitor(monitor)) {
+        throw std::out_of_range("Monitor '" + std::string(monitor) + "' is not on this board.");
+    }
+    m_parts->faults.broken_monitors[std::string(monitor)] = word;
+}
+
+void FirmwareEngine::ClearPowerFaults() {
+    std::lock_guard lock(m_mutex);
+    m_parts->faults = {};
 }
 
 }  // namespace ovex::vboard

@@ -43,7 +43,7 @@ ControlReply FirmwareModel::Control(const SetupPacket& setup,
         }
         return *std::move(fault);
     }
-    if (setup.bRequest == kLastErrorRequest && setup.IsIn()) {
+    if (setup.bRequest == kLastErrorRequest && setup.IsIn() && m_answers_last_error) {
         return Answer(wire::U32(m_last_error), setup.wLength);
     }
     const auto found = m_vendor.find(setup.bRequest);
@@ -135,6 +135,11 @@ bool FirmwareModel::HasEndpoint(std::uint8_t endpoint) const {
 void FirmwareModel::SetVendorRequest(std::uint8_t bRequest, VendorHandler handler) {
     std::lock_guard lock(m_mutex);
     m_vendor[bRequest] = std::move(handler);
+}
+
+void FirmwareModel::EnableLastErrorRequest(bool enabled) {
+    std::lock_guard lock(m_mutex);
+    m_answers_last_error = enabled;
 }
 
 void FirmwareModel::SetLastError(std::uint32_t word) {

@@ -61,8 +61,10 @@ std::size_t IdOf(const std::vector<Item>& items, std::string_view name, const ch
 
 }  // namespace
 
-ItemRequests::ItemRequests(ItemTables tables)
-    : m_tables(std::move(tables)), m_invocations(m_tables.commands.size()) {
+ItemRequests::ItemRequests(ItemTables tables, const PowerFaults& faults)
+    : m_tables(std::move(tables)),
+      m_power(m_tables, faults),
+      m_invocations(m_tables.commands.size()) {
     for (const MonitorItem& monitor : m_tables.monitors) {
         m_monitors.push_back(monitor.value);
     }
@@ -74,6 +76,7 @@ void ItemRequests::PowerOn() {
     for (const StateItem& state : m_tables.states) {
         m_states.push_back(state.value);
     }
+    m_power.PowerOn();
 }
 
 ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {
@@ -91,7 +94,11 @@ ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std
     if (setup.IsIn() && setup.wLength < command.answer.size()) {
         return ControlReply::Stall(kBadArgument);
     }
+    if (const auto refusal = m_power.CommandRefusal(setup.wIndex, out, m_states)) {
+        return ControlReply::Stall(refusal);
+    }
     m_invocations[setup.wIndex].emplace_back(out.begin(), out.end());
+    m_power.AfterCommand(setup.wIndex, out, m_states);
     return ControlReply::Answer(setup.IsIn() ? command.answer : std::vector<std::uint8_t>{});
 }
 
@@ -149,7 +156,11 @@ ControlReply ItemRequests::State(const SetupPacket& setup, std::span<const std::
         if (value < state.min || value > state.max) {
             return ControlReply::Stall(kBadArgument);
         }
+        if (const auto refusal = m_power.StateRefusal(setup.wIndex, value)) {
+            return ControlReply::Stall(refusal);
+        }
         m_states[setup.wIndex] = value;
+        m_power.AfterStateSet(m_states);
     }
     return ControlReply::Answer(std::move(answer));
 }
@@ -172,7 +183,10 @@ ControlReply ItemRequests::Monitor(const SetupPacket& setup,
     const MonitorItem& monitor = m_tables.monitors[setup.wIndex];
     std::vector<std::uint8_t> answer;
     if (setup.wValue == kInvokeOrGet) {
-        wire::PutFloat(answer, m_monitors[setup.wIndex]);
+        if (const auto refusal = m_power.MonitorRefusal(setup.wIndex)) {
+            return ControlReply::Stall(refusal);
+        }
+        wire::PutFloat(answer, m_power.Reading(setup.wIndex, m_monitors[setup.wIndex], m_states));
     } else {
         wire::PutFloat(answer, monitor.min);
         wire::PutFloat(answer, monitor.max);
@@ -190,6 +204,20 @@ int ItemRequests::StateValue(std::string_view name) const {
 
 std::vector<std::vector<std::uint8_t>> ItemRequests::Invocations(std::string_view name) const {
     return m_invocations[IdOf(m_tables.commands, name, "Command")];
+}
+
+bool ItemRequests::HasMonitor(std::string_view name) const {
+    return std::any_of(m_tables.monitors.begin(), m_tables.monitors.end(),
+                       [&](const MonitorItem& monitor) { return monitor.name == name; });
+}
+
+void ItemRequests::KeepMeasurements(const ItemRequests& before) {
+    for (std::size_t id = 0; id < before.m_tables.monitors.size(); ++id) {
+        const std::string& name = before.m_tables.monitors[id].name;
+        if (HasMonitor(name)) {
+            SetMonitorValue(name, before.m_monitors[id]);
+        }
+    }
 }
 
 }  // namespace ovex::vboard

@@ -1,7 +1,9 @@
 #pragma once
 
 // The four item lists a board publishes: commands to invoke, versions to read, states to get
-// and set within their limits, monitors to read. An item's id is its place in its list.
+// and set within their limits, monitors to read. An item's id is its place in its list. The
+// board's rails couple them: enables switch what monitors read, and commands and switches wait
+// for what they need.
 
 #include <cstdint>
 #include <span>
@@ -10,12 +12,14 @@
 
 #include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/item_tables.hpp"
+#include "power_rails.hpp"
 
 namespace ovex::vboard {
 
 class ItemRequests {
 public:
-    explicit ItemRequests(ItemTables tables);
+    // `faults` must outlive the object.
+    ItemRequests(ItemTables tables, const PowerFaults& faults);
 
     const ItemTables& Tables() const { return m_tables; }
 
@@ -24,16 +28,24 @@ public:
     ControlReply State(const SetupPacket& setup, std::span<const std::uint8_t> out);
     ControlReply Monitor(const SetupPacket& setup, std::span<const std::uint8_t> out) const;
 
-    // States back to their power-on values; monitors keep measuring what they measure.
+    // States back to their power-on values, the FPGA unconfigured; monitors keep measuring what
+    // they measure.
     void PowerOn();
 
-    // By name, the first item of that name; std::out_of_range for an unknown one.
+    // By name, the first item of that name; std::out_of_range for an unknown one. What the
+    // monitor measures while its rail is on.
     void SetMonitorValue(std::string_view name, float value);
     int StateValue(std::string_view name) const;
     std::vector<std::vector<std::uint8_t>> Invocations(std::string_view name) const;
+    // True if the monitor measures one of the board's rails.
+    bool MeasuresRail(std::string_view monitor) const { return m_power.MeasuresRail(monitor); }
+    bool HasMonitor(std::string_view name) const;
+    // The measurements of `before`'s monitors that this board has too, by name.
+    void KeepMeasurements(const ItemRequests& before);
 
 private:
-    const ItemTables m_tables;
+    ItemTables m_tables;
+    PowerRails m_power;
     std::vector<int> m_states;                                          // current value by id
     std::vector<float> m_monitors;                                      // current value by id
     std::vector<std::vector<std::vector<std::uint8_t>>> m_invocations;  // inputs by command id

@@ -4,6 +4,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "power_rails.hpp"
+
 // The virtual board's ITEMS.md tells where each item and each value comes from.
 
 namespace ovex::vboard {
@@ -35,9 +37,29 @@ StateItem Switch(const char* name) {
     return {name, 0, 0, 1};
 }
 
-// A power-good flag: 1 when the rail is good. Rails switched by the power scripts start off.
-MonitorItem PowerGood(const char* name, float value = 0.0F) {
-    return {name, value, 0.0F, 1.0F};
+// A power-good flag: 1 while its rail is good. A switched rail's flag reads 0 while the rail is
+// off (see the power layouts below).
+MonitorItem PowerGood(const char* name) {
+    return {name, 1.0F, 0.0F, 1.0F};
+}
+
+// Regulators that share their enables, each with its own monitors (so each can fail alone).
+std::vector<RailItem> RailsEach(const std::vector<std::string>& enables,
+                                std::initializer_list<std::vector<std::string>> monitors) {
+    std::vector<RailItem> rails;
+    for (const std::vector<std::string>& measured : monitors) {
+        rails.push_back({enables, measured});
+    }
+    return rails;
+}
+
+// The load current of each DC/DC rail is measured behind its switch.
+std::vector<RailItem> LoadCurrentRails() {
+    std::vector<RailItem> rails;
+    for (const std::string_view rail : kDcDcStates) {
+        rails.push_back({{std::string(rail)}, {"I_LOAD_" + std::string(rail)}});
+    }
+    return rails;
 }
 
 // The chip record: type, second code 1 (first revision), chips behind the frontend (16 bits,
@@ -192,9 +214,16 @@ ItemTables Timepix3Tables() {
             {OvexBoardBackendMonitors(),
              {{"TPX_DAC_OUT", 0.0F, 0.0F, 1.5F}, {"MONITOR_5V", 5.0F, 0.0F, 5.5F}},
              BiasAndPeltierMonitors(),
-             {PowerGood("PG_1V8"), PowerGood("PG_VDD"), PowerGood("PG_VDDA"),
-              PowerGood("PG_5V", 1.0F), PowerGood("PG_FE_5V")}}),
+             {PowerGood("PG_1V8"), PowerGood("PG_VDD"), PowerGood("PG_VDDA"), PowerGood("PG_5V"),
+              PowerGood("PG_FE_5V")}}),
         .versions = {{"FX3_FW", "0.24.3-TPX3"}, {"Ovexboard", "2.7.4"}},
+        // The chip's regulators run off the front end's 5 V.
+        .power = {.rails = Join<RailItem>({{{{"FRONTEND_EN"}, {"PG_FE_5V", "MONITOR_5V"}}},
+                                           RailsEach({"FRONTEND_EN", "DETECTOR_EN"},
+                                                     {{"PG_1V8"}, {"PG_VDD"}, {"PG_VDDA"}}),
+                                           LoadCurrentRails()}),
+                  .frontend_commands = {"IO_EXP_INIT", "ADC_INIT", "TSENS_RESET"},
+                  .frontend_supply = {"FRONTEND_EN"}},
     };
 }
 
@@ -215,6 +244,10 @@ ItemTables Timepix2ChipBoardTables() {
              BiasAndPeltierMonitors(),
              {PowerGood("PG_1V2_A"), PowerGood("PG_1V2_D"), PowerGood("PG_1V8_D")}}),
         .versions = {{"FX3_FW", "1.6.3-TPX2CB"}, {"Ovexboard", "2.9.1"}},
+        .power = {.rails = Join<RailItem>(
+                      {RailsEach({"DETECTOR_EN"},
+                                 {{"PG_1V2_A"}, {"PG_1V2_D"}, {"PG_1V8_D"}, {"MONITOR_5V"}}),
+                       LoadCurrentRails()})},
     };
 }
 
@@ -242,8 +275,19 @@ ItemTables Timepix4ChipBoardTables() {
               PowerGood("PG_VDDA"),
               PowerGood("PG_PELT"),
               PowerGood("PG_GWT"),
-              PowerGood("PG_5V", 1.0F)}}),
+              PowerGood("PG_5V")}}),
         .versions = {{"FX3_FW", "1.5.1-TPX4CB"}, {"Ovexboard", "2.8.0"}},
+        // The chip's currents are measured on its digital and analog supplies.
+        .power = {.rails =
+                      Join<RailItem>({RailsEach({"DETECTOR_EN"}, {{"PG_VDD", "TPX_CURRENT_DIGITAL"},
+                                                                  {"PG_VDDA", "TPX_CURRENT_ANALOG"},
+                                                                  {"PG_PLL"},
+                                                                  {"PG_PST"},
+                                                                  {"PG_GWT"},
+                                                                  {"PG_1V8A"},
+                                                                  {"PG_1V8D"}}),
+                                      {{{"PELTIER_EN"}, {"PG_PELT"}}},
+                                      LoadCurrentRails()})},
     };
 }
 
@@ -285,9 +329,9 @@ ItemTables NobeTables() {
                                         {"PELT1_I_TERM", 0.0F, -100.0F, 100.0F},
                                         {"PELT1_D_TERM", 0.0F, -100.0F, 100.0F},
                                         {"PELT1_I_ERR", 0.0F, -1000.0F, 1000.0F},
-                                        PowerGood("PG_USB_1V8", 1.0F),
+                                        PowerGood("PG_USB_1V8"),
                                         PowerGood("PG_1V2"),
-                                        PowerGood("PG_USB_3V3", 1.0F),
+                                        PowerGood("PG_USB_3V3"),
                                         PowerGood("PG_LP87524"),
                                         PowerGood("PG_DDR_PWR"),
                                         PowerGood("PG_MGTAVTT"),
@@ -299,12 +343,25 @@ ItemTables NobeTables() {
                                         PowerGood("PG_PELT2"),
                                         PowerGood("PG_TPX_1V2_A"),
                                         PowerGood("PG_TPX_1V2_D"),
-                                        PowerGood("USB_CONN", 1.0F),
+                                        PowerGood("USB_CONN"),
                                         {"TPX_BIAS_I", 0.0F, -100.0F, 100.0F}}}),
         .versions = {{"FX3_FW", "0.19.3"},
                      {"NOBE", "1.12.0"},
                      {"TP2FE", "1.4.2"},
                      {"TPX2", "2.1.0"}},
+        // The converter and the FPGA's transceiver rails hang on all four DC/DC rails; the
+        // front end's rails on its own supply; a Peltier supply is on while it is driven.
+        .power = {.rails = Join<RailItem>(
+                      {RailsEach({kDcDcStates.begin(), kDcDcStates.end()},
+                                 {{"PG_LP87524"}, {"PG_MGTAVTT"}, {"PG_MGTAVCC"}}),
+                       {{{"DDR_PWR_EN"}, {"PG_DDR_PWR"}},
+                        {{"DETECTOR_EN"}, {"PG_DETECTOR"}},
+                        {{"DETECTOR_EN", "CHIP_EN"}, {"PG_1V2"}}},
+                       RailsEach({"DETECTOR_EN", "TPX_1V2"}, {{"PG_TPX_1V2_D"}, {"PG_TPX_1V2_A"}}),
+                       {{{"PELT1"}, {"PG_PELT1"}}, {{"PELT2"}, {"PG_PELT2"}}},
+                       LoadCurrentRails()}),
+                  .frontend_commands = {"TSENS_RESET", "XSPI1_INIT", "XADC1_INIT"},
+                  .frontend_supply = {"DETECTOR_EN"}},
     };
 }
 
@@ -330,6 +387,16 @@ const ItemTables& TablesOf(BoardKind kind) {
         }
     }
     throw std::invalid_argument("unknown board kind");
+}
+
+std::optional<BoardKind> KindWithBoardId(std::string_view board_id) {
+    for (const BoardKind kind :
+         {BoardKind::kTimepix3, BoardKind::kTimepix2Cb, BoardKind::kTimepix4Cb, BoardKind::kNobe}) {
+        if (TablesOf(kind).board_id == board_id) {
+            return kind;
+        }
+    }
+    return std::nullopt;
 }
 
 }  // namespace ovex::vboard

@@ -22,7 +22,7 @@ BoardIdentity IdentityIn(const VirtualBoard::Settings& settings) {
 
 VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
     : m_model(IdentityIn(settings)),
-      m_engine(m_model, TablesIn(settings)),
+      m_engine(m_model, TablesIn(settings), settings.boot_loader),
       m_stream(std::make_shared<CountingSource>(settings.stream)),
       m_frames(std::make_shared<FrameSource>()),
       m_sink(std::make_shared<BulkSink>()) {

@@ -3,9 +3,11 @@
 // How the firmware puts values on the wire: little-endian integers, IEEE floats, fixed text
 // fields padded with NULs.
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -45,6 +47,12 @@ inline std::vector<std::uint8_t> TextField(std::string_view text, std::size_t si
         out[i] = static_cast<std::uint8_t>(text[i]);
     }
     return out;
+}
+
+// The text of a field: up to its first NUL, or all of it.
+inline std::string FieldText(std::span<const std::uint8_t> field) {
+    const auto end = std::find(field.begin(), field.end(), std::uint8_t{0});
+    return {field.begin(), end};
 }
 
 inline constexpr std::size_t kTextFieldSize = 33;

@@ -25,10 +25,12 @@ constexpr std::uint32_t ErrorWord(ErrorSource source, std::uint32_t code) {
 // The firmware's own refusals (source 0).
 enum LastError : std::uint32_t {
     kNoError = 0,
-    kBadArgument = 0x40,   // a value or a length the request can't take
-    kNotSupported = 0x46,  // no such request, sub-function or direction
-    kFailure = 0x4A,       // failed for no more specific reason
-    kBadIndex = 0x4B,      // no item, pin or device with that number
+    kBadArgument = 0x40,    // a value or a length the request can't take
+    kNotStarted = 0x42,     // what it needs hasn't been started (the main clock)
+    kNotConfigured = 0x44,  // what it needs hasn't been configured (the FPGA)
+    kNotSupported = 0x46,   // no such request, sub-function or direction
+    kFailure = 0x4A,        // failed for no more specific reason
+    kBadIndex = 0x4B,       // no item, pin or device with that number
 };
 
 // I2C: the slave NACK-ed preamble byte `index` (0 is the address byte).
@@ -36,6 +38,10 @@ constexpr std::uint32_t I2cNack(std::uint32_t index) {
     return ErrorWord(ErrorSource::kI2c, index);
 }
 inline constexpr std::uint32_t kI2cDataNack = ErrorWord(ErrorSource::kI2c, 8);
+
+// A monitor whose converter doesn't answer on its I2C bus, and a front-end device whose supply
+// is off: nobody acknowledges the address byte.
+inline constexpr std::uint32_t kNoI2cAnswer = I2cNack(0);
 
 // AXI responses of a refused access.
 inline constexpr std::uint32_t kAxiSlaveError = ErrorWord(ErrorSource::kAxi, 2);
@@ -52,5 +58,9 @@ enum DriverStatus : std::uint32_t {
 constexpr std::uint32_t DriverError(DriverStatus status) {
     return ErrorWord(ErrorSource::kFpgaDriver, status);
 }
+
+// Power supervisor: a supply is not up (its output didn't reach its good level), code 1 in bits 1
+// and 2.
+inline constexpr std::uint32_t kSupplyNotUp = ErrorWord(ErrorSource::kPower, 1 << 1);
 
 }  // namespace ovex::vboard

@@ -1,16 +1,21 @@
 #pragma once
 
-// The board's application firmware behind its vendor requests: item lists, GPIO, the I2C bus,
-// the USB controller's own requests, the AXI register map and the SPI masters. It installs
-// itself on a firmware model; all its state is behind one lock, so the host's requests and a
-// test's calls may come from different threads.
+// The board's firmware behind its vendor requests: item lists coupled by the board's rails,
+// GPIO, the I2C bus, the USB controller's own requests, the AXI register map and the SPI
+// masters. A board that comes up in boot loader mode answers only the boot loader's requests
+// until the host starts a sound application image; from then on it is that application. It
+// installs itself on a firmware model; all its state is behind one lock, so the host's requests
+// and a test's calls may come from different threads.
 
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <vector>
 
+#include "ovex/vboard/boot_loader_mode.hpp"
+#include "ovex/vboard/error_words.hpp"
 #include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/item_tables.hpp"
 
@@ -19,17 +24,30 @@ namespace ovex::vboard {
 class FirmwareEngine {
 public:
     // Answers the vendor requests on `model`, which must not be used after the engine is gone.
-    FirmwareEngine(FirmwareModel& model, ItemTables tables);
+    // With `boot_loader` the board waits for an application; until then `tables` only serve the
+    // test-side calls below.
+    FirmwareEngine(FirmwareModel& model, ItemTables tables,
+                   std::optional<BootLoaderMode> boot_loader = std::nullopt);
     ~FirmwareEngine();
     FirmwareEngine(const FirmwareEngine&) = delete;
     FirmwareEngine& operator=(const FirmwareEngine&) = delete;
 
     // For tests, by name (the first item of that name); std::out_of_range for an unknown name.
-    // What the monitor measures from now on.
+    // What the monitor measures from now on while its rail is on; kept when an application
+    // starts.
     void SetMonitorValue(std::string_view name, float value);
     int StateValue(std::string_view name) const;
     // The input of each invocation of the command so far, in order (empty: no input).
     std::vector<std::vector<std::uint8_t>> Invocations(std::string_view name) const;
+
+    // Hardware faults for tests, kept until cleared, also over resets and an application start.
+    // The rail that `monitor` measures stays off however it is enabled: its monitors read 0.
+    // std::out_of_range if `monitor` measures no switched rail.
+    void FailRail(std::string_view monitor);
+    // Every read of the monitor's value fails and leaves `word` as the last error (its range
+    // still answers). std::out_of_range for an unknown monitor.
+    void BreakMonitor(std::string_view monitor, std::uint32_t word = kNoI2cAnswer);
+    void ClearPowerFaults();
 
 private:
     struct Parts;
@@ -37,7 +55,10 @@ private:
     // Back to power-on: states, pins, AXI registers and SPI masters; memories keep their data and
     // monitors keep measuring.
     ControlReply Reset(const SetupPacket& setup);
+    // The boot loader's RAM access and start; an application refuses it.
+    ControlReply Ram(const SetupPacket& setup, std::span<const std::uint8_t> out);
 
+    FirmwareModel& m_model;
     mutable std::mutex m_mutex;
     std::unique_ptr<Parts> m_parts;
 };

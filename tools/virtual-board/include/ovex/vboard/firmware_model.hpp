@@ -79,6 +79,9 @@ public:
     ControlReply Control(const SetupPacket& setup, std::span<const std::uint8_t> out_data);
 
     void SetVendorRequest(std::uint8_t bRequest, VendorHandler handler);
+    // Whether the last-error request is answered (it is, unless a boot loader runs: then it is
+    // refused like any request that has no handler).
+    void EnableLastErrorRequest(bool enabled);
     void SetLastError(std::uint32_t word);
     std::uint32_t LastErrorWord() const;
     // Every control request received, in order.
@@ -117,6 +120,7 @@ private:
     mutable std::mutex m_mutex;
     std::map<std::uint8_t, VendorHandler> m_vendor;
     std::uint32_t m_last_error = kNoError;
+    bool m_answers_last_error = true;
     std::vector<SetupPacket> m_log;
     std::set<std::uint8_t> m_halted;
     std::map<std::uint8_t, std::shared_ptr<IDataSource>> m_sources;

@@ -5,7 +5,9 @@
 // An item's id on the wire is its place in these lists.
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ovex::vboard {
@@ -42,6 +44,23 @@ struct VersionItem {
     std::string value;  // at most 32 characters
 };
 
+// A supply that the firmware switches: on while every state in `enables` is non-zero. The monitors
+// in `monitors` measure it: they read 0 while it is off and their measured value while it is on.
+struct RailItem {
+    std::vector<std::string> enables;
+    std::vector<std::string> monitors;
+};
+
+// How the board's supplies hang on its states. The back end's order (DC/DC rails, FPGA, GPIF,
+// main clock) is the same on every kind and lives with the firmware (power_rails.cpp).
+struct PowerLayout {
+    std::vector<RailItem> rails{};
+    // The front end's commands talk to devices that the `frontend_supply` states power: they are
+    // refused while one of those is off.
+    std::vector<std::string> frontend_commands{};
+    std::vector<std::string> frontend_supply{};
+};
+
 struct ItemTables {
     std::string board_id;      // answer of the device-id request in application mode
     std::uint16_t bcd_device;  // USB device release: the PCB version, 0x0303 is "3.03"
@@ -50,9 +69,13 @@ struct ItemTables {
     std::vector<StateItem> states;
     std::vector<MonitorItem> monitors;
     std::vector<VersionItem> versions;
+    PowerLayout power;  // names that aren't in the lists above are left out
 };
 
 // The tables of one board kind; built once, never changed.
 const ItemTables& TablesOf(BoardKind kind);
+
+// The kind whose application reports `board_id` ("TPX3EFE" is Timepix3), if there is one.
+std::optional<BoardKind> KindWithBoardId(std::string_view board_id);
 
 }  // namespace ovex::vboard

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "ovex/vboard/board_identity.hpp"
+#include "ovex/vboard/boot_loader_mode.hpp"
 #include "ovex/vboard/bulk_sink.hpp"
 #include "ovex/vboard/counting_source.hpp"
 #include "ovex/vboard/firmware_engine.hpp"
@@ -30,6 +31,9 @@ public:
         std::optional<ItemTables> tables;  // instead of the kind's: a board with custom items
         BoardIdentity identity;  // an empty product and a bcd_device of 0 come from the tables
         CountingSource::Settings stream;
+        // Comes up in boot loader mode: waits for an application image, keeping the USB
+        // identity above.
+        std::optional<BootLoaderMode> boot_loader;
     };
 
     VirtualBoard(TestBed& bed, int port, Settings settings);

@@ -1,0 +1,401 @@
+// The board's rails through the USB path: what each kind's enables switch, the order its firmware
+// insists on, the power sequences of the host, and the faults a test can put on the hardware.
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "board_host.hpp"
+#include "virtual_board_test.hpp"
+
+namespace ovex::vboard {
+namespace {
+
+using testing::BoardHost;
+using testing::Bytes;
+
+// The words of the order constraints, written out so that the test checks the wire.
+constexpr std::uint32_t kSupplyDown = 0x05000002;
+constexpr std::uint32_t kFpgaNotConfigured = 0x00000044;
+constexpr std::uint32_t kClockNotStarted = 0x00000042;
+constexpr std::uint32_t kNoAcknowledge = 0x01000000;
+constexpr std::uint32_t kBadValue = 0x00000040;
+
+class Rails : public VirtualBoardTest {
+protected:
+    void TearDown() override {
+        m_host.reset();
+        VirtualBoardTest::TearDown();
+    }
+
+    BoardHost& Start(BoardKind kind) {
+        VirtualBoard::Settings settings;
+        settings.kind = kind;
+        AddBoard(std::move(settings));
+        return m_host.emplace();
+    }
+
+    // Each monitor reads 0 (its rail is off), or 1 (its power-good flag is up).
+    void ExpectOff(BoardHost& host, std::initializer_list<const char*> monitors) {
+        for (const char* monitor : monitors) {
+            EXPECT_EQ(host.Monitor(monitor), 0.0F) << monitor;
+        }
+    }
+    void ExpectGood(BoardHost& host, std::initializer_list<const char*> monitors) {
+        for (const char* monitor : monitors) {
+            EXPECT_EQ(host.Monitor(monitor), 1.0F) << monitor;
+        }
+    }
+
+    std::optional<BoardHost> m_host;
+};
+
+TEST_F(Rails, Timepix3FrontEndRailFeedsTheChipRails) {
+    BoardHost& host = Start(BoardKind::kTimepix3);
+    ExpectOff(host, {"PG_FE_5V", "MONITOR_5V", "PG_1V8", "PG_VDD", "PG_VDDA"});
+    ExpectGood(host, {"PG_5V"});
+
+    // The chip's regulators stay off without the front end's 5 V.
+    ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0u);
+    ExpectOff(host, {"PG_1V8", "PG_VDD", "PG_VDDA"});
+    ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0u);
+    ExpectGood(host, {"PG_FE_5V", "PG_1V8", "PG_VDD", "PG_VDDA"});
+    EXPECT_EQ(host.Monitor("MONITOR_5V"), 5.0F);
+
+    ASSERT_EQ(host.SetState("FRONTEND_EN", 0), 0u);
+    ExpectOff(host, {"PG_FE_5V", "MONITOR_5V", "PG_1V8", "PG_VDD", "PG_VDDA"});
+}
+
+TEST_F(Rails, Timepix4ChipRailsGoOffByCommandAndTheEnableShowsIt) {
+    BoardHost& host = Start(BoardKind::kTimepix4Cb);
+    const auto chip = {"PG_VDD", "PG_VDDA", "PG_PLL", "PG_PST", "PG_GWT", "PG_1V8A", "PG_1V8D"};
+    ExpectOff(host, chip);
+    ExpectGood(host, {"PG_5V"});
+    ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0u);
+    ExpectGood(host, chip);
+    EXPECT_EQ(host.Monitor("TPX_CURRENT_ANALOG"), 0.55F);
+
+    EXPECT_EQ(host.Invoke("TPX4_POWER_UP", {0x00}), 0u);
+    ExpectOff(host, chip);
+    EXPECT_EQ(host.Monitor("TPX_CURRENT_DIGITAL"), 0.0F);
+    EXPECT_EQ(host.State("DETECTOR_EN"), 0);
+    EXPECT_EQ(host.Invoke("TPX4_POWER_UP", {0x01}), 0u);
+    ExpectGood(host, chip);
+
+    // One byte, 0 or 1; a refused command switches nothing.
+    EXPECT_EQ(host.Invoke("TPX4_POWER_UP", {0x02}), kBadValue);
+    EXPECT_EQ(host.Invoke("TPX4_POWER_UP", {0x00, 0x00}), kBadValue);
+    EXPECT_EQ(host.Invoke("TPX4_POWER_UP"), kBadValue);
+    ExpectGood(host, chip);
+}
+
+TEST_F(Rails, NobeRailsAndTheDcDcConverterAndMainPowerReset) {
+    BoardHost& host = Start(BoardKind::kNobe);
+    const auto switched = {"PG_DDR_PWR",   "PG_DETECTOR",  "PG_1V2",     "PG_TPX_1V2_D",
+                           "PG_TPX_1V2_A", "PG_LP87524",   "PG_MGTAVTT", "PG_MGTAVCC",
+                           "PG_PELT1",     "I_LOAD_DC_1V0"};
+    ExpectOff(host, switched);
+    ExpectGood(host, {"PG_USB_1V8", "PG_USB_3V3", "USB_CONN"});
+
+    for (const char* state : {"DC_1V0", "DC_1V8", "DC_2V5"}) {
+        ASSERT_EQ(host.SetState(state, 1), 0u);
+    }
+    ExpectOff(host, {"PG_LP87524", "PG_MGTAVCC"});  // all four rails or nothing
+    EXPECT_EQ(host.Monitor("I_LOAD_DC_1V0"), 0.42F);
+    ASSERT_EQ(host.SetState("DC_3V3", 1), 0u);
+    ExpectGood(host, {"PG_LP87524", "PG_MGTAVTT", "PG_MGTAVCC"});
+
+    for (const char* state : {"DDR_PWR_EN", "DETECTOR_EN", "CHIP_EN", "TPX_1V2"}) {
+        ASSERT_EQ(host.SetState(state, 1), 0u);
+    }
+    ASSERT_EQ(host.SetState("PELT1", 370), 0u);
+    ExpectGood(host,
+               {"PG_DDR_PWR", "PG_DETECTOR", "PG_1V2", "PG_TPX_1V2_D", "PG_TPX_1V2_A", "PG_PELT1"});
+    ExpectOff(host, {"PG_PELT2"});
+
+    EXPECT_EQ(host.Invoke("MAIN_PWR_RESET"), 0u);
+    for (const char* state : {"DC_1V0", "DC_1V8", "DC_2V5", "DC_3V3", "DDR_PWR_EN"}) {
+        EXPECT_EQ(host.State(state), 0) << state;
+    }
+    ExpectOff(host, {"PG_LP87524", "PG_DDR_PWR", "I_LOAD_DC_1V0"});
+    ExpectGood(host, {"PG_DETECTOR"});  // the front end's supply isn't main power
+}
+
+TEST_F(Rails, BackEndRefusesStepsOutOfOrderWithTheReason) {
+    BoardHost& host = Start(BoardKind::kTimepix3);
+    EXPECT_EQ(host.Invoke("FPGA_CONF"), kSupplyDown);
+    EXPECT_EQ(host.Invoke("FPGA_RECONF", {1, 0, 0, 0}), kSupplyDown);
+    EXPECT_EQ(host.Invoke("FPGA_RECONF", {1, 0}), kBadValue);
+    EXPECT_EQ(host.SetState("GPIF_EN", 1), kFpgaNotConfigured);
+    EXPECT_EQ(host.SetState("MAIN_CLK", 1), kFpgaNotConfigured);
+    EXPECT_EQ(host.SetState("GPIF_EN", 0), 0u);  // switching off needs nothing
+    EXPECT_EQ(host.Invoke("LOAD_EEPROM"), kClockNotStarted);
+    EXPECT_EQ(host.Invoke("IO_EXP_INIT"), kNoAcknowledge);
+    EXPECT_EQ(host.Invoke("FPGA_RECONF", {0, 0, 0, 0}), 0u);  // off is always possible
+    // Refused commands didn't run.
+    EXPECT_TRUE(Board().Engine().Invocations("FPGA_CONF").empty());
+    EXPECT_TRUE(Board().Engine().Invocations("LOAD_EEPROM").empty());
+
+    for (const char* state : {"DC_1V0", "DC_1V8", "DC_2V5"}) {
+        ASSERT_EQ(host.SetState(state, 1), 0u);
+    }
+    EXPECT_EQ(host.Invoke("FPGA_CONF"), kSupplyDown);
+    ASSERT_EQ(host.SetState("DC_3V3", 1), 0u);
+    ASSERT_EQ(host.Invoke("FPGA_CONF"), 0u);
+    ASSERT_EQ(host.SetState("GPIF_EN", 1), 0u);
+    ASSERT_EQ(host.SetState("MAIN_CLK", 1), 0u);
+    EXPECT_EQ(host.Invoke("LOAD_EEPROM"), 0u);
+
+    // A DC/DC rail going off takes the FPGA, and with it GPIF and the clock.
+    ASSERT_EQ(host.SetState("DC_2V5", 0), 0u);
+    EXPECT_EQ(host.State("GPIF_EN"), 0);
+    EXPECT_EQ(host.State("MAIN_CLK"), 0);
+    EXPECT_EQ(host.Invoke("XSPI_INIT"), kClockNotStarted);
+    ASSERT_EQ(host.SetState("DC_2V5", 1), 0u);
+    EXPECT_EQ(host.SetState("MAIN_CLK", 1), kFpgaNotConfigured);
+
+    // Reloading the FPGA restarts what ran on it; the all-zero word switches it off.
+    ASSERT_EQ(host.Invoke("FPGA_RECONF", {1, 0, 0, 0}), 0u);
+    ASSERT_EQ(host.SetState("MAIN_CLK", 1), 0u);
+    ASSERT_EQ(host.Invoke("FPGA_RECONF", {1, 0, 0, 0}), 0u);
+    EXPECT_EQ(host.State("MAIN_CLK"), 0);
+    ASSERT_EQ(host.Invoke("FPGA_RECONF", {0, 0, 0, 0}), 0u);
+    EXPECT_EQ(host.SetState("GPIF_EN", 1), kFpgaNotConfigured);
+
+    // A reset of the board switches everything off, the FPGA included.
+    ASSERT_EQ(host.Invoke("FPGA_CONF"), 0u);
+    Bytes none;
+    ASSERT_EQ(host.In(0xE0, 0, 0, none), 0);
+    EXPECT_EQ(host.State("DC_1V0"), 0);
+    for (const char* state : {"DC_1V0", "DC_1V8", "DC_2V5", "DC_3V3"}) {
+        ASSERT_EQ(host.SetState(state, 1), 0u);
+    }
+    EXPECT_EQ(host.SetState("GPIF_EN", 1), kFpgaNotConfigured);
+}
+
+TEST_F(Rails, NobeFrontEndCommandsNeedTheFrontEndSupply) {
+    BoardHost& host = Start(BoardKind::kNobe);
+    for (const char* command : {"TSENS_RESET", "XSPI1_INIT", "XADC1_INIT"}) {
+        EXPECT_EQ(host.Invoke(command), kNoAcknowledge) << command;
+    }
+    EXPECT_EQ(host.Invoke("XSPI0_INIT"), kClockNotStarted);
+    ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0u);
+    for (const char* command : {"TSENS_RESET", "XSPI1_INIT", "XADC1_INIT"}) {
+        EXPECT_EQ(host.Invoke(command), 0u) << command;
+    }
+}
+
+TEST_F(Rails, FaultsKeepARailDownAndAMonitorUnreadableUntilCleared) {
+    BoardHost& host = Start(BoardKind::kTimepix3);
+    FirmwareEngine& engine = Board().Engine();
+    engine.FailRail("PG_FE_5V");
+    engine.BreakMonitor("PG_VDD");
+    engine.BreakMonitor("FPGA_TEMP", 0x05000004);
+    EXPECT_THROW(engine.FailRail("FPGA_TEMP"), std::out_of_range);  // not a switched rail
+    EXPECT_THROW(engine.BreakMonitor("PG_NOPE"), std::out_of_range);
+
+    // The enable is taken and the commands behind it run; the rail just never comes good.
+    ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0u);
+    ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0u);
+    ExpectOff(host, {"PG_FE_5V", "MONITOR_5V"});
+    EXPECT_EQ(host.Invoke("IO_EXP_INIT"), 0u);
+    ExpectGood(host, {"PG_1V8", "PG_VDDA"});
+    EXPECT_EQ(host.MonitorRefusal("PG_VDD"), kNoAcknowledge);
+    EXPECT_EQ(host.MonitorRefusal("FPGA_TEMP"), 0x05000004u);
+    Bytes range(8);
+    EXPECT_EQ(host.In(BoardHost::kMonitors, 3, 0, range), 8);  // FPGA_TEMP's range still answers
+
+    // Faults are the hardware's: a reset of the firmware keeps them.
+    Bytes none;
+    ASSERT_EQ(host.In(0xE0, 0, 0, none), 0);
+    ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0u);
+    ExpectOff(host, {"PG_FE_5V"});
+    EXPECT_EQ(host.MonitorRefusal("PG_VDD"), kNoAcknowledge);
+
+    engine.ClearPowerFaults();
+    ExpectGood(host, {"PG_FE_5V"});
+    EXPECT_EQ(host.MonitorRefusal("FPGA_TEMP"), 0u);
+    EXPECT_EQ(host.Monitor("FPGA_TEMP"), 45.0F);
+}
+
+// The host's power sequences, step by step, as a healthy board must take them.
+struct Step {
+    enum class Kind { kSet, kInvoke, kGood, kOff };
+    Kind kind;
+    std::string name;
+    int value = 0;
+    Bytes input;
+};
+using Sequence = std::vector<Step>;
+
+Step Set(std::string name, int value) {
+    return {Step::Kind::kSet, std::move(name), value, {}};
+}
+Step Invoke(std::string name, Bytes input = {}) {
+    return {Step::Kind::kInvoke, std::move(name), 0, std::move(input)};
+}
+Step Good(std::string monitor) {
+    return {Step::Kind::kGood, std::move(monitor), 0, {}};
+}
+Step Off(std::string monitor) {
+    return {Step::Kind::kOff, std::move(monitor), 0, {}};
+}
+
+Sequence Join(std::initializer_list<Sequence> parts) {
+    Sequence all;
+    for (const Sequence& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
+void RunSteps(BoardHost& host, const Sequence& steps, const char* what) {
+    SCOPED_TRACE(what);
+    for (const Step& step : steps) {
+        switch (step.kind) {
+            case Step::Kind::kSet:
+                EXPECT_EQ(host.SetState(step.name, step.value), 0u) << step.name;
+                break;
+            case Step::Kind::kInvoke:
+                EXPECT_EQ(host.Invoke(step.name, step.input), 0u) << step.name;
+                break;
+            case Step::Kind::kGood:
+                EXPECT_GE(host.Monitor(step.name), 1.0F) << step.name;
+                break;
+            case Step::Kind::kOff:
+                EXPECT_EQ(host.Monitor(step.name), 0.0F) << step.name;
+                break;
+        }
+    }
+}
+
+const Sequence kDcDcUp = {Set("DC_1V0", 1), Set("DC_1V8", 1), Set("DC_2V5", 1), Set("DC_3V3", 1)};
+const Sequence kDcDcDown = {Set("DC_3V3", 0), Set("DC_2V5", 0), Set("DC_1V8", 0), Set("DC_1V0", 0)};
+
+const Sequence kOvexBoardPrepare = {Set("BIAS", 0), Set("PELTIER_EN", 0), Set("DETECTOR_EN", 0),
+                                    Set("GPIF_EN", 0), Invoke("TUSB322")};
+const Sequence kOvexBoardFinish = {Set("GPIF_EN", 1),
+                                   Invoke("MAIN_CLK_SETUP", {0x60, 0x00, 0x1E, 0x00, 0x08, 0x04,
+                                                             0x19, 0x00, 0x02, 0x00, 0x02, 0x00}),
+                                   Invoke("MAIN_CLK_SETUP", {0x80, 0x00, 0x04, 0x00}),
+                                   Set("MAIN_CLK", 1),
+                                   Invoke("LOAD_EEPROM"),
+                                   Invoke("XSPI_INIT"),
+                                   Invoke("XADC_INIT"),
+                                   Invoke("DACX_INIT")};
+const Sequence kOvexBoardCold = Join({kOvexBoardPrepare,
+                                      {Invoke("MAIN_PWR_RESET")},
+                                      kDcDcUp,
+                                      {Set("DDR_PWR_EN", 1), Invoke("FPGA_CONF")},
+                                      kOvexBoardFinish});
+const Sequence kOvexBoardWarm =
+    Join({kOvexBoardPrepare, {Invoke("FPGA_RECONF", {1, 0, 0, 0})}, kOvexBoardFinish});
+const Sequence kOvexBoardDown = Join({{Set("MAIN_CLK", 0), Set("GPIF_EN", 0)}, kDcDcDown});
+
+const Sequence kNobePrepare = {Set("PELT1", 0), Set("PELT2", 0), Set("DETECTOR_EN", 0),
+                               Set("GPIF_EN", 0), Set("MAIN_CLK", 0)};
+const Sequence kNobeFinish = {Set("GPIF_EN", 1),    Set("MAIN_CLK", 1), Invoke("XSPI0_INIT"),
+                              Invoke("XADC0_INIT"), Set("PELT1", 370),  Set("PELT2", 40),
+                              Good("PG_PELT1"),     Good("PG_PELT2")};
+const Sequence kNobeCold =
+    Join({kNobePrepare,
+          {Invoke("MAIN_PWR_RESET")},
+          kDcDcUp,
+          {Set("DDR_PWR_EN", 1), Good("PG_DDR_PWR"), Invoke("BIAS_DAC_RESET"), Invoke("FPGA_CONF")},
+          kNobeFinish});
+const Sequence kNobeWarm = Join({kNobePrepare, {Invoke("FPGA_RECONF", {1, 0, 0, 0})}, kNobeFinish});
+const Sequence kNobeDown = {Set("PELT1", 0), Set("PELT2", 0), Set("MAIN_CLK", 0), Set("GPIF_EN", 0),
+                            Invoke("FPGA_RECONF", {0, 0, 0, 0})};
+
+struct PowerCase {
+    const char* name;
+    BoardKind kind;
+    Sequence cold;
+    Sequence warm;  // the back end's power-up with its DC/DC rails on
+    Sequence backend_down;
+    bool down_keeps_dcdc;  // the back end's power-down leaves its DC/DC rails on
+    Sequence frontend_up;
+    Sequence frontend_down;
+};
+
+void PrintTo(const PowerCase& power, std::ostream* out) {
+    *out << power.name;
+}
+
+class PowerSequences : public Rails, public ::testing::WithParamInterface<PowerCase> {};
+
+TEST_P(PowerSequences, PassColdWarmAndAfterPowerDown) {
+    const PowerCase& power = GetParam();
+    BoardHost& host = Start(power.kind);
+    RunSteps(host, power.cold, "back end, cold");
+    RunSteps(host, power.frontend_up, "front end");
+    // A host that finds the board on runs the back end's warm path and the front end again.
+    RunSteps(host, power.warm, "back end, warm");
+    RunSteps(host, power.frontend_up, "front end after warm");
+
+    RunSteps(host, power.frontend_down, "front end down");
+    RunSteps(host, power.backend_down, "back end down");
+    EXPECT_EQ(host.State("MAIN_CLK"), 0);
+    EXPECT_EQ(host.State("GPIF_EN"), 0);
+    EXPECT_EQ(host.State("DC_1V0") != 0, power.down_keeps_dcdc);
+    RunSteps(host, power.down_keeps_dcdc ? power.warm : power.cold, "back end after power-down");
+    RunSteps(host, power.frontend_up, "front end after power-down");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, PowerSequences,
+    ::testing::Values(
+        PowerCase{
+            "Timepix3",
+            BoardKind::kTimepix3,
+            kOvexBoardCold,
+            kOvexBoardWarm,
+            kOvexBoardDown,
+            false,
+            {Set("PELTIER_EN", 1), Set("FRONTEND_EN", 1), Good("PG_FE_5V"), Invoke("IO_EXP_INIT"),
+             Invoke("ADC_INIT"), Invoke("TSENS_RESET"), Set("DETECTOR_EN", 1), Good("PG_1V8"),
+             Good("PG_VDD"), Good("PG_VDDA"), Good("MONITOR_5V")},
+            {Set("BIAS", 0), Set("PELTIER", 0), Set("DETECTOR_EN", 0), Set("FRONTEND_EN", 0),
+             Off("PG_VDD"), Off("PG_FE_5V"), Off("MONITOR_5V")}},
+        PowerCase{"Timepix2ChipBoard",
+                  BoardKind::kTimepix2Cb,
+                  kOvexBoardCold,
+                  kOvexBoardWarm,
+                  kOvexBoardDown,
+                  false,
+                  {Set("PELTIER_EN", 1), Invoke("ADC_INIT"), Invoke("TSENS_RESET"),
+                   Set("DETECTOR_EN", 1), Good("PG_1V2_A"), Good("PG_1V2_D"), Good("MONITOR_5V")},
+                  {Set("BIAS", 0), Set("PELTIER", 0), Set("DETECTOR_EN", 0), Off("PG_1V2_A"),
+                   Off("MONITOR_5V")}},
+        PowerCase{"Timepix4ChipBoard",
+                  BoardKind::kTimepix4Cb,
+                  kOvexBoardCold,
+                  kOvexBoardWarm,
+                  kOvexBoardDown,
+                  false,
+                  {Set("PELTIER", 350), Invoke("ADC_INIT_OVBD"), Invoke("ADC_INIT_CB"),
+                   Invoke("PWR_CTRL_INIT"), Invoke("TSENS_RESET"), Set("DETECTOR_EN", 1),
+                   Good("PG_VDD"), Good("PG_VDDA"), Good("PG_PLL"), Good("PG_PST"), Good("PG_GWT"),
+                   Good("PG_1V8A"), Good("PG_1V8D")},
+                  {Set("BIAS", 0), Set("PELTIER", 0), Invoke("TPX4_POWER_UP", {0x00}),
+                   Off("PG_VDD"), Off("PG_1V8D")}},
+        PowerCase{"Nobe",
+                  BoardKind::kNobe,
+                  kNobeCold,
+                  kNobeWarm,
+                  kNobeDown,
+                  true,
+                  {Set("DETECTOR_EN", 1), Good("PG_DETECTOR"), Invoke("TSENS_RESET"),
+                   Set("CHIP_EN", 1), Good("PG_1V2"), Set("TPX_1V2", 1), Good("PG_TPX_1V2_D"),
+                   Invoke("XSPI1_INIT"), Invoke("XADC1_INIT"), Good("PG_TPX_1V2_A")},
+                  {Set("BIAS", 0), Set("PELT1", 0), Set("DETECTOR_EN", 0), Off("PG_DETECTOR"),
+                   Off("PG_TPX_1V2_D")}}),
+    [](const ::testing::TestParamInfo<PowerCase>& info) { return info.param.name; });
+
+}  // namespace
+}  // namespace ovex::vboard
