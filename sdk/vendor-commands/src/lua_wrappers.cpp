@@ -1,0 +1,264 @@
+#include "lua_wrappers.hpp"
+
+#include <stdexcept>
+
+#include "ovex/log/log.hpp"
+#include "ovex/usb/lua_bindings.hpp"
+#include "ovex/usb/usb_device.hpp"
+#include "ovex/vendor_cmd/board_io.hpp"
+
+namespace ovex::usb::vendor_cmd::script {
+namespace {
+
+double Seconds(Timeout timeout) {
+    return timeout.value_or(kDefaultTimeout);
+}
+
+// `request()` on an open device; on a closed one the transport would stop the process.
+template <typename Request>
+std::error_code OnOpen(device::UsbDevice& device, Request request) {
+    if (const auto error = device::RequireOpen(device)) {
+        return error;
+    }
+    return request();
+}
+
+// The value that `request(value)` fills, or the error in its place.
+template <typename T, typename Request>
+Result<T> ValueOf(device::UsbDevice& device, Request request) {
+    T value{};
+    if (const auto error = OnOpen(device, [&] { return request(value); })) {
+        return error;
+    }
+    return value;
+}
+
+device::UsbDevice& OpenForNames(device::UsbDevice& device) {
+    if (const auto error = device::RequireOpen(device)) {
+        throw std::runtime_error(std::string(error.category().name()) + ": " + error.message());
+    }
+    return device;
+}
+
+std::error_code RequireEeprom(cypress::EepromDevice eeprom) {
+    if (eeprom <= cypress::EepromDevice::Device7) {
+        return {};
+    }
+    OVEX_LOG_ERROR("EEPROM device %d is not one of Device0 to Device7.", static_cast<int>(eeprom));
+    return std::make_error_code(std::errc::invalid_argument);
+}
+
+}  // namespace
+
+Result<std::uint32_t> AxiRead(device::UsbDevice& device, std::uint32_t address) {
+    return ValueOf<std::uint32_t>(device, [&](std::uint32_t& value) {
+        unsigned int word = 0;
+        const auto error = axi_read(device, address, word);
+        value = word;
+        return error;
+    });
+}
+
+std::error_code AxiWrite(device::UsbDevice& device, std::uint32_t address, std::uint32_t value) {
+    return OnOpen(device, [&] { return axi_write(device, address, value); });
+}
+
+std::error_code AxiStreamStart(device::UsbDevice& device) {
+    return OnOpen(device, [&] { return axi_stream_start(device); });
+}
+
+std::error_code I2cTransfer8(device::UsbDevice& device, std::uint8_t address, std::uint8_t reg,
+                             std::span<std::uint8_t> data) {
+    return OnOpen(device, [&] { return i2c_transfer_8(device, address, reg, data); });
+}
+
+std::error_code I2cTransfer16(device::UsbDevice& device, std::uint8_t address, std::uint16_t reg,
+                              std::span<std::uint8_t> data) {
+    return OnOpen(device, [&] { return i2c_transfer_16(device, address, reg, data); });
+}
+
+std::error_code GpioSet(device::UsbDevice& device, std::uint8_t pin, std::uint8_t value) {
+    return OnOpen(device, [&] { return gpio_set(device, pin, value != 0); });
+}
+
+Result<bool> GpioGet(device::UsbDevice& device, std::uint8_t pin) {
+    return ValueOf<bool>(device, [&](bool& value) { return gpio_get(device, pin, value); });
+}
+
+template <typename Items>
+ScriptItems<Items>::ScriptItems(SharedDevice device)
+    : m_device(std::move(device)), m_items(OpenForNames(*m_device)) {}
+
+template class ScriptItems<impl::Commands>;
+template class ScriptItems<impl::States>;
+template class ScriptItems<impl::Monitors>;
+template class ScriptItems<impl::Versions>;
+
+std::error_code ScriptCommands::invoke(std::string_view name, Timeout timeout) {
+    return OnOpen(*m_device, [&] { return m_items.invoke(name, Seconds(timeout)); });
+}
+
+std::error_code ScriptCommands::invoke_in(std::string_view name, std::span<std::uint8_t> data,
+                                          Timeout timeout) {
+    return OnOpen(*m_device, [&] { return m_items.invoke_in(name, data, Seconds(timeout)); });
+}
+
+std::error_code ScriptCommands::invoke_out(std::string_view name,
+                                           std::span<const std::uint8_t> data, Timeout timeout) {
+    return OnOpen(*m_device, [&] { return m_items.invoke_out(name, data, Seconds(timeout)); });
+}
+
+Result<int> ScriptStates::get_value(std::string_view name, Timeout timeout) {
+    return ValueOf<int>(
+        *m_device, [&](int& value) { return m_items.get_value(name, value, Seconds(timeout)); });
+}
+
+std::error_code ScriptStates::set_value(std::string_view name, std::int32_t value,
+                                        Timeout timeout) {
+    return OnOpen(*m_device, [&] { return m_items.set_value(name, value, Seconds(timeout)); });
+}
+
+std::error_code ScriptStates::get_limits(std::string_view name, range::Range<int>& limits,
+                                         Timeout timeout) {
+    return OnOpen(*m_device, [&] { return m_items.get_limits(name, limits, Seconds(timeout)); });
+}
+
+Result<float> ScriptMonitors::get_value(std::string_view name, Timeout timeout) {
+    return ValueOf<float>(
+        *m_device, [&](float& value) { return m_items.get_value(name, value, Seconds(timeout)); });
+}
+
+std::error_code ScriptMonitors::get_range(std::string_view name, range::Range<float>& range,
+                                          Timeout timeout) {
+    return OnOpen(*m_device, [&] { return m_items.get_range(name, range, Seconds(timeout)); });
+}
+
+Result<std::string> ScriptVersions::get_value(std::string_view name, Timeout timeout) {
+    return ValueOf<std::string>(*m_device, [&](std::string& value) {
+        return m_items.get_value(name, value, Seconds(timeout));
+    });
+}
+
+std::error_code ScriptSpiBus::reset() {
+    return OnOpen(*m_device, [&] { return spi::Reset(*m_device, m_bus); });
+}
+
+std::error_code ScriptSpiBus::self_test() {
+    return OnOpen(*m_device, [&] { return spi::SelfTest(*m_device, m_bus); });
+}
+
+std::error_code ScriptSpiBus::start() {
+    return OnOpen(*m_device, [&] { return spi::Start(*m_device, m_bus); });
+}
+
+std::error_code ScriptSpiBus::stop() {
+    return OnOpen(*m_device, [&] { return spi::Stop(*m_device, m_bus); });
+}
+
+std::error_code ScriptSpiBus::clear_stats() {
+    return OnOpen(*m_device, [&] { return spi::ClearStats(*m_device, m_bus); });
+}
+
+Result<spi::Stats> ScriptSpiBus::get_stats() {
+    return ValueOf<spi::Stats>(
+        *m_device, [&](spi::Stats& stats) { return spi::GetStats(*m_device, m_bus, stats); });
+}
+
+std::error_code ScriptSpiBus::transmit(std::uint8_t slave, std::span<const std::uint8_t> data) {
+    return OnOpen(*m_device, [&] { return spi::Transmit(*m_device, m_bus, slave, data); });
+}
+
+std::error_code ScriptSpiBus::receive(std::uint8_t slave, std::span<std::uint8_t> data) {
+    return OnOpen(*m_device, [&] { return spi::Receive(*m_device, m_bus, slave, data); });
+}
+
+Result<std::string> ScriptCypress::get_id(Timeout timeout) {
+    return ValueOf<std::string>(*m_device, [&](std::string& id) {
+        return cypress::GetId(*m_device, id, Seconds(timeout));
+    });
+}
+
+Result<cypress::Version> ScriptCypress::get_version(Timeout timeout) {
+    return ValueOf<cypress::Version>(*m_device, [&](cypress::Version& version) {
+        return cypress::GetVersion(*m_device, version, Seconds(timeout));
+    });
+}
+
+std::error_code ScriptCypress::reset(Timeout timeout) {
+    return OnOpen(*m_device, [&] { return cypress::Reset(*m_device, Seconds(timeout)); });
+}
+
+std::error_code ScriptCypress::read_ram(std::uint32_t address, std::span<std::uint8_t> data,
+                                        Timeout timeout) {
+    return OnOpen(*m_device,
+                  [&] { return cypress::ReadRam(*m_device, address, data, Seconds(timeout)); });
+}
+
+std::error_code ScriptCypress::write_ram(std::uint32_t address, std::span<const std::uint8_t> data,
+                                         Timeout timeout) {
+    return OnOpen(*m_device,
+                  [&] { return cypress::WriteRam(*m_device, address, data, Seconds(timeout)); });
+}
+
+std::error_code ScriptCypress::read_eeprom(cypress::EepromDevice eeprom, std::uint16_t address,
+                                           std::span<std::uint8_t> data, Timeout timeout) {
+    if (const auto error = RequireEeprom(eeprom)) {
+        return error;
+    }
+    return OnOpen(*m_device, [&] {
+        return cypress::ReadEeprom(*m_device, eeprom, address, data, Seconds(timeout));
+    });
+}
+
+std::error_code ScriptCypress::write_eeprom(cypress::EepromDevice eeprom, std::uint16_t address,
+                                            std::span<const std::uint8_t> data, Timeout timeout) {
+    if (const auto error = RequireEeprom(eeprom)) {
+        return error;
+    }
+    return OnOpen(*m_device, [&] {
+        return cypress::WriteEeprom(*m_device, eeprom, address, data, Seconds(timeout));
+    });
+}
+
+std::error_code ScriptNobe::set_bias(float value) {
+    return OnOpen(*m_device, [&] { return nobe::SetBias(*m_device, value); });
+}
+
+Result<float> ScriptNobe::get_bias() {
+    return ValueOf<float>(*m_device, [&](float& value) { return nobe::GetBias(*m_device, value); });
+}
+
+std::error_code ScriptNobe::get_chip_geometry(Geometry& geometry) {
+    return OnOpen(*m_device, [&] { return nobe::ReadChipGeometry(*m_device, geometry); });
+}
+
+std::error_code ScriptNobe::fsr_read(std::uint8_t chip, std::span<std::uint8_t> data) {
+    return OnOpen(*m_device, [&] { return nobe::ReadFsr(*m_device, chip, data); });
+}
+
+std::error_code ScriptNobe::fsr_write(std::uint8_t chip, std::span<const std::uint8_t> data) {
+    return OnOpen(*m_device, [&] { return nobe::WriteFsr(*m_device, chip, data); });
+}
+
+Result<std::string> ScriptNobe::get_chip_id(std::uint8_t chip) {
+    return ValueOf<std::string>(
+        *m_device, [&](std::string& id) { return nobe::GetChipId(*m_device, chip, id); });
+}
+
+std::error_code ScriptNobe::conf_matrix_write() {
+    return OnOpen(*m_device, [&] { return nobe::ConfMatrixWrite(*m_device); });
+}
+
+std::error_code ScriptNobe::acquire_single(float time) {
+    return OnOpen(*m_device, [&] { return nobe::AcquireSingle(*m_device, time); });
+}
+
+std::error_code ScriptNobe::acquire_multi(float time) {
+    return OnOpen(*m_device, [&] { return nobe::AcquireMulti(*m_device, time); });
+}
+
+std::error_code ScriptNobe::acquire_abort() {
+    return OnOpen(*m_device, [&] { return nobe::AcquireAbort(*m_device); });
+}
+
+}  // namespace ovex::usb::vendor_cmd::script
