@@ -118,6 +118,10 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_down(ovexsdk_dev_ctx* ctx);
 OVEXSDK_API ovexsdk_err_code ovexsdk_log_set_cb(ovexsdk_dev_ctx* ctx, ovexsdk_log_cb function,
                                                 const ovexsdk_log_fmt* format, void* param);
 
+/* Scripts. Runs Lua text in the context's interpreter, where the open device is the global
+ * `device`. Only the libraries base, package, string and debug are open. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_script_execute(ovexsdk_dev_ctx* ctx, const char* text);
+
 #ifdef __cplusplus
 }
 #endif

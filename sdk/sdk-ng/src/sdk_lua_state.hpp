@@ -1,28 +1,45 @@
 #pragma once
 
+#include <memory>
 #include <system_error>
 
 struct lua_State;
 
+namespace ovex::usb::device {
+class UsbDevice;
+}
+
 namespace ovex::sdk {
 
-// The context's Lua interpreter. Only the libraries base, package, string and debug are open:
-// scripts can reach neither files nor processes.
+// The context's Lua interpreter. Only the libraries base, package, string and debug are open,
+// so scripts can reach neither files nor processes; the tables Log and Std are added to it.
+// Not thread-safe: its owner runs it from one thread at a time.
 class LuaState {
 public:
+    // Failures to add a table are logged; the state then lacks that table.
     LuaState();
     ~LuaState();
 
     LuaState(const LuaState&) = delete;
     LuaState& operator=(const LuaState&) = delete;
 
+    // Runs the text in the global environment. An empty text, a syntax error and a run-time
+    // error give invalid_argument; the last two log the traceback. The stack is left as it was.
+    std::error_code ExecuteScript(const char* text);
+
+    // Sets the global `device` to a userdata that shares the ownership of the device, so that a
+    // script keeps it alive as long as it holds it; invalid_argument for an empty owner.
+    std::error_code ShareDevice(std::shared_ptr<usb::device::UsbDevice> device);
     // Sets the global `device` to nil; always succeeds.
     std::error_code ReleaseDevice();
 
-    lua_State* Raw() const noexcept { return m_state; }
+    lua_State* Raw() const noexcept { return m_state.get(); }
 
 private:
-    lua_State* m_state;
+    struct Closer {
+        void operator()(lua_State* state) const noexcept;
+    };
+    std::unique_ptr<lua_State, Closer> m_state;
 };
 
 }  // namespace ovex::sdk
