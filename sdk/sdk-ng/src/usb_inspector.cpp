@@ -1,9 +1,15 @@
 #include "usb_inspector.hpp"
 
+#include <fmt/format.h>
+
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 
+#include "ovex/fx3/bootloader.hpp"
+#include "ovex/fx3/embedded_images.hpp"
+#include "ovex/fx3/fw_image.hpp"
 #include "ovex/log/log.hpp"
 #include "ovex/usb/usb_device.hpp"
 #include "ovex/vendor_cmd/cypress.hpp"
@@ -26,6 +32,30 @@ const std::map<BoardPair, BoardKind>& KindTable() {
     return table;
 }
 
+struct FirmwareEntry {
+    std::string_view image;  // "embedded: <file name>"
+    std::string_view version;
+};
+
+const std::map<BoardPair, FirmwareEntry>& FirmwareTable() {
+    static const std::map<BoardPair, FirmwareEntry> table{
+        {{"NOBE", "3.00"}, {"embedded: nobe-fw_v3_0_0.img", "0.19.3"}},
+        {{"TPX3EFE", "3.03"}, {"embedded: ovbd-fw_v3_0_3.img", "0.24.3-TPX3"}},
+        {{"TPX2CB", "3.03"}, {"embedded: ovbd-fw_v3_0_3_tpx2_cb.img", "1.6.3-TPX2CB"}},
+        {{"TPX4CB", "3.03"}, {"embedded: ovbd-fw_v3_0_3_tpx4_cb.img", "1.5.1-TPX4CB"}},
+    };
+    return table;
+}
+
+constexpr std::string_view kEmbeddedPrefix = "embedded: ";
+constexpr double kTimeout = 10.0;
+
+// The board id is what the boot loader's product text holds ahead of its last " BL".
+std::string_view BoardIdOf(std::string_view product) {
+    const auto mark = product.rfind(" BL");
+    return mark == std::string_view::npos ? product : product.substr(0, mark);
+}
+
 }  // namespace
 
 std::error_code FindBoardKind(std::string_view board_id, std::string_view pcb_version,
@@ -42,6 +72,68 @@ std::error_code FindBoardKind(std::string_view board_id, std::string_view pcb_ve
     return {};
 }
 
+std::error_code FindFirmware(std::string_view board_id, std::string_view pcb_version,
+                             fx3::FwImage& image) {
+    if (board_id == "OVBD" && pcb_version == "3.03") {
+        board_id = "TPX3EFE";
+    }
+    const auto found = FirmwareTable().find({board_id, pcb_version});
+    const std::string_view text =
+        found == FirmwareTable().end() ? "not found" : found->second.image;
+    if (!text.starts_with(kEmbeddedPrefix)) {
+        const std::string shown(text);
+        OVEX_LOG_ERROR("Unknown or unsupported filename/location of firmware image ('%s').",
+                       shown.c_str());
+        return std::make_error_code(std::errc::operation_not_supported);
+    }
+    const std::string file_name(text.substr(kEmbeddedPrefix.size()));
+    const auto from_file = fx3::FwImage::FromFile(file_name, image);
+    if (!from_file) {
+        OVEX_LOG_INFO("Using firmware image from file '%s'.", file_name.c_str());
+        return {};
+    }
+    OVEX_LOG_EC(ovex::log::kDebug, "Failed to read firmware from file '%s' - %s: %s.", from_file,
+                file_name.c_str());
+    if (const auto error = fx3::FwImage::FromMemory(fx3::EmbeddedImage(file_name), image)) {
+        OVEX_LOG_EC(ovex::log::kError, "Image loaded from embedded storage is invalid - %s: %s.",
+                    error);
+        return error;
+    }
+    const std::string image_text(text);
+    const std::string version(found->second.version);
+    OVEX_LOG_INFO("Using firmware image '%s', version %s.", image_text.c_str(), version.c_str());
+    return {};
+}
+
+std::error_code LoadFirmware(fx3::Bootloader& bootloader, const usb::device::DeviceInfo& info) {
+    fx3::BootloaderInfo loader;
+    if (const auto error = bootloader.GetInfo(loader)) {
+        OVEX_LOG_EC(ovex::log::kError, "Failed to read bootloader information - %s: %s.", error);
+        return error;
+    }
+    const auto& v = loader.version;
+    const std::string version = fmt::format("{}.{}.{}.{}", v.major, v.minor, v.patch, v.build);
+    OVEX_LOG_INFO("Found device in bootloader mode - product: %s, version: %s.",
+                  loader.product.c_str(), version.c_str());
+
+    fx3::FwImage image;
+    if (const auto error = FindFirmware(BoardIdOf(loader.product), info.version, image)) {
+        OVEX_LOG_ERROR("Failed to load firmware image to device.");
+        return error;
+    }
+    if (const auto error = bootloader.Download(image)) {
+        OVEX_LOG_EC(ovex::log::kError, "Failed to download firmware image to the device - %s: %s.",
+                    error);
+        return error;
+    }
+    if (const auto error = bootloader.Switch()) {
+        OVEX_LOG_EC(ovex::log::kError, "Failed to switch the device to application mode - %s: %s.",
+                    error);
+        return error;
+    }
+    return {};
+}
+
 std::error_code InspectDevice(usb::device::UsbDevice& device, usb::device::DeviceInfo& info,
                               BoardKind& kind) {
     if (const auto error = device.Open()) {
@@ -51,8 +143,16 @@ std::error_code InspectDevice(usb::device::UsbDevice& device, usb::device::Devic
     if (const auto error = device.GetInfo(info)) {
         return error;
     }
+    // A board in application mode doesn't answer the boot loader's probe; that is no failure.
+    // The boot loader object lives to the end, as the application answers on the same handle.
+    std::unique_ptr<fx3::Bootloader> bootloader;
+    if (!fx3::Bootloader::Create(device, bootloader)) {
+        if (const auto error = LoadFirmware(*bootloader, info)) {
+            return error;
+        }
+    }
     std::string board_id;
-    if (const auto error = usb::vendor_cmd::cypress::GetId(device, board_id)) {
+    if (const auto error = usb::vendor_cmd::cypress::GetId(device, board_id, kTimeout)) {
         return error;
     }
     if (const auto error = FindBoardKind(board_id, info.version, kind)) {
