@@ -14,6 +14,10 @@
 #include "ovex/log/log.hpp"
 #include "ovex/usb/usb_device.hpp"
 #include "ovexsdk.h"
+#include "sdk_nobe.hpp"
+#include "sdk_ovexboard_tpx2cb.hpp"
+#include "sdk_ovexboard_tpx3.hpp"
+#include "sdk_ovexboard_tpx4cb.hpp"
 #include "usb_inspector.hpp"
 
 namespace ovex::sdk {
@@ -39,9 +43,9 @@ IPowerControl* FindUnit(Context& context, std::uint8_t unit) {
     return module;
 }
 
-// The device object for a board of this kind; refused kinds and kinds whose class this library
-// doesn't hold give their result code.
-ovexsdk_err_code BuildDevice(BoardKind kind) {
+// The device object for a board of this kind, or the result code of a kind that is refused.
+ovexsdk_err_code BuildDevice(BoardKind kind, std::shared_ptr<usb::device::UsbDevice> usb_device,
+                             usb::device::DeviceInfo info, std::unique_ptr<SdkDevice>& device) {
     switch (kind) {
         case BoardKind::kOvbdPcb2:
         case BoardKind::kOvbdPcb300:
@@ -49,11 +53,24 @@ ovexsdk_err_code BuildDevice(BoardKind kind) {
         case BoardKind::kOvbdPcb302:
             OVEX_LOG_ERROR("Unsupported ovexboard PCB version");
             return OVEXSDK_ERR_INVALID;
-        default:
-            OVEX_LOG_ERROR("No device class for board kind %d in this library.",
-                           static_cast<int>(kind));
-            return OVEXSDK_ERR_FAILED;
+        case BoardKind::kNobePcb201:
+        case BoardKind::kNobePcb210:
+        case BoardKind::kNobePcb211:
+        case BoardKind::kNobePcb300:
+            device = std::make_unique<Nobe>(std::move(usb_device), std::move(info));
+            return OVEXSDK_OK;
+        case BoardKind::kTimepix3:
+            device = std::make_unique<OvexBoardTpx3>(std::move(usb_device), std::move(info));
+            return OVEXSDK_OK;
+        case BoardKind::kTimepix2Cb:
+            device = std::make_unique<OvexBoardTpx2Cb>(std::move(usb_device), std::move(info));
+            return OVEXSDK_OK;
+        case BoardKind::kTimepix4Cb:
+            device = std::make_unique<OvexBoardTpx4Cb>(std::move(usb_device), std::move(info));
+            return OVEXSDK_OK;
     }
+    OVEX_LOG_ERROR("BUG: Board kind %d has no device class.", static_cast<int>(kind));
+    return OVEXSDK_ERR_FAILED;
 }
 
 ovexsdk_err_code DiscoverDevice(Context& context) {
@@ -68,7 +85,18 @@ ovexsdk_err_code DiscoverDevice(Context& context) {
         OVEX_LOG_EC(ovex::log::kError, "Failed to inspect the device: - %s: %s.", ec);
         return OVEXSDK_ERR_FAILED;
     }
-    return BuildDevice(kind);
+    std::error_code shared = std::make_error_code(std::errc::invalid_argument);
+    if (context.Lua() == nullptr) {
+        OVEX_LOG_ERROR("Lua is not initialized, device will not be available in Lua scripts.");
+    } else {
+        shared = context.Lua()->ShareDevice(usb_device);
+    }
+    if (shared) {
+        OVEX_LOG_EC(ovex::log::kError,
+                    "Failed to share the device object with the Lua state: - %s: %s.", shared);
+        return OVEXSDK_ERR_FAILED;
+    }
+    return BuildDevice(kind, std::move(usb_device), std::move(info), context.Device());
 }
 
 ovexsdk_err_code DevOpen(Context& context) {

@@ -2,40 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <mutex>
 #include <string>
-#include <vector>
 
 #include "ovexsdk.h"
+#include "support/host_log.hpp"
 
 namespace {
 
-struct HostLog {
-    std::mutex mutex;
-    std::vector<std::pair<ovexsdk_log_severity, std::string>> lines;
-
-    static void Callback(const char* text, ovexsdk_log_severity severity, void* param) {
-        auto* self = static_cast<HostLog*>(param);
-        std::lock_guard lock(self->mutex);
-        self->lines.emplace_back(severity, text);
-    }
-    bool Has(ovexsdk_log_severity severity, const std::string& text) {
-        std::lock_guard lock(mutex);
-        return std::find(lines.begin(), lines.end(), std::make_pair(severity, text)) != lines.end();
-    }
-    std::size_t IndexOf(const std::string& text) {
-        std::lock_guard lock(mutex);
-        for (std::size_t i = 0; i < lines.size(); ++i) {
-            if (lines[i].second == text) {
-                return i;
-            }
-        }
-        return lines.size();
-    }
-};
-
-constexpr ovexsdk_log_fmt kMessageOnly{false, false, false, true};
+using ovex::sdk::testing::HostLog;
+using ovex::sdk::testing::kMessageOnly;
 
 class HostSession : public ::testing::Test {
 protected:
