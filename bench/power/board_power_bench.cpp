@@ -6,7 +6,6 @@
 #include <benchmark/benchmark.h>
 
 #include <optional>
-#include <string>
 
 #include "ovex/vboard/virtual_board.hpp"
 #include "ovexsdk.h"
@@ -89,8 +88,9 @@ void BM_OpenRunningBoard(benchmark::State& state) {
 }
 BENCHMARK(BM_OpenRunningBoard)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// Both units of a Timepix3 board up, then down again: the two power scripts each way.
-void BM_PowerCycleTimepix3(benchmark::State& state) {
+// Runs `step` on an open Timepix3 board once per iteration; a failing step ends the run.
+template <typename Step>
+void OnOpenBoard(benchmark::State& state, const char* failure, Step step) {
     if (!Preloaded(state)) {
         return;
     }
@@ -100,36 +100,29 @@ void BM_PowerCycleTimepix3(benchmark::State& state) {
         return;
     }
     for (auto _ : state) {
-        if (ovexsdk_dev_power_up(session.Context()) != OVEXSDK_OK ||
-            ovexsdk_dev_power_down(session.Context()) != OVEXSDK_OK) {
-            state.SkipWithError("power cycle failed");
-            return;
+        if (!step(session.Context())) {
+            state.SkipWithError(failure);
+            break;
         }
     }
     ovexsdk_dev_close(session.Context());
+}
+
+// Both units of a Timepix3 board up, then down again: the two power scripts each way.
+void BM_PowerCycleTimepix3(benchmark::State& state) {
+    OnOpenBoard(state, "power cycle failed", [](ovexsdk_dev_ctx* ctx) {
+        return ovexsdk_dev_power_up(ctx) == OVEXSDK_OK && ovexsdk_dev_power_down(ctx) == OVEXSDK_OK;
+    });
 }
 BENCHMARK(BM_PowerCycleTimepix3)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // A host script that reads one state: the interpreter, the bindings and one request.
 void BM_ScriptReadingAState(benchmark::State& state) {
-    if (!Preloaded(state)) {
-        return;
-    }
-    Session session({});
-    if (ovexsdk_dev_open(session.Context()) != OVEXSDK_OK) {
-        state.SkipWithError("open failed");
-        return;
-    }
-    const std::string script =
-        "local states = Usb.VendorCmd.States.new(device)\n"
-        "assert(states:get_value('PELTIER') == 350)";
-    for (auto _ : state) {
-        if (ovexsdk_script_execute(session.Context(), script.c_str()) != OVEXSDK_OK) {
-            state.SkipWithError("script failed");
-            return;
-        }
-    }
-    ovexsdk_dev_close(session.Context());
+    OnOpenBoard(state, "script failed", [](ovexsdk_dev_ctx* ctx) {
+        return ovexsdk_script_execute(ctx,
+                                      "local states = Usb.VendorCmd.States.new(device)\n"
+                                      "assert(states:get_value('PELTIER') == 350)") == OVEXSDK_OK;
+    });
 }
 BENCHMARK(BM_ScriptReadingAState)->Unit(benchmark::kMillisecond)->UseRealTime();
 
