@@ -6,6 +6,7 @@
 #include <lua.hpp>
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -365,16 +366,22 @@ TEST_F(LuaBindingsTest, NobeRequests) {
     for (std::uint8_t cell = 1; cell <= 6; ++cell) {
         geometry[7 + cell] = cell;
     }
-    Firmware().SetVendorRequest(
-        0x15, [&geometry](const SetupPacket&, auto) { return ControlReply::Answer(geometry); });
+    // The board answers on its own thread: each handler holds its own copy of what it answers.
+    const auto answer_geometry = [this](std::vector<std::uint8_t> field) {
+        Firmware().SetVendorRequest(
+            0x15, [field](const SetupPacket&, auto) { return ControlReply::Answer(field); });
+    };
+    answer_geometry(geometry);
     Firmware().SetVendorRequest(0x16, [](const SetupPacket& setup, auto) {
         return ControlReply::Answer(std::vector<std::uint8_t>(setup.IsIn() ? 32 : 0, 0xA5));
     });
     Firmware().SetVendorRequest(0x18, [](const SetupPacket&, auto) {
         return ControlReply::Answer({'D', '0', '2', 0});
     });
+    std::mutex acquired_mutex;
     std::vector<std::uint8_t> acquired;
-    Firmware().SetVendorRequest(0x19, [&acquired](const SetupPacket&, auto out) {
+    Firmware().SetVendorRequest(0x19, [&](const SetupPacket&, auto out) {
+        std::lock_guard lock(acquired_mutex);
         acquired.assign(out.begin(), out.end());
         return ControlReply::Answer();
     });
@@ -390,6 +397,7 @@ TEST_F(LuaBindingsTest, NobeRequests) {
               "0 2 2x3 1,2,3;4,5,6");
     geometry[0] = 16;
     geometry[4] = 16;
+    answer_geometry(geometry);
     ovex::testing::LogCapture log;
     EXPECT_EQ(Eval("local e = nobe:get_chip_geometry(g)\n"
                    "return e:value() .. ' ' .. g:dimensions().rows"),
@@ -413,6 +421,7 @@ TEST_F(LuaBindingsTest, NobeRequests) {
 
     EXPECT_EQ(Eval("return nobe:get_chip_id(1)"), "D02");
     EXPECT_EQ(Eval("return nobe:acquire_single(1.5):value()"), "0");
+    std::lock_guard lock(acquired_mutex);
     EXPECT_EQ(acquired, (std::vector<std::uint8_t>{0x00, 0x00, 0xC0, 0x3F}));
     EXPECT_EQ(Eval("return tostring(nobe:acquire_abort())"),
               CodeText(error::TranslateDeviceError(vboard::kNotSupported)));
