@@ -53,7 +53,8 @@ PowerModule::PowerModule(std::string_view script_name, std::string_view script_t
       m_name(std::move(unit_name)) {
     {
         StackGuard guard(m_lua);
-        const std::string chunk_name = "=" + std::string(script_name);
+        std::string chunk_name(1, '=');
+        chunk_name.append(script_name);
         if (luaL_loadbufferx(m_lua, script_text.data(), script_text.size(), chunk_name.c_str(),
                              "t") != LUA_OK ||
             lua_pcall(m_lua, 0, 1, 0) != LUA_OK) {
