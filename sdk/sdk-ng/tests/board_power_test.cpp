@@ -17,14 +17,9 @@ constexpr std::uint8_t kStateRequest = 0x03;
 constexpr std::uint16_t kStateSet = 3;
 
 std::uint16_t StateId(vboard::BoardKind kind, const std::string& name) {
-    const auto& states = vboard::TablesOf(kind).states;
-    for (std::size_t i = 0; i < states.size(); ++i) {
-        if (states[i].name == name) {
-            return static_cast<std::uint16_t>(i);
-        }
-    }
-    ADD_FAILURE() << "no state " << name;
-    return 0;
+    const auto id = vboard::FindItem(vboard::TablesOf(kind).states, name);
+    EXPECT_TRUE(id.has_value()) << "no state " << name;
+    return static_cast<std::uint16_t>(id.value_or(0));
 }
 
 vboard::VirtualBoard::Settings OfKind(vboard::BoardKind kind) {

@@ -12,11 +12,9 @@ namespace {
 // Major, minor, patch and build at the even bytes.
 std::vector<std::uint8_t> VersionAnswer(const ItemTables& tables) {
     unsigned int numbers[3] = {0, 0, 0};
-    const auto item =
-        std::find_if(tables.versions.begin(), tables.versions.end(),
-                     [](const VersionItem& version) { return version.name == "FX3_FW"; });
-    if (item != tables.versions.end()) {
-        std::sscanf(item->value.c_str(), "%u.%u.%u", &numbers[0], &numbers[1], &numbers[2]);
+    if (const auto id = FindItem(tables.versions, "FX3_FW")) {
+        std::sscanf(tables.versions[*id].value.c_str(), "%u.%u.%u", &numbers[0], &numbers[1],
+                    &numbers[2]);
     }
     return {static_cast<std::uint8_t>(numbers[0]),
             0,

@@ -50,13 +50,11 @@ std::optional<ControlReply> CountOrName(const SetupPacket& setup, std::span<cons
 
 template <class Item>
 std::size_t IdOf(const std::vector<Item>& items, std::string_view name, const char* kind) {
-    const auto found = std::find_if(items.begin(), items.end(),
-                                    [&](const Item& item) { return item.name == name; });
-    if (found == items.end()) {
-        throw std::out_of_range(std::string(kind) + " '" + std::string(name) +
-                                "' is not on this board.");
+    if (const auto id = FindItem(items, name)) {
+        return *id;
     }
-    return static_cast<std::size_t>(found - items.begin());
+    throw std::out_of_range(std::string(kind) + " '" + std::string(name) +
+                            "' is not on this board.");
 }
 
 }  // namespace

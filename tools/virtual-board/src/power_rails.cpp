@@ -19,9 +19,7 @@ constexpr std::array<std::string_view, 6> kClockedCommands = {
 
 template <class Item>
 std::size_t IdOf(const std::vector<Item>& items, std::string_view name) {
-    const auto found = std::find_if(items.begin(), items.end(),
-                                    [&](const Item& item) { return item.name == name; });
-    return found == items.end() ? kNone : static_cast<std::size_t>(found - items.begin());
+    return FindItem(items, name).value_or(kNone);
 }
 
 // The ids of all `names`, or nothing if one of them isn't on the board.

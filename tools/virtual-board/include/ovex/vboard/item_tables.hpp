@@ -4,6 +4,8 @@
 // with their limits, monitors with their ranges, versions, and the identity the board reports.
 // An item's id on the wire is its place in these lists.
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -71,6 +73,17 @@ struct ItemTables {
     std::vector<VersionItem> versions;
     PowerLayout power;  // names that aren't in the lists above are left out
 };
+
+// The id of the first item called `name` in one of the lists, if the board has one.
+template <class Item>
+std::optional<std::size_t> FindItem(const std::vector<Item>& items, std::string_view name) {
+    const auto found = std::find_if(items.begin(), items.end(),
+                                    [&](const Item& item) { return item.name == name; });
+    if (found == items.end()) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(found - items.begin());
+}
 
 // The tables of one board kind; built once, never changed.
 const ItemTables& TablesOf(BoardKind kind);
