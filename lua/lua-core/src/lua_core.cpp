@@ -30,7 +30,9 @@ int AddStd(lua_State* L) {
     return 0;
 }
 
-std::error_code Add(lua_State* L, lua_CFunction body, const char* table) {
+}  // namespace
+
+std::error_code AddTable(lua_State* L, lua_CFunction body, const char* table) {
     std::string error;
     const std::error_code result = bind::RunProtected(L, body, &error);
     if (result) {
@@ -39,14 +41,12 @@ std::error_code Add(lua_State* L, lua_CFunction body, const char* table) {
     return result;
 }
 
-}  // namespace
-
 std::error_code AddLogBindings(lua_State* L) {
-    return Add(L, &AddLog, "Log");
+    return AddTable(L, &AddLog, "Log");
 }
 
 std::error_code AddStdBindings(lua_State* L) {
-    return Add(L, &AddStd, "Std");
+    return AddTable(L, &AddStd, "Std");
 }
 
 }  // namespace ovex::lua::core

@@ -8,6 +8,7 @@
 
 #include "ovex/log/log.hpp"
 #include "ovex/lua/bind/bind.hpp"
+#include "ovex/lua/core/lua_core.hpp"
 #include "ovex/lua/core/values.hpp"
 #include "ovex/named_type.hpp"
 #include "ovex/usb/usb_context.hpp"
@@ -209,12 +210,7 @@ int AddUsb(lua_State* L) {
 }  // namespace
 
 std::error_code AddLuaBindings(lua_State* L) {
-    std::string error;
-    const auto result = bind::RunProtected(L, &AddUsb, &error);
-    if (result) {
-        OVEX_LOG_DEBUG("Lua error while adding the table Usb: %s", error.c_str());
-    }
-    return result;
+    return lua::core::AddTable(L, &AddUsb, "Usb");
 }
 
 void PushSharedDevice(lua_State* L, std::shared_ptr<UsbDevice> device) {

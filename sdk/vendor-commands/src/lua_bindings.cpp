@@ -5,6 +5,7 @@
 #include "lua_wrappers.hpp"
 #include "ovex/log/log.hpp"
 #include "ovex/lua/bind/bind.hpp"
+#include "ovex/lua/core/lua_core.hpp"
 #include "ovex/lua/core/values.hpp"
 #include "ovex/usb/usb_device.hpp"
 
@@ -237,12 +238,7 @@ int AddVendorCmd(lua_State* L) {
 }  // namespace
 
 std::error_code AddLuaBindings(lua_State* L) {
-    std::string error;
-    const auto result = bind::RunProtected(L, &AddVendorCmd, &error);
-    if (result) {
-        OVEX_LOG_DEBUG("Lua error while adding the table Usb.VendorCmd: %s", error.c_str());
-    }
-    return result;
+    return lua::core::AddTable(L, &AddVendorCmd, "Usb.VendorCmd");
 }
 
 }  // namespace ovex::usb::vendor_cmd

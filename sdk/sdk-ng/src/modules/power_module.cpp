@@ -6,6 +6,7 @@
 #include <string>
 
 #include "ovex/log/log.hpp"
+#include "ovex/lua/bind/state.hpp"
 #include "ovex/lua/core/values.hpp"
 #include "sdk_lua_state.hpp"
 
@@ -58,10 +59,10 @@ PowerModule::PowerModule(std::string_view script_name, std::string_view script_t
         if (luaL_loadbufferx(m_lua, script_text.data(), script_text.size(), chunk_name.c_str(),
                              "t") != LUA_OK ||
             lua_pcall(m_lua, 0, 1, 0) != LUA_OK) {
-            throw std::runtime_error("lua: error: " + ErrorText(m_lua));
+            throw lua::bind::Error(ErrorText(m_lua));
         }
         OVEX_CHECK(lua_istable(m_lua, -1), "BUG: Lua script did not return a valid table.");
-        // Released by the destructor if a later field is missing.
+        // A constructor that throws runs no destructor: what was taken is released here.
         try {
             m_powerup_unit = TakeFunction(m_lua, "powerup_unit");
             m_powerdown_unit = TakeFunction(m_lua, "powerdown_unit");

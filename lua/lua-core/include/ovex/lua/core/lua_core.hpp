@@ -3,13 +3,18 @@
 // The tables that every script has: `Log` (lines in the library's log) and `Std` (sleep, error
 // codes, paths, byte blocks and the bit helpers).
 
+#include <lua.hpp>
+
 #include <chrono>
 #include <functional>
 #include <system_error>
 
-struct lua_State;
-
 namespace ovex::lua::core {
+
+// Runs `body`, which builds a table and makes it visible, in protected mode; its Lua error, if
+// any, is logged at debug level with the table's name and comes back as the result. Every table
+// of the scripts' surface is added through it.
+std::error_code AddTable(lua_State* L, lua_CFunction body, const char* table);
 
 // Sets the global `Log`, and makes every bound function log the C++ exceptions that leave it:
 // "An exception occurred while running a Lua script: <what>.".
