@@ -1,6 +1,7 @@
 #include "tpx3_stream/generator.hpp"
 
 #include <algorithm>
+#include <array>
 #include <random>
 #include <stdexcept>
 
@@ -11,6 +12,7 @@ namespace {
 constexpr std::uint64_t kPacketBytes = 6;
 constexpr std::uint64_t kTypeShift = 46;
 constexpr std::uint64_t kIdlePacket = 0xFFFF'FFFF'FFFFull;
+constexpr std::size_t kDoubleColumns = 128;  // the top 7 bits of a pixel address
 
 // One packet on its way out, ordered by the time at which it leaves the chip.
 struct Emission {
@@ -33,6 +35,11 @@ public:
         // Two DATA packets in a row may lie no further apart than the window allows: a late one
         // followed by one that comes after a quiet stretch. Timer packets cap the stretch.
         m_quiet_limit = (32767 - settings.max_late_ticks - 1) * 16;
+        m_stall_start.fill(settings.start_tick * 16);
+        m_stall_end.fill(0);
+        for (std::uint64_t& start : m_stall_start) {
+            start += NextStallIn();
+        }
     }
 
     void Build(std::uint32_t line) {
@@ -41,6 +48,9 @@ public:
         const std::uint64_t end = start + s.line_ticks + s.flyback_ticks;
         m_stream.line_starts.push_back(start * 16);
         m_emissions.clear();
+        const double wait_gaps =
+            std::uniform_real_distribution<double>(s.min_wait_gaps, s.max_wait_gaps)(m_random);
+        m_mean_wait = wait_gaps * 16.0 / s.hits_per_tick;
         AddHits(start * 16, end * 16);
         AddTdcEvents(start, end);
         AddIdlePackets(start * 16, end * 16);
@@ -65,13 +75,42 @@ private:
             const auto address = static_cast<std::uint32_t>(bits & 0xFFFF);
             const auto tot = static_cast<std::uint32_t>((bits >> 16) & 0x3FF);
             std::uint64_t key = t;
-            if (s.late_fraction > 0 && unit(m_random) < s.late_fraction) {
+            if (s.disorder == Disorder::ColumnBursts) {
+                key = LeavingTimeInBursts(t, address);
+            } else if (s.late_fraction > 0 && unit(m_random) < s.late_fraction) {
                 key += std::uint64_t{late_by(m_random)} * 16;
             }
             m_emissions.push_back({key, DataPacket(address, tot, (t >> 4) & 0xFFFF, t & 0xF),
                                    static_cast<std::int64_t>(m_hits.size()), 0});
             m_hits.push_back({address, tot, t});
         }
+    }
+
+    // A hit waits a short while in its double column, or until the column's stall ends.
+    std::uint64_t LeavingTimeInBursts(std::uint64_t t, std::uint32_t address) {
+        const std::uint64_t limit = std::uint64_t{m_settings.max_late_ticks} * 16;
+        const std::size_t column = address >> 9;
+        std::uint64_t& stall_start = m_stall_start[column];
+        std::uint64_t& stall_end = m_stall_end[column];
+        while (t >= stall_start) {
+            stall_end =
+                stall_start + std::uniform_int_distribution<std::uint64_t>(16, limit)(m_random);
+            stall_start = stall_end + NextStallIn();
+        }
+        const auto wait = static_cast<std::uint64_t>(
+            std::exponential_distribution<double>(1.0 / m_mean_wait)(m_random));
+        // Hits are made in time order, so a hit before the stall's end is inside the stall.
+        return std::max(t + std::min(wait, limit), t < stall_end ? stall_end : 0);
+    }
+
+    // Sixteenths of a tick until a double column's next stall.
+    std::uint64_t NextStallIn() {
+        const double rate = m_settings.stalls_per_column_tick;
+        if (m_settings.disorder != Disorder::ColumnBursts || rate <= 0) {
+            return ~std::uint64_t{0} / 2;
+        }
+        return 16 + static_cast<std::uint64_t>(
+                        std::exponential_distribution<double>(rate / 16.0)(m_random));
     }
 
     void AddTdcEvents(std::uint64_t from, std::uint64_t to) {
@@ -176,6 +215,9 @@ private:
     GeneratedStream& m_stream;
     std::mt19937_64 m_random;
     std::uint64_t m_quiet_limit;
+    double m_mean_wait = 0;                                     // sixteenths of a tick, this line's
+    std::array<std::uint64_t, kDoubleColumns> m_stall_start{};  // of each column's next stall
+    std::array<std::uint64_t, kDoubleColumns> m_stall_end{};    // of its current or last one
     std::vector<Emission> m_emissions;
     std::vector<ExpectedRecord> m_hits;  // of the current line, by hit index
     std::vector<std::uint64_t> m_packets;
@@ -202,6 +244,46 @@ void ApplyFaults(const StreamSettings& settings, GeneratedStream& stream) {
 }
 
 }  // namespace
+
+StreamSettings WithRealDisorder(StreamSettings settings) {
+    settings.disorder = Disorder::ColumnBursts;
+    settings.max_late_ticks = 18'000;
+    return settings;
+}
+
+DisorderStats MeasureDisorder(const GeneratedStream& stream) {
+    DisorderStats stats;
+    const auto& records = stream.records;
+    std::size_t steps_back = 0;
+    for (std::size_t i = 1; i < records.size(); ++i) {
+        if (records[i].time < records[i - 1].time) {
+            ++steps_back;
+            stats.max_step_back =
+                std::max(stats.max_step_back, (records[i - 1].time - records[i].time) / 16);
+        }
+    }
+    stats.step_back_fraction =
+        records.size() < 2 ? 0.0 : static_cast<double>(steps_back) / (records.size() - 1);
+    stats.min_block_late_fraction = 1.0;
+    for (const BlockInfo& block : stream.blocks) {
+        if (block.kind != BlockKind::Data || block.record_count == 0) {
+            continue;  // a line's short last block says little
+        }
+        std::uint64_t newest = 0;
+        std::size_t late = 0;
+        for (std::size_t i = 0; i < block.record_count; ++i) {
+            const std::uint64_t time = records[block.first_record + i].time;
+            late += time < newest;
+            newest = std::max(newest, time);
+        }
+        const double fraction = static_cast<double>(late) / block.record_count;
+        stats.min_block_late_fraction = std::min(stats.min_block_late_fraction, fraction);
+        stats.max_block_late_fraction = std::max(stats.max_block_late_fraction, fraction);
+    }
+    stats.min_block_late_fraction =
+        std::min(stats.min_block_late_fraction, stats.max_block_late_fraction);
+    return stats;
+}
 
 std::uint64_t DataPacket(std::uint32_t address, std::uint32_t tot, std::uint64_t coarse,
                          std::uint32_t fine) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "tpx3_stream/generator.hpp"
@@ -90,6 +91,32 @@ TEST(Generator, TruthHasUniqueTimesLateArrivalsAndTdcOnChosenChannels) {
     EXPECT_TRUE(s.tdc[0].empty());
     EXPECT_FALSE(s.tdc[1].empty());
     EXPECT_FALSE(s.tdc[2].empty());
+}
+
+TEST(Generator, RealDisorderStepsBackOftenAndFarInColumnBursts) {
+    StreamSettings settings = WithRealDisorder(Small());
+    settings.hits_per_tick = 2.125;
+    settings.block_bytes = 983'040;
+    settings.lines = 6;
+    settings.line_ticks = 100'000;
+    settings.flyback_ticks = 40'000;
+    const auto s = Generate(settings);
+    const DisorderStats stats = MeasureDisorder(s);
+    std::printf("step back %.3f, max %llu ticks, late per block %.3f..%.3f\n",
+                stats.step_back_fraction, static_cast<unsigned long long>(stats.max_step_back),
+                stats.min_block_late_fraction, stats.max_block_late_fraction);
+    EXPECT_GT(stats.step_back_fraction, 0.2);
+    EXPECT_LT(stats.step_back_fraction, 0.4);
+    EXPECT_GT(stats.max_step_back, 15'000u);
+    EXPECT_LE(stats.max_step_back, 18'001u);
+    EXPECT_LT(stats.min_block_late_fraction, 0.25);
+    EXPECT_GT(stats.max_block_late_fraction, 0.3);
+    // A stalled column releases its hits oldest first: runs of steps forward inside a burst.
+    std::uint64_t newest = 0;
+    for (const auto& r : s.records) {
+        EXPECT_LE(newest - std::min(newest, r.time), 18'000u * 16 + 16);
+        newest = std::max(newest, r.time);
+    }
 }
 
 TEST(Generator, Faults) {

@@ -6,10 +6,11 @@
 //
 // The model: scan lines of a fixed length, each opened by a timer CTRL packet that is the
 // first packet of the line's first block and ended by a short (LastData) block. Hits arrive
-// at random over the matrix at a mean rate, during the line and its flyback; a chosen fraction
-// leaves the chip late, by up to a chosen number of ticks, but always before the next line
-// starts. Timer packets keep the running time anchored when the stream is quiet, TDC packets
-// come on chosen channels, and all-ones idle packets may be sprinkled in.
+// at random over the matrix at a mean rate, during the line and its flyback, and leave the
+// chip in one of two kinds of disorder (below), never more than a chosen number of ticks late
+// and always before the next line starts. Timer packets keep the running time anchored when
+// the stream is quiet, TDC packets come on chosen channels, and all-ones idle packets may be
+// sprinkled in.
 
 #include <array>
 #include <cstddef>
@@ -20,6 +21,18 @@
 
 namespace tpx3_stream {
 
+enum class Disorder : std::uint8_t {
+    // A fraction of the hits leaves late, by up to max_late_ticks; the rest in time order.
+    LateFraction,
+    // The disorder of real detector data. The chip reads its double columns out in bursts:
+    // every hit waits a short, random while (a line's mean wait is drawn from a range, in mean
+    // gaps between hits), so that neighbours often swap; and now and then a double column
+    // stalls for up to max_late_ticks and then releases all that it holds at once, oldest
+    // first. About a quarter to a third of the hits step back in time, by up to
+    // max_late_ticks.
+    ColumnBursts,
+};
+
 struct StreamSettings {
     std::uint64_t seed = 1;
     std::uint64_t start_tick = 0x1000;  // time of the first line start, below 2^32
@@ -27,10 +40,14 @@ struct StreamSettings {
     std::uint64_t line_ticks = 100'000;    // scan part of a line
     std::uint64_t flyback_ticks = 40'000;  // quiet-ish gap behind each line
     double hits_per_tick = 0.5;
-    double late_fraction = 0.02;
+    Disorder disorder = Disorder::LateFraction;
+    double late_fraction = 0.02;          // LateFraction
     std::uint32_t max_late_ticks = 2000;  // below 32767
-    double idle_fraction = 0.0;           // all-ones packets among the others
-    std::uint8_t tdc_channels = 0;        // bit i: channel i fires
+    double min_wait_gaps = 0.6;           // ColumnBursts: range of a line's mean wait
+    double max_wait_gaps = 2.2;
+    double stalls_per_column_tick = 3e-6;  // ColumnBursts
+    double idle_fraction = 0.0;            // all-ones packets among the others
+    std::uint8_t tdc_channels = 0;         // bit i: channel i fires
     double tdc_per_tick = 0.0;
     std::size_t block_bytes = 6 * 4096;  // a multiple of 6
     bool keep_truth = true;
@@ -75,6 +92,21 @@ struct GeneratedStream {
 };
 
 GeneratedStream Generate(const StreamSettings& settings);
+
+// The same settings in the disorder of real detector data: column bursts, with steps back of
+// up to about 18,000 ticks.
+StreamSettings WithRealDisorder(StreamSettings settings);
+
+// How disordered the truth records are in stream order.
+struct DisorderStats {
+    double step_back_fraction = 0;    // of records earlier than the record before them
+    std::uint64_t max_step_back = 0;  // ticks
+    // Per block of the stream, the least and greatest fraction of records behind the newest
+    // record before them in that block.
+    double min_block_late_fraction = 0;
+    double max_block_late_fraction = 0;
+};
+DisorderStats MeasureDisorder(const GeneratedStream& stream);
 
 // Wire form of single packets, for tests that build streams by hand.
 std::uint64_t DataPacket(std::uint32_t address, std::uint32_t tot, std::uint64_t coarse,
