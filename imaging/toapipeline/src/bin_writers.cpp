@@ -2,7 +2,10 @@
 
 namespace tpx3_pipeline::binning {
 
-BinWriterPackets::BinWriterPackets() : m_slot_of_pixel(0x10000, -1) {}
+// A bin can't hold more pixels than the matrix has, so the bin's list never grows.
+BinWriterPackets::BinWriterPackets() : m_slot_of_pixel(0x10000, -1) {
+    m_pixels.reserve(0x10000);
+}
 
 void BinWriterPackets::FlushBin(BinnedData& output) {
     output.events.push_back(m_events);

@@ -7,4 +7,14 @@ DataEntry DataEntry::Control(EntryType type) {
     return {type, {std::move(arena), {}}};
 }
 
+void ExtendedBlock::ClearForReuse(ExtendedBlock& block) noexcept {
+    block.records.reset();
+    block.count = 0;
+    block.start_toa = 0;
+    for (auto& times : block.tdc) {
+        times.clear();
+    }
+    block.line_end = false;
+}
+
 }  // namespace tpx3_pipeline::common

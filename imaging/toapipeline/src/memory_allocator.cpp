@@ -31,26 +31,51 @@ ArenaAllocator::~ArenaAllocator() {
     }
 }
 
-void* ArenaAllocator::Allocate(std::size_t bytes) noexcept {
+bool ArenaAllocator::IsFree(std::size_t offset, std::size_t bytes) const noexcept {
+    if (bytes > m_capacity - offset) {
+        return false;
+    }
+    return std::none_of(m_taken.begin(), m_taken.end(), [&](const Taken& taken) {
+        return offset < taken.offset + taken.bytes && taken.offset < offset + bytes;
+    });
+}
+
+void* ArenaAllocator::Allocate(std::size_t requested) noexcept {
+    // An empty block still takes a byte, so that no two blocks out share an address.
+    const std::size_t bytes = std::max<std::size_t>(requested, 1);
     std::lock_guard lock(m_mutex);
-    if (m_taken.empty()) {
-        m_next = 0;
+    // Where a block may go, best first: the start of the range, once everything out lies behind
+    // the room there; behind the newest block; behind the block that reaches furthest. Only a
+    // few dozen blocks are out in a running acquisition, so the checks cost next to nothing.
+    std::size_t lowest = m_capacity;
+    std::size_t furthest = 0;
+    for (const Taken& taken : m_taken) {
+        lowest = std::min(lowest, taken.offset);
+        furthest = std::max(furthest, taken.offset + taken.bytes);
     }
-    std::size_t offset = m_next;
-    std::size_t charged = bytes;
-    if (bytes > m_capacity - m_next) {
-        // The stretch up to the end stays unused until this block comes back, so it is counted
-        // with it: a later block can never reach one that is still out.
-        charged += m_capacity - m_next;
-        offset = 0;
+    std::size_t offset = 0;
+    if (bytes > lowest || bytes > m_capacity) {
+        if (IsFree(m_next, bytes)) {
+            offset = m_next;
+        } else if (IsFree(furthest, bytes)) {
+            offset = furthest;
+        } else {
+            OVEX_LOG_ERROR("Arena allocator failed to allocate block of size %zu", requested);
+            return nullptr;
+        }
     }
-    if (bytes > m_capacity || charged > m_capacity - m_used) {
-        OVEX_LOG_ERROR("Arena allocator failed to allocate block of size %zu", bytes);
-        return nullptr;
+    if (m_taken.size() == m_taken.capacity()) {
+        try {
+            m_taken.reserve(std::max<std::size_t>(64, 2 * m_taken.size()));
+        } catch (const std::bad_alloc&) {
+            OVEX_LOG_ERROR("Arena allocator failed to allocate block of size %zu", requested);
+            return nullptr;
+        }
     }
-    m_used += charged;
+    m_taken.push_back({offset, bytes});
+    m_used += bytes;
     m_next = offset + bytes;
-    m_taken.push_back({offset, charged, false});
+    m_reach = std::max(m_reach, m_next);
     return m_base + offset;
 }
 
@@ -58,21 +83,22 @@ void ArenaAllocator::Deallocate(void* pointer, std::size_t /*alignment*/) noexce
     const auto offset = static_cast<std::size_t>(static_cast<std::uint8_t*>(pointer) - m_base);
     std::lock_guard lock(m_mutex);
     // Blocks nearly always come back oldest first, so the search ends at the front.
-    auto it = std::find_if(m_taken.begin(), m_taken.end(), [offset](const Taken& taken) {
-        return !taken.returned && taken.offset == offset;
-    });
+    auto it = std::find_if(m_taken.begin(), m_taken.end(),
+                           [offset](const Taken& taken) { return taken.offset == offset; });
     OVEX_CHECK(it != m_taken.end(), "BUG: block %p was not taken from the arena allocator",
                pointer);
-    it->returned = true;
-    while (!m_taken.empty() && m_taken.front().returned) {
-        m_used -= m_taken.front().bytes;
-        m_taken.pop_front();
-    }
+    m_used -= it->bytes;
+    m_taken.erase(it);
 }
 
 std::size_t ArenaAllocator::Used() const noexcept {
     std::lock_guard lock(m_mutex);
     return m_used;
+}
+
+std::size_t ArenaAllocator::Reach() const noexcept {
+    std::lock_guard lock(m_mutex);
+    return m_reach;
 }
 
 }  // namespace tpx3_toa_extension

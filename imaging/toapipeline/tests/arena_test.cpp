@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -152,44 +153,70 @@ TEST(Pool, ConcurrentReturnsKeepEveryArena) {
     EXPECT_LE(pool->FreeCount(), 8u + 8u);
 }
 
-TEST(ArenaAllocator, TakesBlocksInARing) {
+TEST(ArenaAllocator, GoesBackToTheStartAsSoonAsTheRoomThereIsFree) {
     ArenaAllocator ring(100);
-    auto* base = static_cast<std::uint8_t*>(ring.Allocate(60));
+    auto* base = static_cast<std::uint8_t*>(ring.Allocate(40));
     ASSERT_NE(base, nullptr);
-    auto* b = static_cast<std::uint8_t*>(ring.Allocate(30));
-    EXPECT_EQ(b, base + 60);
-    EXPECT_EQ(ring.Used(), 90u);
+    EXPECT_EQ(ring.Allocate(40), base + 40);
     ring.Deallocate(base, 16);
-    EXPECT_EQ(ring.Used(), 30u);
-    // 20 bytes don't fit in front of the end: the block starts at 0 again, and the 10 bytes
-    // left behind are counted until it comes back.
-    auto* c = static_cast<std::uint8_t*>(ring.Allocate(20));
-    EXPECT_EQ(c, base);
-    EXPECT_EQ(ring.Used(), 60u);
-    // 45 bytes would reach block b at 60: refused rather than handed out over it.
-    tpx3_test::LogCapture log;
-    EXPECT_EQ(ring.Allocate(45), nullptr);
-    EXPECT_EQ(log.Count(ovex::log::kError, "Arena allocator failed to allocate block of size 45"),
-              1);
-    EXPECT_EQ(ring.Allocate(40), base + 20);
-    ring.Deallocate(b, 16);
-    EXPECT_EQ(ring.Used(), 70u);
-    ring.Deallocate(c, 16);
     EXPECT_EQ(ring.Used(), 40u);
-    ring.Deallocate(base + 20, 16);
-    EXPECT_EQ(ring.Used(), 0u);
-    EXPECT_EQ(ring.Allocate(100), base);
+    // 30 bytes fit in front of the block still out: the ring starts over there, not at 80.
+    EXPECT_EQ(ring.Allocate(30), base);
+    // Then behind the newest block, up to the older one.
+    EXPECT_EQ(ring.Allocate(10), base + 30);
+    EXPECT_EQ(ring.Used(), 80u);
+    // 20 bytes: the 20 free at the end fit, behind the block that reaches furthest.
+    EXPECT_EQ(ring.Allocate(20), base + 80);
+    EXPECT_EQ(ring.Reach(), 100u);
 }
 
-TEST(ArenaAllocator, OutOfOrderReturnFreesRoomOnlyWhenTheOlderOnesAreBack) {
+TEST(ArenaAllocator, RefusesRatherThanHandOutRoomThatIsStillOut) {
     ArenaAllocator ring(100);
     void* a = ring.Allocate(40);
     void* b = ring.Allocate(40);
-    ring.Deallocate(b, 16);
-    EXPECT_EQ(ring.Used(), 80u);  // a still holds the front
-    EXPECT_EQ(ring.Allocate(30), nullptr);
     ring.Deallocate(a, 16);
-    EXPECT_EQ(ring.Used(), 0u);
+    void* c = ring.Allocate(30);
+    EXPECT_EQ(c, a);
+    // 30 bytes are free in all, but in two pieces of 10 and 20: refused.
+    tpx3_test::LogCapture log;
+    EXPECT_EQ(ring.Allocate(25), nullptr);
+    EXPECT_EQ(log.Count(ovex::log::kError, "Arena allocator failed to allocate block of size 25"),
+              1);
+    // A block returned out of order frees its room at once.
+    ring.Deallocate(b, 16);
+    EXPECT_EQ(ring.Allocate(70), static_cast<std::uint8_t*>(a) + 30);
+    ring.Deallocate(c, 16);
+    EXPECT_EQ(ring.Used(), 70u);
+}
+
+TEST(ArenaAllocator, BlocksOutNeverOverlapAndTheRingStaysCompact) {
+    // Blocks of mixed sizes come back mostly oldest first, now and then out of order.
+    ArenaAllocator ring(1 << 20);
+    std::mt19937 random(3);
+    std::vector<std::pair<std::uint8_t*, std::size_t>> out;
+    std::size_t most_out = 0;
+    for (int i = 0; i < 20000; ++i) {
+        const std::size_t bytes = 16 * (1 + random() % 256);
+        auto* block = static_cast<std::uint8_t*>(ring.Allocate(bytes));
+        ASSERT_NE(block, nullptr);
+        for (const auto& [other, size] : out) {
+            ASSERT_TRUE(block + bytes <= other || other + size <= block) << "block " << i;
+        }
+        out.emplace_back(block, bytes);
+        std::size_t bytes_out = 0;
+        for (const auto& taken : out) {
+            bytes_out += taken.second;
+        }
+        ASSERT_EQ(ring.Used(), bytes_out);
+        most_out = std::max(most_out, bytes_out);
+        while (out.size() > 1 + random() % 12) {
+            const std::size_t which = random() % 8 == 0 ? random() % out.size() : 0;
+            ring.Deallocate(out[which].first, 16);
+            out.erase(out.begin() + static_cast<std::ptrdiff_t>(which));
+        }
+    }
+    // What the ring has touched stays within a small multiple of what was ever out at once.
+    EXPECT_LT(ring.Reach(), 4 * most_out);
 }
 
 TEST(ArenaAllocator, RefusesMoreThanItsCapacity) {

@@ -18,6 +18,7 @@ using tpx3_stream::GeneratedStream;
 using tpx3_stream::StreamSettings;
 using tpx3_test::RunPipeline;
 
+// A late fraction of 0 stands for the disorder of real detector data: column bursts.
 struct Case {
     std::uint64_t seed;
     std::size_t block_bytes;
@@ -28,8 +29,12 @@ struct Case {
 };
 
 void PrintTo(const Case& c, std::ostream* os) {
-    *os << "seed " << c.seed << ", block " << c.block_bytes << " B, rate " << c.hits_per_tick
-        << ", late " << c.late_fraction << " by up to " << c.max_late_ticks;
+    *os << "seed " << c.seed << ", block " << c.block_bytes << " B, rate " << c.hits_per_tick;
+    if (c.late_fraction == 0) {
+        *os << ", column bursts";
+    } else {
+        *os << ", late " << c.late_fraction << " by up to " << c.max_late_ticks;
+    }
 }
 
 StreamSettings SettingsOf(const Case& c) {
@@ -40,6 +45,9 @@ StreamSettings SettingsOf(const Case& c) {
     s.late_fraction = c.late_fraction;
     s.max_late_ticks = c.max_late_ticks;
     s.start_tick = c.start_tick;
+    if (c.late_fraction == 0) {
+        s = tpx3_stream::WithRealDisorder(s);
+    }
     s.lines = 5;
     s.line_ticks = 30'000;
     s.flyback_ticks = 35'000;
@@ -141,7 +149,7 @@ template <typename Value>
 std::vector<std::uint64_t> Concatenated(const std::vector<common::BinnedOutput<Value>>& items) {
     std::vector<std::uint64_t> all;
     for (const auto& item : items) {
-        all.insert(all.end(), item.value.begin(), item.value.end());
+        all.insert(all.end(), item.value->begin(), item.value->end());
     }
     return all;
 }
@@ -167,7 +175,7 @@ TEST_P(PipelineProperty, BinnedPacketsModeMatchesThePlainBinning) {
     const auto reference = tpx3_stream::BinLines(m_stream, kBinWidth, kBinsPerLine);
     std::size_t bin = 0;
     for (const auto& item : result.items) {
-        const binning::BinnedData& data = item.value;
+        const binning::BinnedData& data = *item.value;
         ASSERT_EQ(data.events.size(), data.descriptors.size());
         ASSERT_EQ(data.itots.size(), data.descriptors.size());
         for (std::size_t i = 0; i < data.descriptors.size(); ++i, ++bin) {
@@ -193,6 +201,11 @@ INSTANTIATE_TEST_SUITE_P(
                       // The running time crosses a 2^32-tick page during the second line.
                       Case{3, 6 * 100, 0.2, 0.05, 20000, 0xFFFF'0000},
                       Case{4, 6 * 20000, 1.0, 0.01, 500, 0x10'0000},
-                      Case{5, 6, 0.05, 0.5, 3000, 0x5000}));
+                      Case{5, 6, 0.05, 0.5, 3000, 0x5000}, Case{6, 6 * 4096, 1.0, 0, 0, 0x1000},
+                      // Column bursts across a 2^32-tick page, in small blocks.
+                      Case{7, 6 * 100, 0.5, 0, 0, 0xFFFF'0000},
+                      // Full USB transfers at the detector's full rate.
+                      Case{8, 983'040, 2.125, 0, 0, 0x2000'0000},
+                      Case{9, 6 * 7, 0.1, 0, 0, 0x3000}));
 
 }  // namespace

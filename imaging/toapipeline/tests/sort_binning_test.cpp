@@ -18,30 +18,59 @@ bool ByTime(const ToaTotRecord& a, const ToaTotRecord& b) {
     return a.time < b.time;
 }
 
-TEST(SortRecordsByTime, SortsAnyDisorder) {
+// Every way of the block sort, and the sort that picks among them, on inputs that take each
+// of their paths: already ordered, a few or many late records, bursts from far back, reversed,
+// equal times, spreads that need more than two radix digits, times at the top of the range.
+TEST(SortRecordsByTime, EveryWaySortsAnyDisorder) {
+    using Sort = void (*)(ToaTotRecord*, ToaTotRecord*, SortScratch&);
+    const std::pair<const char*, Sort> ways[] = {
+        {"chosen", SortRecordsByTime},
+        {"radix", RadixSortByTime},
+        {"split", SplitSortByTime},
+        {"insertion", [](ToaTotRecord* first, ToaTotRecord* last,
+                         SortScratch&) { InsertionSortByTime(first, last); }},
+    };
+    SortScratch scratch;  // shared by every sort, as a worker's is
     std::mt19937_64 random(7);
-    for (std::size_t n : {0u, 1u, 5u, 127u, 128u, 1000u, 20000u}) {
-        for (double late : {0.0, 0.01, 0.1, 0.5, 1.0}) {
+    struct Shape {
+        double late;
+        std::uint64_t late_by;
+        std::uint64_t step;
+        std::uint64_t origin;
+    };
+    const Shape shapes[] = {
+        {0.0, 0, 3, 10'000},
+        {0.01, 5000, 3, 10'000},
+        {0.3, 40, 3, 10'000},
+        {0.5, 200'000, 3, 1'000'000},
+        {1.0, 5000, 3, 10'000},
+        {0.2, 20, 0, 10'000},                       // equal times
+        {0.1, 1ull << 40, 1ull << 20, 1ull << 41},  // a spread of many digits
+        {0.3, 1000, 7, ~0ull - (1ull << 30)},       // near the top of the range
+    };
+    for (std::size_t n : {0u, 1u, 2u, 5u, 255u, 256u, 1000u, 20000u}) {
+        for (const Shape& shape : shapes) {
             std::vector<ToaTotRecord> records(n);
             for (std::size_t i = 0; i < n; ++i) {
-                const bool is_late = std::uniform_real_distribution<>(0, 1)(random) < late;
-                const std::uint64_t jitter = is_late ? random() % 5000 : 0;
-                records[i] = {static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(i),
-                              10000 + i * 3 - jitter};
+                const bool is_late = std::uniform_real_distribution<>(0, 1)(random) < shape.late;
+                const std::uint64_t back = is_late ? random() % (shape.late_by + 1) : 0;
+                const std::uint64_t t = shape.origin + i * shape.step;
+                records[i] = {static_cast<std::uint32_t>(i), 1, t - std::min(back, t)};
             }
             auto expected = records;
             std::stable_sort(expected.begin(), expected.end(), ByTime);
-            SortRecordsByTime(records.data(), records.data() + n);
-            ASSERT_TRUE(std::is_sorted(records.begin(), records.end(), ByTime)) << n << " " << late;
-            // The same records, none lost or doubled: the addresses are unique.
-            auto got = records;
-            std::sort(got.begin(), got.end(),
-                      [](auto& a, auto& b) { return a.address < b.address; });
-            std::sort(expected.begin(), expected.end(),
-                      [](auto& a, auto& b) { return a.address < b.address; });
-            for (std::size_t i = 0; i < n; ++i) {
-                ASSERT_EQ(got[i].address, expected[i].address);
-                ASSERT_EQ(got[i].time, expected[i].time);
+            for (const auto& [name, sort] : ways) {
+                auto got = records;
+                sort(got.data(), got.data() + n, scratch);
+                ASSERT_TRUE(std::is_sorted(got.begin(), got.end(), ByTime))
+                    << name << ", n " << n << ", late " << shape.late;
+                // The same records, none lost or doubled: the addresses are unique.
+                std::sort(got.begin(), got.end(),
+                          [](auto& a, auto& b) { return a.address < b.address; });
+                for (std::size_t i = 0; i < n; ++i) {
+                    ASSERT_EQ(got[i].address, i) << name;
+                    ASSERT_EQ(got[i].time, records[i].time) << name;
+                }
             }
         }
     }
@@ -49,8 +78,9 @@ TEST(SortRecordsByTime, SortsAnyDisorder) {
 
 class SortStepTest : public ::testing::Test {
 protected:
-    ExtendedBlock Block(std::vector<std::uint64_t> times, std::uint64_t start = 0) {
-        ExtendedBlock block;
+    common::BlockHandle Block(std::vector<std::uint64_t> times, std::uint64_t start = 0) {
+        common::BlockHandle handle = m_blocks->Take();
+        ExtendedBlock& block = *handle;
         block.records = tpx3_toa_extension::RingArray<ToaTotRecord>(
             static_cast<ToaTotRecord*>(
                 m_ring.Allocate(16 * std::max<std::size_t>(times.size(), 1))),
@@ -60,7 +90,7 @@ protected:
         }
         block.count = times.size();
         block.start_toa = start;
-        return block;
+        return handle;
     }
     common::SortToasOutput Add(std::vector<std::uint64_t> times, std::uint64_t start = 0) {
         return m_step.Process({EntryType::Data, Block(std::move(times), start)});
@@ -75,6 +105,8 @@ protected:
 
     static constexpr std::uint64_t W = SortToasStep::FlushWindow;
     ArenaAllocator m_ring{1 << 20};
+    std::shared_ptr<Recycler<ExtendedBlock>> m_blocks =
+        Recycler<ExtendedBlock>::Create(&ExtendedBlock::ClearForReuse);
     SortToasStep m_step;
     std::uint32_t m_next_address = 0;
 };
@@ -86,8 +118,8 @@ TEST_F(SortStepTest, NothingLeavesBeforeAThirdBlockIsFarEnoughAhead) {
     EXPECT_TRUE(Add({base + 6 + W}).blocks.empty());    // boundary at the oldest: none in front
     auto out = Add({base + 7 + 4 * W});                 // boundary at the third: two leave
     ASSERT_EQ(out.blocks.size(), 2u);
-    EXPECT_EQ(Times(out.blocks.front()), (std::vector<std::uint64_t>{base, base + 5}));
-    EXPECT_EQ(Times(out.blocks.back()), (std::vector<std::uint64_t>{base + 5 + W}));
+    EXPECT_EQ(Times(*out.blocks.front()), (std::vector<std::uint64_t>{base, base + 5}));
+    EXPECT_EQ(Times(*out.blocks.back()), (std::vector<std::uint64_t>{base + 5 + W}));
     EXPECT_EQ(m_step.Held().size(), 2u);
 }
 
@@ -101,11 +133,11 @@ TEST_F(SortStepTest, EarlyInTheAcquisitionTheListJustGrows) {
 TEST_F(SortStepTest, LateRecordMovesIntoTheOlderBlockWhoseCountStays) {
     Add({100, 200, 300});
     Add({250, 400, 500});  // 250 belongs in front of 300
-    auto out = m_step.Process({EntryType::Stop, std::nullopt});
+    auto out = m_step.Process({EntryType::Stop, nullptr});
     EXPECT_EQ(out.type, EntryType::Stop);
     ASSERT_EQ(out.blocks.size(), 2u);
-    EXPECT_EQ(Times(out.blocks.front()), (std::vector<std::uint64_t>{100, 200, 250}));
-    EXPECT_EQ(Times(out.blocks.back()), (std::vector<std::uint64_t>{300, 400, 500}));
+    EXPECT_EQ(Times(*out.blocks.front()), (std::vector<std::uint64_t>{100, 200, 250}));
+    EXPECT_EQ(Times(*out.blocks.back()), (std::vector<std::uint64_t>{300, 400, 500}));
 }
 
 TEST_F(SortStepTest, LateRecordsCrossEmptyBlocksAndSeveralBorders) {
@@ -113,12 +145,12 @@ TEST_F(SortStepTest, LateRecordsCrossEmptyBlocksAndSeveralBorders) {
     Add({});
     Add({30, 40});
     Add({5, 35, 50});
-    auto out = m_step.Process({EntryType::Stop, std::nullopt});
+    auto out = m_step.Process({EntryType::Stop, nullptr});
     std::vector<std::uint64_t> all;
     std::vector<std::uint64_t> counts;
     for (const auto& block : out.blocks) {
-        counts.push_back(block.count);
-        for (auto t : Times(block)) {
+        counts.push_back(block->count);
+        for (auto t : Times(*block)) {
             all.push_back(t);
         }
     }
@@ -132,14 +164,14 @@ TEST_F(SortStepTest, EmptyNewestBlockUsesItsLineStart) {
     Add({base + 1});
     auto out = Add({}, base + 1 + 2 * W);
     ASSERT_EQ(out.blocks.size(), 1u);
-    EXPECT_EQ(Times(out.blocks.front()), (std::vector<std::uint64_t>{base}));
+    EXPECT_EQ(Times(*out.blocks.front()), (std::vector<std::uint64_t>{base}));
 }
 
 TEST_F(SortStepTest, StopWithNothingHeldAndADataItemWithoutBlock) {
-    auto out = m_step.Process({EntryType::Stop, std::nullopt});
+    auto out = m_step.Process({EntryType::Stop, nullptr});
     EXPECT_EQ(out.type, EntryType::Stop);
     EXPECT_TRUE(out.blocks.empty());
-    EXPECT_THROW(m_step.Process({EntryType::Data, std::nullopt}), std::bad_optional_access);
+    EXPECT_THROW(m_step.Process({EntryType::Data, nullptr}), std::bad_optional_access);
 }
 
 template <typename Writer>
@@ -152,31 +184,31 @@ protected:
                                              bool line_end) {
         common::SortToasOutput sorted{EntryType::Data, {}};
         sorted.blocks.push_back(Block(std::move(times), start));
-        sorted.blocks.back().line_end = line_end;
-        return m_binning.Process(std::move(sorted));
+        sorted.blocks.back()->line_end = line_end;
+        return m_binning.Process(sorted);
     }
 };
 
 using CountBinning = BinningTest<binning::BinWriterCountSums>;
 
 TEST_F(CountBinning, ClosedLineGivesExactlyItsBins) {
-    EXPECT_EQ(Bin({105}, 100, true).value, (std::vector<std::uint64_t>{1, 0, 0}));
-    EXPECT_EQ(Bin({129}, 200, true).value, (std::vector<std::uint64_t>{0, 0, 0}));  // 129 < 200
-    EXPECT_EQ(Bin({429}, 400, true).value, (std::vector<std::uint64_t>{0, 0, 1}));
-    EXPECT_EQ(Bin({}, 500, true).value, (std::vector<std::uint64_t>{0, 0, 0}));
-    EXPECT_TRUE(Bin({501}, 500, true).value.empty());  // same line, already closed
+    EXPECT_EQ(*Bin({105}, 100, true).value, (std::vector<std::uint64_t>{1, 0, 0}));
+    EXPECT_EQ(*Bin({129}, 200, true).value, (std::vector<std::uint64_t>{0, 0, 0}));  // 129 < 200
+    EXPECT_EQ(*Bin({429}, 400, true).value, (std::vector<std::uint64_t>{0, 0, 1}));
+    EXPECT_EQ(*Bin({}, 500, true).value, (std::vector<std::uint64_t>{0, 0, 0}));
+    EXPECT_TRUE(Bin({501}, 500, true).value->empty());  // same line, already closed
 }
 
 TEST_F(CountBinning, RecordPastTheLineClosesItAndIsDropped) {
-    EXPECT_EQ(Bin({101, 130}, 100, false).value, (std::vector<std::uint64_t>{1, 0, 0}));
+    EXPECT_EQ(*Bin({101, 130}, 100, false).value, (std::vector<std::uint64_t>{1, 0, 0}));
     // The line is done: its line_end block adds nothing.
-    EXPECT_TRUE(Bin({131}, 100, true).value.empty());
+    EXPECT_TRUE(Bin({131}, 100, true).value->empty());
 }
 
 TEST_F(CountBinning, BlocksOfOneLineDeliverFragments) {
-    EXPECT_TRUE(Bin({100, 101}, 100, false).value.empty());  // nothing closed: empty fragment
-    EXPECT_EQ(Bin({112, 113}, 100, false).value, (std::vector<std::uint64_t>{2}));
-    EXPECT_EQ(Bin({125}, 100, true).value, (std::vector<std::uint64_t>{2, 1}));
+    EXPECT_TRUE(Bin({100, 101}, 100, false).value->empty());  // nothing closed: empty fragment
+    EXPECT_EQ(*Bin({112, 113}, 100, false).value, (std::vector<std::uint64_t>{2}));
+    EXPECT_EQ(*Bin({125}, 100, true).value, (std::vector<std::uint64_t>{2, 1}));
 }
 
 using ItotBinning = BinningTest<binning::BinWriterItotSums>;
@@ -184,13 +216,13 @@ using ItotBinning = BinningTest<binning::BinWriterItotSums>;
 TEST_F(ItotBinning, SumsTheToTOfEachBin) {
     common::SortToasOutput sorted{EntryType::Stop, {}};
     sorted.blocks.push_back(Block({100, 101, 125}, 100));
-    sorted.blocks.back().begin()[0].tot = 1023;
-    sorted.blocks.back().begin()[1].tot = 7;
-    sorted.blocks.back().begin()[2].tot = 5;
-    sorted.blocks.back().line_end = true;
-    auto out = m_binning.Process(std::move(sorted));
+    sorted.blocks.back()->begin()[0].tot = 1023;
+    sorted.blocks.back()->begin()[1].tot = 7;
+    sorted.blocks.back()->begin()[2].tot = 5;
+    sorted.blocks.back()->line_end = true;
+    auto out = m_binning.Process(sorted);
     EXPECT_EQ(out.type, EntryType::Stop);
-    EXPECT_EQ(out.value, (std::vector<std::uint64_t>{1030, 0, 5}));
+    EXPECT_EQ(*out.value, (std::vector<std::uint64_t>{1030, 0, 5}));
 }
 
 using PacketBinning = BinningTest<binning::BinWriterPackets>;
@@ -198,13 +230,13 @@ using PacketBinning = BinningTest<binning::BinWriterPackets>;
 TEST_F(PacketBinning, PixelsInOrderOfFirstHitAndEmptyBinsHaveDescriptors) {
     common::SortToasOutput sorted{EntryType::Data, {}};
     sorted.blocks.push_back(Block({100, 101, 102, 125}, 100));
-    auto* r = sorted.blocks.back().begin();
+    auto* r = sorted.blocks.back()->begin();
     r[0] = {0x0200, 3, 100};
     r[1] = {0x0100, 4, 101};
     r[2] = {0x0200, 5, 102};
     r[3] = {0x0300, 6, 125};
-    sorted.blocks.back().line_end = true;
-    const auto data = m_binning.Process(std::move(sorted)).value;
+    sorted.blocks.back()->line_end = true;
+    const auto data = *m_binning.Process(sorted).value;
     EXPECT_EQ(data.events, (std::vector<std::uint64_t>{3, 0, 1}));
     EXPECT_EQ(data.itots, (std::vector<std::uint64_t>{12, 0, 6}));
     ASSERT_EQ(data.descriptors.size(), 3u);
@@ -224,9 +256,9 @@ TEST_F(PacketBinning, PixelsInOrderOfFirstHitAndEmptyBinsHaveDescriptors) {
     // The next line starts with a clean table: pixel 0x0200 counts afresh.
     common::SortToasOutput line{EntryType::Data, {}};
     line.blocks.push_back(Block({200}, 200));
-    line.blocks.back().begin()[0] = {0x0200, 9, 200};
-    line.blocks.back().line_end = true;
-    const auto next = m_binning.Process(std::move(line)).value;
+    line.blocks.back()->begin()[0] = {0x0200, 9, 200};
+    line.blocks.back()->line_end = true;
+    const auto next = *m_binning.Process(line).value;
     EXPECT_EQ(next.events, (std::vector<std::uint64_t>{1, 0, 0}));
     ASSERT_EQ(next.packets.size(), 1u);
     EXPECT_EQ(next.packets[0].events, 1u);

@@ -1,17 +1,17 @@
 #pragma once
 
 // The items that travel through the pipeline. Each item owns what it carries; moving it on
-// moves ownership, and only pointers and a few words move between stages.
+// moves ownership, and only pointers and a few words move between stages. Blocks of records
+// and output values are recycled (recycler.hpp): letting go of one gives its storage back.
 
 #include <array>
 #include <cstdint>
-#include <list>
 #include <memory>
-#include <optional>
 #include <span>
 #include <vector>
 
 #include "tpx3_pipeline/arena.hpp"
+#include "tpx3_pipeline/recycler.hpp"
 #include "tpx3_toa_extension/dd_toa_tot/logic.hpp"
 #include "tpx3_toa_extension/utils/memory_allocator.hpp"
 
@@ -57,11 +57,16 @@ struct ExtendedBlock {
     ToaTotRecord* begin() const noexcept { return records.get(); }
     ToaTotRecord* end() const noexcept { return records.get() + count; }
     std::span<const ToaTotRecord> Records() const noexcept { return {records.get(), count}; }
+
+    // Gives the records back to the ring and empties the TDC lists, keeping their storage.
+    static void ClearForReuse(ExtendedBlock& block) noexcept;
 };
+
+using BlockHandle = Pooled<ExtendedBlock>;
 
 struct ExtendToasOutput {
     EntryType type = EntryType::Terminate;
-    std::optional<ExtendedBlock> block;
+    BlockHandle block;  // none for Stop and Terminate
 };
 
 // An out item of the sorted mode is one block with its type; a Stop may come without one.
@@ -69,13 +74,19 @@ using SortedBlockOutput = ExtendToasOutput;
 
 struct SortToasOutput {
     EntryType type = EntryType::Terminate;
-    std::list<ExtendedBlock> blocks;
+    std::vector<BlockHandle> blocks;  // oldest first
+
+    // Lets the blocks go and keeps the list's storage.
+    static void ClearForReuse(SortToasOutput& output) noexcept {
+        output.type = EntryType::Terminate;
+        output.blocks.clear();
+    }
 };
 
 template <typename T>
 struct BinnedOutput {
     EntryType type = EntryType::Terminate;
-    T value{};
+    Pooled<T> value;  // none only in the Terminate item of a failed run
 };
 
 }  // namespace common

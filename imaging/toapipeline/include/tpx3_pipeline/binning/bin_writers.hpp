@@ -48,6 +48,45 @@ public:
     virtual void ResetBin() = 0;
 };
 
+// Output values are recycled: emptied with their storage kept, and made twice as large at once
+// as the largest value so far when they are smaller, so that a steady acquisition doesn't
+// grow them.
+struct OutputSize {
+    std::size_t bins = 0;
+    std::size_t pixels = 0;
+};
+
+inline void ClearOutput(std::vector<std::uint64_t>& value) noexcept {
+    value.clear();
+}
+inline void ClearOutput(BinnedData& value) noexcept {
+    value.events.clear();
+    value.itots.clear();
+    value.packets.clear();
+    value.descriptors.clear();
+}
+inline OutputSize SizeOf(const std::vector<std::uint64_t>& value) noexcept {
+    return {value.size(), 0};
+}
+inline OutputSize SizeOf(const BinnedData& value) noexcept {
+    return {value.events.size(), value.packets.size()};
+}
+template <typename V>
+void ReserveTwice(std::vector<V>& vector, std::size_t size) {
+    if (vector.capacity() < size) {
+        vector.reserve(2 * size);
+    }
+}
+inline void Reserve(std::vector<std::uint64_t>& value, OutputSize largest) {
+    ReserveTwice(value, largest.bins);
+}
+inline void Reserve(BinnedData& value, OutputSize largest) {
+    ReserveTwice(value.events, largest.bins);
+    ReserveTwice(value.itots, largest.bins);
+    ReserveTwice(value.descriptors, largest.bins);
+    ReserveTwice(value.packets, largest.pixels);
+}
+
 class BinWriterCountSums final
     : public BinWriter<std::vector<std::uint64_t>, CountSumsModePhantom> {
 public:

@@ -4,6 +4,7 @@
 // turn each bin into one value. A line that has ended gives exactly bins_per_line values; the
 // only link to scan lines is the change of start_toa between blocks.
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -27,23 +28,34 @@ public:
         StartLine(0);
     }
 
-    // The bins that closed during this item; the item's blocks, and their ring blocks, are
-    // released behind it.
-    Output Process(common::SortToasOutput sorted) {
-        Output output{sorted.type, {}};
-        for (const common::ExtendedBlock& block : sorted.blocks) {
-            ProcessBlock(block, output.value);
+    // The bins that closed during this item, in an output value that comes recycled; the
+    // item's blocks, and their ring blocks, are released behind it.
+    void Process(const common::SortToasOutput& sorted, Output& output) {
+        output.type = sorted.type;
+        output.value = m_values->Take();
+        binning::Reserve(*output.value, m_largest);
+        for (const common::BlockHandle& block : sorted.blocks) {
+            ProcessBlock(*block, *output.value);
         }
+        const binning::OutputSize size = binning::SizeOf(*output.value);
+        m_largest.bins = std::max(m_largest.bins, size.bins);
+        m_largest.pixels = std::max(m_largest.pixels, size.pixels);
+    }
+    Output Process(const common::SortToasOutput& sorted) {
+        Output output;
+        Process(sorted, output);
         return output;
     }
 
     tbb::filter<common::SortToasOutput*, Output*> CreateFilter(RunFailure& failure) {
         return tbb::make_filter<common::SortToasOutput*, Output*>(
             tbb::filter_mode::serial_in_order,
-            Guarded<common::SortToasOutput, Output>(
-                failure, [this](std::unique_ptr<common::SortToasOutput> sorted) {
-                    return std::make_unique<Output>(Process(std::move(*sorted)));
-                }));
+            Guarded<common::SortToasOutput, Output>(failure,
+                                                    [this](Pooled<common::SortToasOutput> sorted) {
+                                                        auto output = m_outputs->Take();
+                                                        Process(*sorted, *output);
+                                                        return output;
+                                                    }));
     }
 
     W& Writer() noexcept { return m_writer; }
@@ -105,6 +117,9 @@ private:
     }
 
     W m_writer;
+    std::shared_ptr<Recycler<Value>> m_values = Recycler<Value>::Create(&binning::ClearOutput);
+    binning::OutputSize m_largest;
+    std::shared_ptr<Recycler<Output>> m_outputs = Recycler<Output>::Create();
     std::uint64_t m_bin_start = 0;
     std::uint64_t m_bin_end = 0;
     std::uint64_t m_line_start = 0;
@@ -128,9 +143,8 @@ public:
         return BinningStep<W>::CreateFilter(failure) &
                tbb::make_filter<OutItem*, void>(
                    tbb::filter_mode::serial_in_order,
-                   GuardedSink<OutItem>(failure, [this](std::unique_ptr<OutItem> item) {
-                       m_out.Push(std::move(*item));
-                   }));
+                   GuardedSink<OutItem>(
+                       failure, [this](Pooled<OutItem> item) { m_out.Push(std::move(*item)); }));
     }
 
 private:

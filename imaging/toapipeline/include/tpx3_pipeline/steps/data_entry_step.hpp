@@ -21,13 +21,17 @@ public:
             tbb::filter_mode::serial_in_order,
             [this, &failure](tbb::flow_control& control) -> common::DataEntry* {
                 failure.OrderStages();
-                common::DataEntry entry;
-                std::unique_ptr<common::DataEntry> result;
-                if (m_seen_stop || failure.Failed() || !m_in.PopUnless(entry, failure.Flag())) {
-                    control.stop();
+                Pooled<common::DataEntry> result;
+                if (!m_seen_stop && !failure.Failed()) {
+                    result = m_entries->Take();
+                    if (!m_in.PopUnless(*result, failure.Flag())) {
+                        result.reset();
+                    }
+                }
+                if (result) {
+                    m_seen_stop = result->type == EntryType::Stop;
                 } else {
-                    m_seen_stop = entry.type == EntryType::Stop;
-                    result = std::make_unique<common::DataEntry>(std::move(entry));
+                    control.stop();
                 }
                 failure.OrderStages();
                 return result.release();
@@ -36,6 +40,7 @@ public:
 
 private:
     BlockingQueue<common::DataEntry>& m_in;
+    std::shared_ptr<Recycler<common::DataEntry>> m_entries = Recycler<common::DataEntry>::Create();
     bool m_seen_stop = false;
 };
 

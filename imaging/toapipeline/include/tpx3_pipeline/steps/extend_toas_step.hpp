@@ -16,7 +16,7 @@ class ExtendToasStep {
 public:
     template <typename Ctx>
     explicit ExtendToasStep(Ctx& context) : ExtendToasStep(*context.options.ring) {}
-    explicit ExtendToasStep(tpx3_toa_extension::ArenaAllocator& ring) : m_ring(&ring) {}
+    explicit ExtendToasStep(tpx3_toa_extension::ArenaAllocator& ring);
 
     // Throws on a packet of a type that a data-driven stream can't hold, on a block that should
     // start a line but has no CTRL packet, and when the ring has no room for the records.
@@ -26,8 +26,10 @@ public:
         return tbb::make_filter<common::DataEntry*, common::ExtendToasOutput*>(
             tbb::filter_mode::serial_in_order,
             Guarded<common::DataEntry, common::ExtendToasOutput>(
-                failure, [this](std::unique_ptr<common::DataEntry> entry) {
-                    return std::make_unique<common::ExtendToasOutput>(Process(std::move(*entry)));
+                failure, [this](Pooled<common::DataEntry> entry) {
+                    auto output = m_outputs->Take();
+                    *output = Process(std::move(*entry));
+                    return output;
                 }));
     }
 
@@ -36,9 +38,20 @@ public:
     bool NeedSync() const noexcept { return m_need_sync; }
 
 private:
+    // TDC events per channel that a block holds without growing its list, and the blocks made
+    // ready at the start: about as many as are out at once in a running acquisition.
+    static constexpr std::size_t kTdcRoom = 64;
+    static constexpr std::size_t kBlocksReady = 32;
+
+    common::BlockHandle TakeBlock();
+
     std::uint64_t FindLineStart(std::span<const std::uint8_t> bytes) const;
 
     tpx3_toa_extension::ArenaAllocator* m_ring;
+    std::shared_ptr<Recycler<common::ExtendedBlock>> m_blocks =
+        Recycler<common::ExtendedBlock>::Create(&common::ExtendedBlock::ClearForReuse);
+    std::shared_ptr<Recycler<common::ExtendToasOutput>> m_outputs =
+        Recycler<common::ExtendToasOutput>::Create();
     std::uint64_t m_last_toa = 0;
     std::uint64_t m_line_start = 0;
     bool m_need_sync = true;
@@ -57,7 +70,7 @@ public:
                tbb::make_filter<common::ExtendToasOutput*, void>(
                    tbb::filter_mode::serial_in_order,
                    GuardedSink<common::ExtendToasOutput>(
-                       failure, [this](std::unique_ptr<common::ExtendToasOutput> item) {
+                       failure, [this](Pooled<common::ExtendToasOutput> item) {
                            m_out.Push(std::move(*item));
                        }));
     }

@@ -73,17 +73,18 @@ struct StepContext {
     RunFailure& failure;
 };
 
-// Items travel between stages as plain pointers, which oneTBB passes on as they are; each
-// stage body takes ownership at once. No exception leaves a body, so oneTBB never abandons an
-// item in flight.
+// Items travel between stages as plain pointers into their recyclers, which oneTBB passes on
+// as they are; each stage body takes ownership at once, and the item goes back to its recycler
+// when the body is done with it. No exception leaves a body, so oneTBB never abandons an item
+// in flight.
 //
 // A stage body that passes nothing on once the run has failed, and notes its own failure.
 template <typename In, typename Out, typename Body>
 auto Guarded(RunFailure& failure, Body body) {
     return [&failure, body = std::move(body)](In* raw) -> Out* {
-        std::unique_ptr<In> item(raw);
+        Pooled<In> item(raw);
         failure.OrderStages();
-        std::unique_ptr<Out> result;
+        Pooled<Out> result;
         if (item && !failure.Failed()) {
             try {
                 result = body(std::move(item));
@@ -101,7 +102,7 @@ auto Guarded(RunFailure& failure, Body body) {
 template <typename In, typename Body>
 auto GuardedSink(RunFailure& failure, Body body) {
     return [&failure, body = std::move(body)](In* raw) {
-        std::unique_ptr<In> item(raw);
+        Pooled<In> item(raw);
         failure.OrderStages();
         if (item && !failure.Failed()) {
             try {
