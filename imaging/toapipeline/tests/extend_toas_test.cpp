@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,6 +30,42 @@ TEST(Extend16, PlacesCoarseTimeNextToTheLastOne) {
     EXPECT_EQ(Extend16(100000, (100000 + 32767) % 65536), 132767u);
     EXPECT_EQ(Extend16(100000, (100000 - 32768) % 65536), 67232u);
     EXPECT_EQ(Extend16(0, 40000), std::uint64_t(0) - 25536);  // wraps below zero
+}
+
+// The sink keeps the coarse time apart from the running time; it must still place every packet
+// exactly where the rules put it, from any running time, across rollovers and timer packets.
+TEST(ExtensionSink, PlacesEveryPacketAsTheRulesDo) {
+    std::mt19937_64 random(11);
+    for (std::uint64_t start : {0ull, 65535ull, 0xFFFF'FFF0ull, ~0ull - 40000}) {
+        std::vector<std::uint64_t> packets;
+        for (int i = 0; i < 4000; ++i) {
+            const auto bits = random();
+            packets.push_back(bits % 16 == 0 ? TimerPacket(bits >> 8)
+                                             : DataPacket(1, 2, bits >> 20, bits & 0xF));
+        }
+        std::uint64_t last = start;
+        std::vector<ToaTotRecord> expected;
+        for (std::uint64_t p : packets) {
+            if (MaskOfPacket(p) == HeaderMask::Ctrl) {
+                last = Extend32(last, CtrlStamp(p));
+            } else {
+                last = Extend16(last, CoarseToa(p));
+                expected.push_back({1, 2, (last << 4) | FineToa(p)});
+            }
+        }
+        std::uint64_t running = start;
+        std::vector<ToaTotRecord> got(packets.size());
+        std::array<std::vector<std::uint64_t>, 3> tdc;
+        ExtensionSink sink{running, got.data(), tdc};
+        for (std::uint64_t p : packets) {
+            sink(p, MaskOfPacket(p));
+        }
+        ASSERT_EQ(static_cast<std::size_t>(sink.out - got.data()), expected.size());
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            ASSERT_EQ(got[i].time, expected[i].time) << "start " << start << ", record " << i;
+        }
+        EXPECT_EQ(running, last);
+    }
 }
 
 TEST(Extend32, FindsTheFirstMatchAtOrAboveTheFloor) {
