@@ -249,7 +249,9 @@ ScriptHarness::ScriptHarness(std::string_view script_name) : state_(luaL_newstat
         ADD_FAILURE() << "no stored script " << script_name;
         return;
     }
-    const std::string chunk_name = "=" + std::string(script_name);
+    // Appended, not concatenated: GCC 12 misreads the concatenation as overlapping copies at -O3.
+    std::string chunk_name(1, '=');
+    chunk_name.append(script_name);
     if (luaL_loadbufferx(state_, text->data(), text->size(), chunk_name.c_str(), "t") != LUA_OK ||
         lua_pcall(state_, 0, 1, 0) != LUA_OK) {
         ADD_FAILURE() << script_name << ": " << lua_tostring(state_, -1);
