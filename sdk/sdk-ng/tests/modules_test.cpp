@@ -10,6 +10,7 @@
 #include "impl/item_set.hpp"
 #include "impl/modular.hpp"
 #include "modules/device_module.hpp"
+#include "sdk_device.hpp"
 #include "support/log_capture.hpp"
 
 namespace ovex::sdk::testing {
@@ -116,6 +117,32 @@ TEST(DeviceModule, StrictModulesRefuseMissingItemsAndEmptyRequirements) {
     EXPECT_TRUE(log.Contains(ovex::log::kError, "BUG: No items specified for the module."));
     NamedModule tolerant("tolerant", {}, false);
     EXPECT_EQ(tolerant.GetStates(), nullptr);
+}
+
+// A module may use the device's item sets to its very end: the sets outlive every module.
+TEST(SdkDevice, ModulesGoBeforeTheItemSetsTheyPointTo) {
+    class LastLookModule : public IFirst {
+    public:
+        LastLookModule(States& states, std::size_t& seen)
+            : IFirst("last look"), m_states(states), m_seen(seen) {}
+        ~LastLookModule() override { m_seen = m_states.Names().size(); }
+
+    private:
+        States& m_states;
+        std::size_t& m_seen;
+    };
+    class Device final : public SdkDevice {
+    public:
+        explicit Device(std::size_t& seen) : SdkDevice(nullptr, {}) {
+            m_states = std::make_unique<FakeStates>(std::vector<std::string>{"A", "B", "C"});
+            AddModule<IFirst>(std::make_unique<LastLookModule>(*m_states, seen));
+        }
+        std::error_code LoadItems(LuaState&) override { return {}; }
+        std::error_code Epilogue() override { return {}; }
+    };
+    std::size_t seen = 0;
+    std::make_unique<Device>(seen).reset();
+    EXPECT_EQ(seen, 3u);
 }
 
 }  // namespace
