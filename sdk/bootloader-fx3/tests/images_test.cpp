@@ -10,7 +10,7 @@
 #include "bitmanip/bitmanip.hpp"
 #include "ovex/fx3/embedded_images.hpp"
 #include "ovex/fx3/fw_image.hpp"
-#include "ovex/fx3img/app_descriptor.hpp"
+#include "ovex/fx3/app_descriptor.hpp"
 #include "ovex/fx3img/image_builder.hpp"
 
 namespace ovex::fx3 {

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "ovex/fx3/app_descriptor.hpp"
 #include "ovex/fx3/bootloader.hpp"
 #include "ovex/fx3/embedded_images.hpp"
 #include "ovex/fx3/fw_image.hpp"
@@ -72,6 +73,26 @@ std::error_code FindBoardKind(std::string_view board_id, std::string_view pcb_ve
     return {};
 }
 
+namespace {
+
+// An image file that names another board would turn this one into that board. One that names
+// none, as an image built elsewhere, is taken at its word.
+bool IsMeantFor(const fx3::FwImage& image, const std::string& file_name, std::string_view board_id,
+                std::string_view pcb_version) {
+    const auto identity = fx3::ReadAppIdentity(image);
+    if (!identity || (identity->board_id == board_id && identity->pcb_version == pcb_version)) {
+        return true;
+    }
+    const std::string board(board_id);
+    const std::string pcb(pcb_version);
+    OVEX_LOG_WARN("Firmware image file '%s' is for board %s %s, not %s %s: it is not used.",
+                  file_name.c_str(), identity->board_id.c_str(), identity->pcb_version.c_str(),
+                  board.c_str(), pcb.c_str());
+    return false;
+}
+
+}  // namespace
+
 std::error_code FindFirmware(std::string_view board_id, std::string_view pcb_version,
                              fx3::FwImage& image) {
     if (board_id == "OVBD" && pcb_version == "3.03") {
@@ -89,11 +110,14 @@ std::error_code FindFirmware(std::string_view board_id, std::string_view pcb_ver
     const std::string file_name(text.substr(kEmbeddedPrefix.size()));
     const auto from_file = fx3::FwImage::FromFile(file_name, image);
     if (!from_file) {
-        OVEX_LOG_INFO("Using firmware image from file '%s'.", file_name.c_str());
-        return {};
+        if (IsMeantFor(image, file_name, board_id, pcb_version)) {
+            OVEX_LOG_INFO("Using firmware image from file '%s'.", file_name.c_str());
+            return {};
+        }
+    } else {
+        OVEX_LOG_EC(ovex::log::kDebug, "Failed to read firmware from file '%s' - %s: %s.",
+                    from_file, file_name.c_str());
     }
-    OVEX_LOG_EC(ovex::log::kDebug, "Failed to read firmware from file '%s' - %s: %s.", from_file,
-                file_name.c_str());
     if (const auto error = fx3::FwImage::FromMemory(fx3::EmbeddedImage(file_name), image)) {
         OVEX_LOG_EC(ovex::log::kError, "Image loaded from embedded storage is invalid - %s: %s.",
                     error);

@@ -152,6 +152,20 @@ TEST_F(FirmwareChoiceTest, BrokenFileIsPassedOverForTheEmbeddedImage) {
         HostLines("Using firmware image 'embedded: ovbd-fw_v3_0_3.img', version 0.24.3-TPX3."), 1u);
 }
 
+TEST_F(FirmwareChoiceTest, SoundFileOfAnotherBoardIsPassedOverForTheEmbeddedImage) {
+    PlaceImageFile(fx3img::BuildApplicationImage({"TPX2CB", "3.03", "0.9.9-TPX2"}, 8192));
+    ASSERT_EQ(AddAndOpen(InBootLoader(vboard::BoardKind::kTimepix3, "TPX3EFE")), OVEXSDK_OK);
+    EXPECT_EQ(
+        Script("assert(Usb.VendorCmd.Versions.new(device):get_value('FX3_FW') == '0.24.3-TPX3')"),
+        OVEXSDK_OK);
+    Release();
+    EXPECT_EQ(HostLines("Firmware image file 'ovbd-fw_v3_0_3.img' is for board TPX2CB 3.03, "
+                        "not TPX3EFE 3.03: it is not used."),
+              1u);
+    EXPECT_EQ(
+        HostLines("Using firmware image 'embedded: ovbd-fw_v3_0_3.img', version 0.24.3-TPX3."), 1u);
+}
+
 TEST_F(FirmwareChoiceTest, BoardWithoutFirmwareInTheLibraryStaysInItsBootLoader) {
     auto settings = InBootLoader(vboard::BoardKind::kTimepix3, "TPX3EFE");
     settings.identity.bcd_device = 0x0304;

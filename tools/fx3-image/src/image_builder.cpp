@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "bitmanip/bitmanip.hpp"
-#include "ovex/fx3img/app_descriptor.hpp"
+#include "ovex/fx3/app_descriptor.hpp"
 
 namespace ovex::fx3img {
 namespace {

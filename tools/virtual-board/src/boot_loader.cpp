@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "ovex/fx3img/app_descriptor.hpp"
+#include "ovex/fx3/app_descriptor.hpp"
 #include "request_shape.hpp"
 #include "wire_format.hpp"
 

@@ -1,15 +1,20 @@
 #pragma once
 
 // The record at the entry point of every application image that this project builds for the
-// board's USB controller. The boot loader of the virtual board reads it at the start request to
-// learn which firmware it runs and refuses to start an application whose body doesn't match it;
-// the image tools write it. All numbers are little-endian, texts are zero-padded.
+// board's USB controller. The library reads it to check that an image file is meant for the
+// board at hand; the boot loader of the virtual board reads it at the start request to learn
+// which firmware it runs and refuses to start an application whose body doesn't match it; the
+// image tools write it. All numbers are little-endian, texts are zero-padded.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 
-namespace ovex::fx3img {
+#include "ovex/fx3/fw_image.hpp"
+
+namespace ovex::fx3 {
 
 struct AppDescriptorLayout {
     static constexpr std::array<char, 8> kMagic{'O', 'V', 'E', 'X', 'F', 'W', '0', '1'};
@@ -31,4 +36,19 @@ struct AppDescriptorLayout {
     static constexpr std::uint32_t kBodyAddress = 0x40003100;
 };
 
+// What an application image says it is.
+struct AppIdentity {
+    std::string board_id;
+    std::string pcb_version;
+    std::string firmware_version;
+};
+
+// The identity in the descriptor at the image's entry point; empty when the image has none
+// there, as an image built elsewhere.
+std::optional<AppIdentity> ReadAppIdentity(const FwImage& image);
+
+}  // namespace ovex::fx3
+
+namespace ovex::fx3img {
+using fx3::AppDescriptorLayout;
 }  // namespace ovex::fx3img
