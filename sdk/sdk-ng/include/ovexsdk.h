@@ -72,7 +72,10 @@ typedef void (*ovexsdk_log_cb)(const char* text, ovexsdk_log_severity severity, 
 typedef struct ovexsdk_enum_info {
     char serial_number[16];
     char product[64];
-    char connection_string[16]; /* "usb:sn:" and the serial number: a locator */
+    /* "usb:sn:" and the serial number: a locator when the serial number has eight characters,
+     * as every board of this family has. Another length is logged as a warning at listing; such
+     * a board is opened by its index. */
+    char connection_string[16];
     char instance_path[64];
 } ovexsdk_enum_info;
 

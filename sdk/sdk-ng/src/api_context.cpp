@@ -404,6 +404,12 @@ void FillEnumInfo(const usb::device::DeviceInfo& info, ovexsdk_enum_info& record
     CopyTextField(record.product, info.product);
     CopyTextField(record.connection_string, "usb:sn:" + info.serial);
     CopyTextField(record.instance_path, info.path);
+    if (info.serial.size() != kLocatorSerialLength) {
+        OVEX_LOG_WARN(
+            "Serial number '%s' of device '%s' is not %zu characters long: its connection string "
+            "is no locator, open the device by its index.",
+            info.serial.c_str(), info.path.c_str(), kLocatorSerialLength);
+    }
 }
 
 ovexsdk_err_code ovexsdk_ctx_replace_locator(ovexsdk_dev_ctx* ctx, const char* locator) {

@@ -14,7 +14,6 @@ namespace {
 constexpr std::string_view kIndexPrefix = "usb:ix:";
 constexpr std::string_view kSerialPrefix = "usb:sn:";
 constexpr std::size_t kPrefixLength = 7;
-constexpr std::size_t kSerialLength = 8;
 constexpr std::size_t kMaxIndexDigits = 2;
 
 bool IsDecimal(std::string_view text) {
@@ -28,7 +27,7 @@ UsbLocator Parse(std::string_view text) {
     if (text.size() < kPrefixLength) {
         throw invalid();
     }
-    if (text.starts_with(kSerialPrefix) && text.size() == kPrefixLength + kSerialLength) {
+    if (text.starts_with(kSerialPrefix) && text.size() == kPrefixLength + kLocatorSerialLength) {
         return UsbLocator(std::string(text), UsbLocator::Kind::SerialNumber);
     }
     if (text.starts_with(kIndexPrefix)) {

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace ovex::sdk {
+
+// The length of the serial number in a "usb:sn:" locator.
+inline constexpr std::size_t kLocatorSerialLength = 8;
 
 // A parsed device locator: "usb:ix:<0-99>" or "usb:sn:<8 characters>".
 class UsbLocator {

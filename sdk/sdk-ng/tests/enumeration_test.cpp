@@ -118,6 +118,29 @@ TEST_F(EnumerationTest, BoardThatCannotBeReadIsSkipped) {
     EXPECT_EQ(Warnings(kCannotFit), 0u);
 }
 
+TEST_F(EnumerationTest, ConnectionStringOfASerialNotEightLongIsListedWithAWarning) {
+    for (const std::string serial : {"OVX1", "OVX000000012"}) {
+        vboard::VirtualBoard::Settings settings;
+        settings.identity.serial = serial;
+        AddBoard(std::move(settings));
+    }
+    m_log.Clear();
+    const auto infos = List(2);
+    ASSERT_EQ(infos.size(), 2u);
+    for (const auto& info : infos) {
+        EXPECT_TRUE(Logged(log::kWarning, "Serial number '" + std::string(info.serial_number) +
+                                              "' of device '" + info.instance_path +
+                                              "' is not 8 characters long: its connection "
+                                              "string is no locator, open the device by its "
+                                              "index."));
+    }
+    // Four characters make no locator; twelve don't fit and are cut to another serial's.
+    ovexsdk_dev_ctx ctx;
+    EXPECT_EQ(ovexsdk_ctx_create(&ctx, "usb:sn:OVX1"), OVEXSDK_ERR_INVALID);
+    EXPECT_EQ(Open("usb:sn:OVX00000"), OVEXSDK_ERR_NO_DEVICE);
+    EXPECT_EQ(Open("usb:ix:1"), OVEXSDK_OK);
+}
+
 TEST_F(EnumerationTest, NullArgumentsAreRefused) {
     std::uint64_t count = 1;
     ovexsdk_enum_info info;
