@@ -1,12 +1,19 @@
 #include "sdk_config.hpp"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include <fmt/format.h>
 #include <toml++/toml.h>
 
 #include "ovex/log/log.hpp"
@@ -17,15 +24,32 @@ namespace {
 
 constexpr const char* kPathVariable = "OVEXSDK_CONFIG_PATH";
 
-// The per-user configuration directory: $XDG_CONFIG_HOME, or ~/.config.
-std::filesystem::path UserConfigDirectory() {
+// The home directory that the account database names for this process's user, if any.
+std::optional<std::filesystem::path> AccountHome() {
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(16384);
+    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 ||
+        found == nullptr || found->pw_dir == nullptr || *found->pw_dir == '\0') {
+        return std::nullopt;
+    }
+    return std::filesystem::path(found->pw_dir);
+}
+
+// The per-user configuration directory: $XDG_CONFIG_HOME, or .config in the home directory
+// ($HOME, or the account's). A service or container may have no home at all: then there is no
+// per-user file.
+std::optional<std::filesystem::path> UserConfigDirectory() {
     if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg != nullptr && *xdg != '\0') {
         return xdg;
     }
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
         return std::filesystem::path(home) / ".config";
     }
-    throw std::runtime_error("RoamingAppData could not be found");
+    if (auto home = AccountHome()) {
+        return *home / ".config";
+    }
+    return std::nullopt;
 }
 
 // "Not found" in all its forms is absence; any other failure of the query is an error.
@@ -44,7 +68,12 @@ std::filesystem::path ChooseFile(const std::filesystem::path& fallback) {
                        kPathVariable);
         return from_env;
     }
-    const auto per_user = UserConfigDirectory() / "ovexsdk" / "ovexsdk_config.toml";
+    const auto directory = UserConfigDirectory();
+    if (!directory) {
+        OVEX_LOG_DEBUG("No home directory: no per-user configuration file.");
+        return fallback;
+    }
+    const auto per_user = *directory / "ovexsdk" / "ovexsdk_config.toml";
     if (Exists(per_user)) {
         OVEX_LOG_DEBUG("Using configuration file '%s'.", per_user.c_str());
         return per_user;
@@ -60,7 +89,65 @@ std::filesystem::path PathOr(const toml::table& conf, std::string_view key,
     return fallback;
 }
 
-void ReadTable(const toml::table& conf, SdkConfig& config) {
+// Why an expression is refused before it is compiled, or empty. The compiler recurses once per
+// nested group and unrolls counted repetitions, so a hostile text could take its stack or all
+// memory; a chip configuration file name needs none of that.
+std::string ExpressionTooBig(std::string_view text) {
+    constexpr std::size_t kMaxLength = 1024;
+    constexpr int kMaxDepth = 32;
+    constexpr double kMaxRepetition = 10000;
+    if (text.size() > kMaxLength) {
+        return fmt::format("is longer than {} characters", kMaxLength);
+    }
+    int depth = 0;
+    double repetition = 1;
+    bool in_class = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '\\') {
+            ++i;
+        } else if (in_class) {
+            in_class = c != ']';
+        } else if (c == '[') {
+            in_class = true;
+        } else if (c == '(' && ++depth > kMaxDepth) {
+            return fmt::format("nests groups deeper than {}", kMaxDepth);
+        } else if (c == ')') {
+            --depth;
+        } else if (c == '{') {
+            // The largest bound of a counted repetition; together they may multiply.
+            double largest = 0;
+            double number = 0;
+            for (++i; i < text.size() && text[i] != '}'; ++i) {
+                number = std::isdigit(static_cast<unsigned char>(text[i]))
+                             ? std::min(number * 10 + (text[i] - '0'), 1e9)
+                             : 0;
+                largest = std::max(largest, number);
+            }
+            repetition *= std::max(largest, 1.0);
+            if (repetition > kMaxRepetition) {
+                return fmt::format("repeats more than {} times", kMaxRepetition);
+            }
+        }
+    }
+    return {};
+}
+
+void ReadExpression(std::string_view text, const std::filesystem::path& file, SdkConfig& config) {
+    std::string refusal = ExpressionTooBig(text);
+    if (refusal.empty()) {
+        try {
+            config.chip_config_regex = std::regex(std::string(text), std::regex::ECMAScript);
+            return;
+        } catch (const std::exception& error) {
+            refusal = fmt::format("is not a valid expression: {}", error.what());
+        }
+    }
+    OVEX_LOG_WARN("Configuration key 'chip_config_regex' in '%s' %s; the default is kept.",
+                  file.c_str(), refusal.c_str());
+}
+
+void ReadTable(const toml::table& conf, const std::filesystem::path& file, SdkConfig& config) {
     config.firmware_path = PathOr(conf, "firmware_path", config.firmware_path);
     config.chip_config_path = PathOr(conf, "chip_config_path", config.chip_config_path);
     config.script_path = PathOr(conf, "script_path", config.script_path);
@@ -81,7 +168,7 @@ void ReadTable(const toml::table& conf, SdkConfig& config) {
 
     const auto regex_text = conf["chip_config_regex"].value_exact<std::string>();
     if (regex_text && !regex_text->empty()) {
-        config.chip_config_regex = std::regex(*regex_text, std::regex::ECMAScript);
+        ReadExpression(*regex_text, file, config);
     } else {
         config.chip_config_regex.reset();
     }
@@ -172,7 +259,7 @@ SdkConfig LoadSdkConfig(const std::filesystem::path& fallback) {
         return config;
     }
     if (const toml::table* conf = parsed["conf"].as_table()) {
-        ReadTable(*conf, config);
+        ReadTable(*conf, path, config);
     }
     OVEX_LOG_INFO("Configuration file '%s' loaded.", path.c_str());
     return config;

@@ -114,6 +114,45 @@ TEST_F(ConfigFile, EmptyRegexClearsTheExpression) {
     EXPECT_FALSE(config.chip_config_regex.has_value());
 }
 
+// An expression that can't be compiled, or that would take the compiler's stack or memory,
+// keeps the default and the rest of the file, with a warning that names the key and the file.
+TEST_F(ConfigFile, BadExpressionKeepsTheDefaultAndTheOtherKeys) {
+    const std::string nested = std::string(30000, '(') + "a" + std::string(30000, ')');
+    const std::string deep = std::string(40, '(') + "a" + std::string(40, ')');
+    for (const std::string& expression :
+         {std::string("(unclosed"), std::string("[z-a]"), nested, deep, std::string("a{99999999}"),
+          std::string("(((a{200}){200}){200})")}) {
+        m_log.Clear();
+        const auto path = Write(
+            "x.toml", "[conf]\nfirmware_path = \"fw\"\nchip_config_regex = '" + expression + "'\n");
+        const auto config = LoadSdkConfig(path);
+        EXPECT_EQ(config.firmware_path, "fw");
+        ASSERT_TRUE(config.chip_config_regex.has_value()) << expression.substr(0, 20);
+        const auto lines = m_log.Lines();
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&path](const CapturedLine& line) {
+            return line.verbosity == ovex::log::kWarning &&
+                   line.message.starts_with("Configuration key 'chip_config_regex' in '" +
+                                            path.string() + "' ");
+        })) << expression.substr(0, 20);
+    }
+}
+
+// Services and containers may run without HOME: then there is no per-user file, unless the
+// account database names a home.
+TEST_F(ConfigFile, NoHomeInTheEnvironmentIsNoFailure) {
+    const char* home = std::getenv("HOME");
+    const std::string saved = home != nullptr ? home : "";
+    ::unsetenv("XDG_CONFIG_HOME");
+    ::unsetenv("HOME");
+    const auto fallback = Write("fallback.toml", "[conf]\nfirmware_path = \"fallback\"\n");
+    SdkConfig config;
+    EXPECT_NO_THROW(config = LoadSdkConfig(fallback));
+    if (home != nullptr) {
+        ::setenv("HOME", saved.c_str(), 1);
+    }
+    EXPECT_EQ(config.firmware_path, "fallback");
+}
+
 TEST_F(ConfigFile, MalformedFileOrMissingTableGivesDefaults) {
     const auto config = LoadSdkConfig(Write("bad.toml", "[conf\nfirmware_path = \"x\"\n"));
     EXPECT_EQ(config.firmware_path, ".");
