@@ -1,27 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string_view>
 
-#include "boards.hpp"
 #include "ovex/lua_scripts/scripts.hpp"
-#include "script_harness.hpp"
 
-namespace ovex::lua_scripts::testing {
+namespace ovex::lua_scripts {
 namespace {
 
-struct Unit {
-    std::string_view script;
-    const char* board;
-};
-
-void PrintTo(const Unit& unit, std::ostream* os) {
-    *os << unit.script;
-}
-
-class StoredScriptTest : public ::testing::TestWithParam<Unit> {};
+class StoredScriptTest : public ::testing::TestWithParam<std::string_view> {};
 
 TEST_P(StoredScriptTest, TextHasCrLfLineEndsOnly) {
-    const auto text = Find(GetParam().script);
+    const auto text = Find(GetParam());
     ASSERT_TRUE(text.has_value());
     int line_ends = 0;
     int lone_line_feeds = 0;
@@ -41,29 +31,9 @@ TEST_P(StoredScriptTest, TextHasCrLfLineEndsOnly) {
     EXPECT_TRUE(text->ends_with("\r\n"));
 }
 
-// A full cycle on a healthy board, with the device object replaced before every call: a script
-// that kept an object from an earlier call, or set a global, fails here.
-TEST_P(StoredScriptTest, ReturnsItsThreeFunctionsAndKeepsNothingBetweenCalls) {
-    ScriptHarness harness(GetParam().script);
-    harness.Board(GetParam().board);
-
-    EXPECT_FALSE(harness.Powered());
-    harness.ReplaceDevice();
-    EXPECT_EQ(harness.Code("powerup_unit"), 0);
-    harness.ReplaceDevice();
-    EXPECT_TRUE(harness.Powered());
-    harness.ReplaceDevice();
-    EXPECT_EQ(harness.Code("powerdown_unit"), 0);
-    for (const auto& line : harness.Log()) {
-        EXPECT_TRUE(line.starts_with("info: ")) << line;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Scripts, StoredScriptTest,
-    ::testing::Values(Unit{kPowerOvbd, kOvbdBoard}, Unit{kPowerTpx3efe, kTpx3EfeBoard},
-                      Unit{kPowerTpx2cb, kTpx2CbBoard}, Unit{kPowerTpx4cb, kTpx4CbBoard},
-                      Unit{kPowerNobe, kNobeBoard}, Unit{kPowerTp2fe, kTp2FeBoard}));
+INSTANTIATE_TEST_SUITE_P(Scripts, StoredScriptTest,
+                         ::testing::Values(kPowerOvbd, kPowerTpx3efe, kPowerTpx2cb, kPowerTpx4cb,
+                                           kPowerNobe, kPowerTp2fe));
 
 TEST(StoredScriptsTest, OnlyFullNamesAreFound) {
     EXPECT_FALSE(Find("lua_scripts/power_ovbd").has_value());
@@ -73,4 +43,4 @@ TEST(StoredScriptsTest, OnlyFullNamesAreFound) {
 }
 
 }  // namespace
-}  // namespace ovex::lua_scripts::testing
+}  // namespace ovex::lua_scripts

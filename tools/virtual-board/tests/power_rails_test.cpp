@@ -1,14 +1,12 @@
 // The board's rails through the USB path: what each kind's enables switch, the order its firmware
-// insists on, the power sequences of the host, and the faults a test can put on the hardware.
+// insists on, and the faults a test can put on the hardware. The host's power sequences run on
+// every kind in the library's own board tests.
 
 #include <gtest/gtest.h>
 
 #include <initializer_list>
 #include <optional>
-#include <ostream>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "board_host.hpp"
 #include "virtual_board_test.hpp"
@@ -222,180 +220,6 @@ TEST_F(Rails, FaultsKeepARailDownAndAMonitorUnreadableUntilCleared) {
     EXPECT_EQ(host.MonitorRefusal("FPGA_TEMP"), 0u);
     EXPECT_EQ(host.Monitor("FPGA_TEMP"), 45.0F);
 }
-
-// The host's power sequences, step by step, as a healthy board must take them.
-struct Step {
-    enum class Kind { kSet, kInvoke, kGood, kOff };
-    Kind kind;
-    std::string name;
-    int value = 0;
-    Bytes input;
-};
-using Sequence = std::vector<Step>;
-
-Step Set(std::string name, int value) {
-    return {Step::Kind::kSet, std::move(name), value, {}};
-}
-Step Invoke(std::string name, Bytes input = {}) {
-    return {Step::Kind::kInvoke, std::move(name), 0, std::move(input)};
-}
-Step Good(std::string monitor) {
-    return {Step::Kind::kGood, std::move(monitor), 0, {}};
-}
-Step Off(std::string monitor) {
-    return {Step::Kind::kOff, std::move(monitor), 0, {}};
-}
-
-Sequence Join(std::initializer_list<Sequence> parts) {
-    Sequence all;
-    for (const Sequence& part : parts) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return all;
-}
-
-void RunSteps(BoardHost& host, const Sequence& steps, const char* what) {
-    SCOPED_TRACE(what);
-    for (const Step& step : steps) {
-        switch (step.kind) {
-            case Step::Kind::kSet:
-                EXPECT_EQ(host.SetState(step.name, step.value), 0u) << step.name;
-                break;
-            case Step::Kind::kInvoke:
-                EXPECT_EQ(host.Invoke(step.name, step.input), 0u) << step.name;
-                break;
-            case Step::Kind::kGood:
-                EXPECT_GE(host.Monitor(step.name), 1.0F) << step.name;
-                break;
-            case Step::Kind::kOff:
-                EXPECT_EQ(host.Monitor(step.name), 0.0F) << step.name;
-                break;
-        }
-    }
-}
-
-const Sequence kDcDcUp = {Set("DC_1V0", 1), Set("DC_1V8", 1), Set("DC_2V5", 1), Set("DC_3V3", 1)};
-const Sequence kDcDcDown = {Set("DC_3V3", 0), Set("DC_2V5", 0), Set("DC_1V8", 0), Set("DC_1V0", 0)};
-
-const Sequence kOvexBoardPrepare = {Set("BIAS", 0), Set("PELTIER_EN", 0), Set("DETECTOR_EN", 0),
-                                    Set("GPIF_EN", 0), Invoke("TUSB322")};
-const Sequence kOvexBoardFinish = {Set("GPIF_EN", 1),
-                                   Invoke("MAIN_CLK_SETUP", {0x60, 0x00, 0x1E, 0x00, 0x08, 0x04,
-                                                             0x19, 0x00, 0x02, 0x00, 0x02, 0x00}),
-                                   Invoke("MAIN_CLK_SETUP", {0x80, 0x00, 0x04, 0x00}),
-                                   Set("MAIN_CLK", 1),
-                                   Invoke("LOAD_EEPROM"),
-                                   Invoke("XSPI_INIT"),
-                                   Invoke("XADC_INIT"),
-                                   Invoke("DACX_INIT")};
-const Sequence kOvexBoardCold = Join({kOvexBoardPrepare,
-                                      {Invoke("MAIN_PWR_RESET")},
-                                      kDcDcUp,
-                                      {Set("DDR_PWR_EN", 1), Invoke("FPGA_CONF")},
-                                      kOvexBoardFinish});
-const Sequence kOvexBoardWarm =
-    Join({kOvexBoardPrepare, {Invoke("FPGA_RECONF", {1, 0, 0, 0})}, kOvexBoardFinish});
-const Sequence kOvexBoardDown = Join({{Set("MAIN_CLK", 0), Set("GPIF_EN", 0)}, kDcDcDown});
-
-const Sequence kNobePrepare = {Set("PELT1", 0), Set("PELT2", 0), Set("DETECTOR_EN", 0),
-                               Set("GPIF_EN", 0), Set("MAIN_CLK", 0)};
-const Sequence kNobeFinish = {Set("GPIF_EN", 1),    Set("MAIN_CLK", 1), Invoke("XSPI0_INIT"),
-                              Invoke("XADC0_INIT"), Set("PELT1", 370),  Set("PELT2", 40),
-                              Good("PG_PELT1"),     Good("PG_PELT2")};
-const Sequence kNobeCold =
-    Join({kNobePrepare,
-          {Invoke("MAIN_PWR_RESET")},
-          kDcDcUp,
-          {Set("DDR_PWR_EN", 1), Good("PG_DDR_PWR"), Invoke("BIAS_DAC_RESET"), Invoke("FPGA_CONF")},
-          kNobeFinish});
-const Sequence kNobeWarm = Join({kNobePrepare, {Invoke("FPGA_RECONF", {1, 0, 0, 0})}, kNobeFinish});
-const Sequence kNobeDown = {Set("PELT1", 0), Set("PELT2", 0), Set("MAIN_CLK", 0), Set("GPIF_EN", 0),
-                            Invoke("FPGA_RECONF", {0, 0, 0, 0})};
-
-struct PowerCase {
-    const char* name;
-    BoardKind kind;
-    Sequence cold;
-    Sequence warm;  // the back end's power-up with its DC/DC rails on
-    Sequence backend_down;
-    bool down_keeps_dcdc;  // the back end's power-down leaves its DC/DC rails on
-    Sequence frontend_up;
-    Sequence frontend_down;
-};
-
-void PrintTo(const PowerCase& power, std::ostream* out) {
-    *out << power.name;
-}
-
-class PowerSequences : public Rails, public ::testing::WithParamInterface<PowerCase> {};
-
-TEST_P(PowerSequences, PassColdWarmAndAfterPowerDown) {
-    const PowerCase& power = GetParam();
-    BoardHost& host = Start(power.kind);
-    RunSteps(host, power.cold, "back end, cold");
-    RunSteps(host, power.frontend_up, "front end");
-    // A host that finds the board on runs the back end's warm path and the front end again.
-    RunSteps(host, power.warm, "back end, warm");
-    RunSteps(host, power.frontend_up, "front end after warm");
-
-    RunSteps(host, power.frontend_down, "front end down");
-    RunSteps(host, power.backend_down, "back end down");
-    EXPECT_EQ(host.State("MAIN_CLK"), 0);
-    EXPECT_EQ(host.State("GPIF_EN"), 0);
-    EXPECT_EQ(host.State("DC_1V0") != 0, power.down_keeps_dcdc);
-    RunSteps(host, power.down_keeps_dcdc ? power.warm : power.cold, "back end after power-down");
-    RunSteps(host, power.frontend_up, "front end after power-down");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, PowerSequences,
-    ::testing::Values(
-        PowerCase{
-            "Timepix3",
-            BoardKind::kTimepix3,
-            kOvexBoardCold,
-            kOvexBoardWarm,
-            kOvexBoardDown,
-            false,
-            {Set("PELTIER_EN", 1), Set("FRONTEND_EN", 1), Good("PG_FE_5V"), Invoke("IO_EXP_INIT"),
-             Invoke("ADC_INIT"), Invoke("TSENS_RESET"), Set("DETECTOR_EN", 1), Good("PG_1V8"),
-             Good("PG_VDD"), Good("PG_VDDA"), Good("MONITOR_5V")},
-            {Set("BIAS", 0), Set("PELTIER", 0), Set("DETECTOR_EN", 0), Set("FRONTEND_EN", 0),
-             Off("PG_VDD"), Off("PG_FE_5V"), Off("MONITOR_5V")}},
-        PowerCase{"Timepix2ChipBoard",
-                  BoardKind::kTimepix2Cb,
-                  kOvexBoardCold,
-                  kOvexBoardWarm,
-                  kOvexBoardDown,
-                  false,
-                  {Set("PELTIER_EN", 1), Invoke("ADC_INIT"), Invoke("TSENS_RESET"),
-                   Set("DETECTOR_EN", 1), Good("PG_1V2_A"), Good("PG_1V2_D"), Good("MONITOR_5V")},
-                  {Set("BIAS", 0), Set("PELTIER", 0), Set("DETECTOR_EN", 0), Off("PG_1V2_A"),
-                   Off("MONITOR_5V")}},
-        PowerCase{"Timepix4ChipBoard",
-                  BoardKind::kTimepix4Cb,
-                  kOvexBoardCold,
-                  kOvexBoardWarm,
-                  kOvexBoardDown,
-                  false,
-                  {Set("PELTIER", 350), Invoke("ADC_INIT_OVBD"), Invoke("ADC_INIT_CB"),
-                   Invoke("PWR_CTRL_INIT"), Invoke("TSENS_RESET"), Set("DETECTOR_EN", 1),
-                   Good("PG_VDD"), Good("PG_VDDA"), Good("PG_PLL"), Good("PG_PST"), Good("PG_GWT"),
-                   Good("PG_1V8A"), Good("PG_1V8D")},
-                  {Set("BIAS", 0), Set("PELTIER", 0), Invoke("TPX4_POWER_UP", {0x00}),
-                   Off("PG_VDD"), Off("PG_1V8D")}},
-        PowerCase{"Nobe",
-                  BoardKind::kNobe,
-                  kNobeCold,
-                  kNobeWarm,
-                  kNobeDown,
-                  true,
-                  {Set("DETECTOR_EN", 1), Good("PG_DETECTOR"), Invoke("TSENS_RESET"),
-                   Set("CHIP_EN", 1), Good("PG_1V2"), Set("TPX_1V2", 1), Good("PG_TPX_1V2_D"),
-                   Invoke("XSPI1_INIT"), Invoke("XADC1_INIT"), Good("PG_TPX_1V2_A")},
-                  {Set("BIAS", 0), Set("PELT1", 0), Set("DETECTOR_EN", 0), Off("PG_DETECTOR"),
-                   Off("PG_TPX_1V2_D")}}),
-    [](const ::testing::TestParamInfo<PowerCase>& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace ovex::vboard
