@@ -200,7 +200,7 @@ TEST(ArenaAllocator, RefusesRatherThanHandOutRoomThatIsStillOut) {
     void* c = ring.Allocate(30);
     EXPECT_EQ(c, a);
     // 30 bytes are free in all, but in two pieces of 10 and 20: refused.
-    tpx3_test::LogCapture log;
+    ovex::testing::LogCapture log;
     EXPECT_EQ(ring.Allocate(25), nullptr);
     EXPECT_EQ(log.Count(ovex::log::kError, "Arena allocator failed to allocate block of size 25"),
               1);
@@ -242,7 +242,7 @@ TEST(ArenaAllocator, BlocksOutNeverOverlapAndTheRingStaysCompact) {
 }
 
 TEST(ArenaAllocator, RefusesMoreThanItsCapacity) {
-    tpx3_test::LogCapture log;
+    ovex::testing::LogCapture log;
     ArenaAllocator ring(64);
     EXPECT_EQ(ring.Allocate(65), nullptr);
     EXPECT_EQ(log.Count(ovex::log::kError, "Arena allocator failed to allocate block of size 65"),

@@ -55,7 +55,7 @@ TEST(PacketWalk, ReadsLittleEndian) {
 }
 
 TEST(PacketWalk, RaggedBlockLogsAndDropsItsTail) {
-    tpx3_test::LogCapture log;
+    ovex::testing::LogCapture log;
     auto bytes = Packets(4);
     bytes.resize(7);
     EXPECT_TRUE(Walk(bytes, 7).empty());  // a remainder of 7 is not one whole packet
