@@ -7,6 +7,7 @@
 #include "ovex/lua/bind/function.hpp"
 #include "ovex/lua/bind/userdata.hpp"
 #include "ovex/lua/core/lua_core.hpp"
+#include "ovex/lua/core/wait_limits.hpp"
 
 namespace ovex::lua::core {
 
@@ -14,11 +15,8 @@ namespace {
 
 const char kSleeperKey = 0;
 
-// A longer wait in a script is a mistake that would hold the context for that long.
-constexpr double kLongestSleep = 86400.0;
-
 void Sleep(lua_State* L, double seconds) {
-    if (!(seconds >= 0.0 && seconds <= kLongestSleep)) {
+    if (!(seconds >= 0.0 && seconds <= kLongestWait)) {
         luaL_argerror(L, 1, "not a number of seconds from 0 to 86400");
     }
     const std::chrono::duration<double> duration(seconds);

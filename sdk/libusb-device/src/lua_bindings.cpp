@@ -1,15 +1,18 @@
 #include "ovex/usb/lua_bindings.hpp"
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "ovex/log/log.hpp"
 #include "ovex/lua/bind/bind.hpp"
 #include "ovex/lua/core/lua_core.hpp"
 #include "ovex/lua/core/values.hpp"
+#include "ovex/lua/core/wait_limits.hpp"
 #include "ovex/named_type.hpp"
 #include "ovex/usb/usb_context.hpp"
 #include "ovex/usb/usb_device.hpp"
@@ -60,16 +63,65 @@ Id IdOf(typename Id::ValueType value) {
     return Id(value);
 }
 
-UsbContext NewContext() {
-    return UsbContext();
+// One of the kMaxScriptContexts places for a libusb context of a script, held for as long as
+// that libusb context lives: by the script's UsbContext and by every device enumerated through
+// it. Each context has an event thread and file descriptors of its own, and libusb ends the
+// process when it runs out of them.
+class ContextPlace {
+public:
+    // A place, or null when all are taken.
+    static std::shared_ptr<ContextPlace> Take() {
+        int taken = s_taken.load();
+        do {
+            if (taken >= kMaxScriptContexts) {
+                return nullptr;
+            }
+        } while (!s_taken.compare_exchange_weak(taken, taken + 1));
+        return std::shared_ptr<ContextPlace>(new ContextPlace());
+    }
+    ~ContextPlace() { s_taken.fetch_sub(1); }
+    ContextPlace(const ContextPlace&) = delete;
+    ContextPlace& operator=(const ContextPlace&) = delete;
+
+private:
+    ContextPlace() = default;
+    static inline std::atomic<int> s_taken{0};
+};
+
+// The place goes last, once the context's libusb resources are released.
+struct ScriptContext {
+    std::shared_ptr<ContextPlace> place;
+    UsbContext context;
+};
+
+struct ScriptDevice {
+    std::shared_ptr<ContextPlace> place;
+    UsbDevice device;
+};
+
+std::variant<ScriptContext, std::error_code> NewContext(lua_State* L) {
+    auto place = ContextPlace::Take();
+    if (!place) {
+        // Contexts that scripts dropped may only be waiting for the collector.
+        lua_gc(L, LUA_GCCOLLECT);
+        place = ContextPlace::Take();
+    }
+    if (!place) {
+        OVEX_LOG_ERROR(
+            "Scripts hold %d USB contexts, the most they may; release one to make another.",
+            kMaxScriptContexts);
+        return std::make_error_code(std::errc::resource_unavailable_try_again);
+    }
+    return ScriptContext{std::move(place), UsbContext()};
 }
 
-std::vector<std::shared_ptr<UsbDevice>> EnumDevices(const UsbContext& context,
+std::vector<std::shared_ptr<UsbDevice>> EnumDevices(const ScriptContext& context,
                                                     std::uint16_t vendor_id,
                                                     std::uint16_t product_id) {
     std::vector<std::shared_ptr<UsbDevice>> shared;
-    for (UsbDevice& device : context.EnumerateDevices(vendor_id, product_id)) {
-        shared.push_back(std::make_shared<UsbDevice>(std::move(device)));
+    for (UsbDevice& device : context.context.EnumerateDevices(vendor_id, product_id)) {
+        auto held = std::make_shared<ScriptDevice>(context.place, std::move(device));
+        shared.emplace_back(held, &held->device);
     }
     return shared;
 }
@@ -140,6 +192,9 @@ ControlSetup SetupOf(const ScriptCommand& command) {
 
 std::error_code SendOut(const EgressCommand& egress, UsbDevice& device,
                         std::optional<double> timeout) {
+    if (const auto error = lua::core::CheckTimeout(timeout)) {
+        return error;
+    }
     if (const auto error = RequireOpen(device)) {
         return error;
     }
@@ -149,6 +204,9 @@ std::error_code SendOut(const EgressCommand& egress, UsbDevice& device,
 
 std::error_code SendIn(const IngressCommand& ingress, UsbDevice& device,
                        std::optional<double> timeout) {
+    if (const auto error = lua::core::CheckTimeout(timeout)) {
+        return error;
+    }
     if (const auto error = RequireOpen(device)) {
         return error;
     }
@@ -164,7 +222,7 @@ void AddId(lua_State* L, int usb, const char* name) {
 int AddUsb(lua_State* L) {
     lua_newtable(L);
     const int usb = lua_gettop(L);
-    bind::UserType<UsbContext>(L, "UsbContext")
+    bind::UserType<ScriptContext>(L, "UsbContext")
         .Constructor(bind::Fn<&NewContext>)
         .Method("enum_devices", bind::Fn<&EnumDevices>)
         .SetIn(usb);

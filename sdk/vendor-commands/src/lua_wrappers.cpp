@@ -3,16 +3,13 @@
 #include <stdexcept>
 
 #include "ovex/log/log.hpp"
+#include "ovex/lua/core/wait_limits.hpp"
 #include "ovex/usb/lua_bindings.hpp"
 #include "ovex/usb/usb_device.hpp"
 #include "ovex/vendor_cmd/board_io.hpp"
 
 namespace ovex::usb::vendor_cmd::script {
 namespace {
-
-double Seconds(Timeout timeout) {
-    return timeout.value_or(kDefaultTimeout);
-}
 
 // `request()` on an open device; on a closed one the transport would stop the process.
 template <typename Request>
@@ -28,6 +25,27 @@ template <typename T, typename Request>
 Result<T> ValueOf(device::UsbDevice& device, Request request) {
     T value{};
     if (const auto error = OnOpen(device, [&] { return request(value); })) {
+        return error;
+    }
+    return value;
+}
+
+// `request(seconds)` on an open device, with the script's timeout or the default one; a timeout
+// out of bounds is refused before anything else.
+template <typename Request>
+std::error_code Within(device::UsbDevice& device, Timeout timeout, Request request) {
+    if (const auto error = lua::core::CheckTimeout(timeout)) {
+        return error;
+    }
+    return OnOpen(device, [&] { return request(timeout.value_or(kDefaultTimeout)); });
+}
+
+// The value that `request(value, seconds)` fills, as Within; or the error in its place.
+template <typename T, typename Request>
+Result<T> ValueWithin(device::UsbDevice& device, Timeout timeout, Request request) {
+    T value{};
+    if (const auto error =
+            Within(device, timeout, [&](double seconds) { return request(value, seconds); })) {
         return error;
     }
     return value;
@@ -95,47 +113,50 @@ template class ScriptItems<impl::Monitors>;
 template class ScriptItems<impl::Versions>;
 
 std::error_code ScriptCommands::invoke(std::string_view name, Timeout timeout) {
-    return OnOpen(*m_device, [&] { return m_items.invoke(name, Seconds(timeout)); });
+    return Within(*m_device, timeout, [&](double s) { return m_items.invoke(name, s); });
 }
 
 std::error_code ScriptCommands::invoke_in(std::string_view name, std::span<std::uint8_t> data,
                                           Timeout timeout) {
-    return OnOpen(*m_device, [&] { return m_items.invoke_in(name, data, Seconds(timeout)); });
+    return Within(*m_device, timeout, [&](double s) { return m_items.invoke_in(name, data, s); });
 }
 
 std::error_code ScriptCommands::invoke_out(std::string_view name,
                                            std::span<const std::uint8_t> data, Timeout timeout) {
-    return OnOpen(*m_device, [&] { return m_items.invoke_out(name, data, Seconds(timeout)); });
+    return Within(*m_device, timeout, [&](double s) { return m_items.invoke_out(name, data, s); });
 }
 
 Result<int> ScriptStates::get_value(std::string_view name, Timeout timeout) {
-    return ValueOf<int>(
-        *m_device, [&](int& value) { return m_items.get_value(name, value, Seconds(timeout)); });
+    return ValueWithin<int>(*m_device, timeout, [&](int& value, double s) {
+        return m_items.get_value(name, value, s);
+    });
 }
 
 std::error_code ScriptStates::set_value(std::string_view name, std::int32_t value,
                                         Timeout timeout) {
-    return OnOpen(*m_device, [&] { return m_items.set_value(name, value, Seconds(timeout)); });
+    return Within(*m_device, timeout, [&](double s) { return m_items.set_value(name, value, s); });
 }
 
 std::error_code ScriptStates::get_limits(std::string_view name, range::Range<int>& limits,
                                          Timeout timeout) {
-    return OnOpen(*m_device, [&] { return m_items.get_limits(name, limits, Seconds(timeout)); });
+    return Within(*m_device, timeout,
+                  [&](double s) { return m_items.get_limits(name, limits, s); });
 }
 
 Result<float> ScriptMonitors::get_value(std::string_view name, Timeout timeout) {
-    return ValueOf<float>(
-        *m_device, [&](float& value) { return m_items.get_value(name, value, Seconds(timeout)); });
+    return ValueWithin<float>(*m_device, timeout, [&](float& value, double s) {
+        return m_items.get_value(name, value, s);
+    });
 }
 
 std::error_code ScriptMonitors::get_range(std::string_view name, range::Range<float>& range,
                                           Timeout timeout) {
-    return OnOpen(*m_device, [&] { return m_items.get_range(name, range, Seconds(timeout)); });
+    return Within(*m_device, timeout, [&](double s) { return m_items.get_range(name, range, s); });
 }
 
 Result<std::string> ScriptVersions::get_value(std::string_view name, Timeout timeout) {
-    return ValueOf<std::string>(*m_device, [&](std::string& value) {
-        return m_items.get_value(name, value, Seconds(timeout));
+    return ValueWithin<std::string>(*m_device, timeout, [&](std::string& value, double s) {
+        return m_items.get_value(name, value, s);
     });
 }
 
@@ -173,31 +194,32 @@ std::error_code ScriptSpiBus::receive(std::uint8_t slave, std::span<std::uint8_t
 }
 
 Result<std::string> ScriptCypress::get_id(Timeout timeout) {
-    return ValueOf<std::string>(*m_device, [&](std::string& id) {
-        return cypress::GetId(*m_device, id, Seconds(timeout));
+    return ValueWithin<std::string>(*m_device, timeout, [&](std::string& id, double s) {
+        return cypress::GetId(*m_device, id, s);
     });
 }
 
 Result<cypress::Version> ScriptCypress::get_version(Timeout timeout) {
-    return ValueOf<cypress::Version>(*m_device, [&](cypress::Version& version) {
-        return cypress::GetVersion(*m_device, version, Seconds(timeout));
-    });
+    return ValueWithin<cypress::Version>(*m_device, timeout,
+                                         [&](cypress::Version& version, double s) {
+                                             return cypress::GetVersion(*m_device, version, s);
+                                         });
 }
 
 std::error_code ScriptCypress::reset(Timeout timeout) {
-    return OnOpen(*m_device, [&] { return cypress::Reset(*m_device, Seconds(timeout)); });
+    return Within(*m_device, timeout, [&](double s) { return cypress::Reset(*m_device, s); });
 }
 
 std::error_code ScriptCypress::read_ram(std::uint32_t address, std::span<std::uint8_t> data,
                                         Timeout timeout) {
-    return OnOpen(*m_device,
-                  [&] { return cypress::ReadRam(*m_device, address, data, Seconds(timeout)); });
+    return Within(*m_device, timeout,
+                  [&](double s) { return cypress::ReadRam(*m_device, address, data, s); });
 }
 
 std::error_code ScriptCypress::write_ram(std::uint32_t address, std::span<const std::uint8_t> data,
                                          Timeout timeout) {
-    return OnOpen(*m_device,
-                  [&] { return cypress::WriteRam(*m_device, address, data, Seconds(timeout)); });
+    return Within(*m_device, timeout,
+                  [&](double s) { return cypress::WriteRam(*m_device, address, data, s); });
 }
 
 std::error_code ScriptCypress::read_eeprom(cypress::EepromDevice eeprom, std::uint16_t address,
@@ -205,8 +227,8 @@ std::error_code ScriptCypress::read_eeprom(cypress::EepromDevice eeprom, std::ui
     if (const auto error = RequireEeprom(eeprom)) {
         return error;
     }
-    return OnOpen(*m_device, [&] {
-        return cypress::ReadEeprom(*m_device, eeprom, address, data, Seconds(timeout));
+    return Within(*m_device, timeout, [&](double s) {
+        return cypress::ReadEeprom(*m_device, eeprom, address, data, s);
     });
 }
 
@@ -215,8 +237,8 @@ std::error_code ScriptCypress::write_eeprom(cypress::EepromDevice eeprom, std::u
     if (const auto error = RequireEeprom(eeprom)) {
         return error;
     }
-    return OnOpen(*m_device, [&] {
-        return cypress::WriteEeprom(*m_device, eeprom, address, data, Seconds(timeout));
+    return Within(*m_device, timeout, [&](double s) {
+        return cypress::WriteEeprom(*m_device, eeprom, address, data, s);
     });
 }
 

@@ -23,7 +23,8 @@
 namespace ovex::usb::vendor_cmd::script {
 
 using SharedDevice = std::shared_ptr<device::UsbDevice>;
-// A trailing number of seconds; absent means the default of every request.
+// A trailing number of seconds; absent means the default of every request. One outside the
+// bounds of lua::core::CheckTimeout is refused with invalid_argument, without a request.
 using Timeout = std::optional<double>;
 template <typename T>
 using Result = std::variant<T, std::error_code>;

@@ -337,6 +337,88 @@ TEST_F(LuaBindingsTest, EnumeratedDevicesOpenAndClose) {
               std::string::npos);
 }
 
+// 0 and NaN would wait for ever in libusb, -1 and infinity as good as; a day is the most.
+TEST_F(LuaBindingsTest, TimeoutsOutOfBoundsAreRefusedWithoutARequest) {
+    ShareBoard();
+    ASSERT_EQ(Run("local V = Usb.VendorCmd\n"
+                  "cmds, states = V.Commands.new(device), V.States.new(device)\n"
+                  "monitors, versions = V.Monitors.new(device), V.Versions.new(device)\n"
+                  "fx3, slab = V.Cypress.new(device), Std.MemSlab.new(4)\n"
+                  "local bare = Usb.VendorCommand.new(Usb.CommandId.new(0xB1), Usb.wValue.new(0),"
+                  " Usb.wIndex.new(0x4000), slab:as_span())\n"
+                  "out, into = Usb.EgressCommand.new(bare), Usb.IngressCommand.new(bare)\n"
+                  "requests = {\n"
+                  "  function(t) return out:send_to(device, t) end,\n"
+                  "  function(t) return into:send_to(device, t) end,\n"
+                  "  function(t) return cmds:invoke('TUSB322', t) end,\n"
+                  "  function(t) return cmds:invoke_in('TUSB322', slab:as_span(), t) end,\n"
+                  "  function(t) return cmds:invoke_out('TUSB322', slab:as_span(), t) end,\n"
+                  "  function(t) return states:get_value('BIAS', t) end,\n"
+                  "  function(t) return states:set_value('BIAS', 1, t) end,\n"
+                  "  function(t) return states:get_limits('BIAS', V.StateRange.new(), t) end,\n"
+                  "  function(t) return monitors:get_value('FPGA_TEMP', t) end,\n"
+                  "  function(t) return monitors:get_range('FPGA_TEMP', V.MonitorRange.new(), t)"
+                  " end,\n"
+                  "  function(t) return versions:get_value('FX3_FW', t) end,\n"
+                  "  function(t) return fx3:get_id(t) end,\n"
+                  "  function(t) return fx3:get_version(t) end,\n"
+                  "  function(t) return fx3:read_ram(0, slab:as_span(), t) end,\n"
+                  "  function(t) return fx3:write_ram(0, slab:as_span(), t) end,\n"
+                  "  function(t) return fx3:read_eeprom(0, 0, slab:as_span(), t) end,\n"
+                  "  function(t) return fx3:write_eeprom(0, 0, slab:as_span(), t) end,\n"
+                  "  function(t) return fx3:reset(t) end,\n"
+                  "}"),
+              "");
+    Forget();
+    ovex::testing::LogCapture log;
+    EXPECT_EQ(Eval("local refused = {}\n"
+                   "for _, t in ipairs({-1, 0, 0/0, math.huge, 86400.5}) do\n"
+                   "  for i, request in ipairs(requests) do\n"
+                   "    local r = request(t)\n"
+                   "    if type(r) ~= 'userdata' or r:value() ~= Std.Errc.invalid_argument then\n"
+                   "      refused[#refused + 1] = tostring(t) .. ' went through #' .. i\n"
+                   "    end\n"
+                   "  end\n"
+                   "end\n"
+                   "return #requests .. ' ' .. table.concat(refused, ', ')"),
+              "18 ");
+    EXPECT_TRUE(NewRequests().empty());
+    EXPECT_EQ(log.StartingWith("Timeout of ").size(), 5u * 18u);
+    EXPECT_TRUE(log.Contains(
+        log::kError,
+        "Timeout of -1 seconds refused: a request waits more than 0 and at most 86400."));
+    EXPECT_EQ(Eval("return states:get_value('BIAS', 86400)"), "0");
+}
+
+// Each context of a script has an event thread and file descriptors; libusb would end the
+// process long before a thousand of them.
+TEST_F(LuaBindingsTest, ScriptsHoldALimitedNumberOfUsbContexts) {
+    AddBoard();
+    ovex::testing::LogCapture log;
+    const std::string limit = std::to_string(device::kMaxScriptContexts);
+    ASSERT_EQ(Run("held = {}\n"
+                  "for i = 1, " +
+                  limit +
+                  " - 1 do held[i] = Usb.UsbContext.new() end\n"
+                  // The devices of a dropped context hold its place.
+                  "devices = Usb.UsbContext.new():enum_devices(0x1209, 0xAD0E)\n"
+                  "collectgarbage()"),
+              "");
+    EXPECT_EQ(Eval("local refused = Usb.UsbContext.new()\n"
+                   "return tostring(refused)"),
+              CodeText(std::make_error_code(std::errc::resource_unavailable_try_again)));
+    EXPECT_TRUE(log.Contains(log::kError, "Scripts hold " + limit +
+                                              " USB contexts, the most they may; release one to "
+                                              "make another."));
+    // Dropped, a context or its devices make room at once: the collector runs at the limit.
+    EXPECT_EQ(Eval("devices = nil\n"
+                   "local context = Usb.UsbContext.new()\n"
+                   "held[1] = nil\n"
+                   "return #Usb.UsbContext.new():enum_devices(0x1209, 0xAD0E) .. "
+                   "#context:enum_devices(0x1209, 0xAD0E)"),
+              "11");
+}
+
 TEST_F(LuaBindingsTest, UnpluggedBoardGivesErrorCodes) {
     ShareBoard();
     ASSERT_EQ(Run("V = Usb.VendorCmd\n"

@@ -2,8 +2,9 @@
 
 // The USB transport as scripts see it: the global table `Usb` with UsbContext, UsbDevice,
 // DeviceInfo and bare vendor requests (CommandId, wValue, wIndex, wLength, VendorCommand,
-// EgressCommand, IngressCommand). Needs the `Std` table in the state: results are ErrorCodes and
-// payloads ByteSpans.
+// EgressCommand, IngressCommand). A request's timeout must lie within the limits of
+// lua/core/wait_limits.hpp, else it is refused without a request. Needs the `Std` table in the
+// state: results are ErrorCodes and payloads ByteSpans.
 
 #include <memory>
 #include <system_error>
@@ -13,6 +14,11 @@ struct lua_State;
 namespace ovex::usb::device {
 
 class UsbDevice;
+
+// The most USB contexts that the scripts of the whole process may hold at once. A script's
+// context lives on in the devices enumerated through it; past the limit, Usb.UsbContext.new()
+// gives an ErrorCode (resource_unavailable_try_again) in place of a context.
+inline constexpr int kMaxScriptContexts = 32;
 
 // Sets the global `Usb`. The types are registered once per state: a second call fails.
 std::error_code AddLuaBindings(lua_State* L);
