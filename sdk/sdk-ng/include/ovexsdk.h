@@ -122,7 +122,8 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_log_set_cb(ovexsdk_dev_ctx* ctx, ovexsdk_lo
                                                 const ovexsdk_log_fmt* format, void* param);
 
 /* Scripts. Runs Lua text in the context's interpreter, where the open device is the global
- * `device`. Only the libraries base, package, string and debug are open. */
+ * `device`. Only the libraries base, package, string and debug are open. Scripts are trusted
+ * code: the debug library and binary chunks can corrupt the process. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_script_execute(ovexsdk_dev_ctx* ctx, const char* text);
 
 #ifdef __cplusplus

@@ -3,6 +3,7 @@
 #include <lua.hpp>
 
 #include <new>
+#include <string>
 #include <utility>
 
 #include "ovex/log/log.hpp"
@@ -14,6 +15,10 @@
 namespace ovex::sdk {
 
 namespace {
+
+// Registry keys of the library's environment and of its string metatable.
+const char kLibraryEnvironmentKey = 0;
+const char kLibraryStringMetatableKey = 0;
 
 // In this order; os, io, math, table, coroutine and utf8 stay closed.
 constexpr luaL_Reg kOpenLibraries[] = {
@@ -39,6 +44,112 @@ void CloseNativeLoading(lua_State* L) {
     }
     lua_pop(L, 2);
 }
+
+// Pushes a copy of the value at `index`: a table without a metatable is copied with every such
+// table in it, through `copies` (a stack index), which maps each table to its copy so that
+// shared and cyclic tables stay so. Tables with a metatable (the enumerations, which refuse
+// changes) and all other values are the same value. Keys are not copied.
+void PushCopy(lua_State* L, int index, int copies) {
+    index = lua_absindex(L, index);
+    if (lua_type(L, index) != LUA_TTABLE) {
+        lua_pushvalue(L, index);
+        return;
+    }
+    if (lua_getmetatable(L, index) != 0) {
+        lua_pop(L, 1);
+        lua_pushvalue(L, index);
+        return;
+    }
+    lua_pushvalue(L, index);
+    if (lua_rawget(L, copies) == LUA_TTABLE) {
+        return;
+    }
+    lua_pop(L, 1);
+    luaL_checkstack(L, 4, "nested tables");
+    lua_newtable(L);
+    const int copy = lua_gettop(L);
+    lua_pushvalue(L, index);
+    lua_pushvalue(L, copy);
+    lua_rawset(L, copies);
+    lua_pushnil(L);
+    while (lua_next(L, index) != 0) {
+        PushCopy(L, -1, copies);
+        lua_pushvalue(L, -3);
+        lua_insert(L, -2);
+        lua_rawset(L, copy);
+        lua_pop(L, 1);
+    }
+}
+
+// The library's environment: the globals as they are now, before any host script ran, and the
+// string metatable whose methods are those of that environment's `string`.
+int KeepLibraryEnvironment(lua_State* L) {
+    lua_newtable(L);
+    const int copies = lua_gettop(L);
+    lua_pushglobaltable(L);
+    PushCopy(L, -1, copies);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, &kLibraryEnvironmentKey);
+    lua_pushliteral(L, "");
+    if (lua_getmetatable(L, -1) != 0) {
+        PushCopy(L, -1, copies);
+        lua_rawsetp(L, LUA_REGISTRYINDEX, &kLibraryStringMetatableKey);
+    }
+    return 0;
+}
+
+// Sets `device` of the global table and of the library's environment to the value on top, and
+// pops it.
+void SetDevice(lua_State* L) {
+    lua_pushvalue(L, -1);
+    lua_setglobal(L, "device");
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kLibraryEnvironmentKey);
+    lua_insert(L, -2);
+    lua_setfield(L, -2, "device");
+    lua_pop(L, 1);
+}
+
+// Makes the string metatable the value on top of the stack, and pops it.
+void SetStringMetatable(lua_State* L) {
+    lua_pushliteral(L, "");
+    lua_insert(L, -2);
+    lua_setmetatable(L, -2);
+    lua_pop(L, 1);
+}
+
+// The host's debug hook and string metatable, put aside for the library's call.
+class HostSurroundings {
+public:
+    explicit HostSurroundings(lua_State* L)
+        : m_lua(L),
+          m_hook(lua_gethook(L)),
+          m_mask(lua_gethookmask(L)),
+          m_count(lua_gethookcount(L)) {
+        lua_pushliteral(L, "");
+        if (lua_getmetatable(L, -1) == 0) {
+            lua_pushnil(L);
+        }
+        m_string_metatable = luaL_ref(L, LUA_REGISTRYINDEX);
+        lua_pop(L, 1);
+        lua_sethook(L, nullptr, 0, 0);
+        lua_rawgetp(L, LUA_REGISTRYINDEX, &kLibraryStringMetatableKey);
+        SetStringMetatable(L);
+    }
+    ~HostSurroundings() {
+        lua_rawgeti(m_lua, LUA_REGISTRYINDEX, m_string_metatable);
+        SetStringMetatable(m_lua);
+        luaL_unref(m_lua, LUA_REGISTRYINDEX, m_string_metatable);
+        lua_sethook(m_lua, m_hook, m_mask, m_count);
+    }
+    HostSurroundings(const HostSurroundings&) = delete;
+    HostSurroundings& operator=(const HostSurroundings&) = delete;
+
+private:
+    lua_State* m_lua;
+    lua_Hook m_hook;
+    int m_mask;
+    int m_count;
+    int m_string_metatable = LUA_NOREF;
+};
 
 }  // namespace
 
@@ -69,6 +180,9 @@ LuaState::LuaState() : m_state(luaL_newstate()) {
     }
     if (const auto ec = usb::vendor_cmd::AddLuaBindings(L)) {
         OVEX_LOG_EC(log::kError, "Failed to add vendor commands bindings to Lua state: %s: %s", ec);
+    }
+    if (const auto ec = lua::bind::RunProtected(L, &KeepLibraryEnvironment)) {
+        throw std::system_error(ec, "Failed to keep the library's Lua environment");
     }
 }
 
@@ -102,15 +216,33 @@ std::error_code LuaState::ShareDevice(std::shared_ptr<usb::device::UsbDevice> de
     }
     lua_State* L = m_state.get();
     usb::device::PushSharedDevice(L, std::move(device));
-    lua_setglobal(L, "device");
+    SetDevice(L);
     return {};
 }
 
 std::error_code LuaState::ReleaseDevice() {
     lua_State* L = m_state.get();
     lua_pushnil(L);
-    lua_setglobal(L, "device");
+    SetDevice(L);
     return {};
+}
+
+int LuaState::LoadLibraryScript(std::string_view name, std::string_view text) {
+    lua_State* L = m_state.get();
+    std::string chunk_name(1, '=');
+    chunk_name.append(name);
+    const int status = luaL_loadbufferx(L, text.data(), text.size(), chunk_name.c_str(), "t");
+    if (status == LUA_OK) {
+        // A main chunk's one upvalue is its _ENV.
+        lua_rawgetp(L, LUA_REGISTRYINDEX, &kLibraryEnvironmentKey);
+        lua_setupvalue(L, -2, 1);
+    }
+    return status;
+}
+
+int LuaState::CallLibraryFunction(lua_State* L, int nargs, int nresults) {
+    const HostSurroundings aside(L);
+    return lua_pcall(L, nargs, nresults, 0);
 }
 
 }  // namespace ovex::sdk

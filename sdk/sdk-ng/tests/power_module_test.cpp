@@ -41,14 +41,18 @@ return {
 }
 )lua";
 
+// The unit scripts run in the library's environment, so the tests set and read its globals.
 class PowerModuleTest : public ::testing::Test {
 protected:
-    void Run(const std::string& text) { ASSERT_FALSE(m_lua.ExecuteScript(text.c_str())); }
+    void Run(const std::string& text) {
+        ASSERT_EQ(m_lua.LoadLibraryScript("setup", text), LUA_OK);
+        ASSERT_EQ(LuaState::CallLibraryFunction(m_lua.Raw(), 0, 0), LUA_OK);
+    }
 
     long long Global(const char* path) {
         lua_State* lua = m_lua.Raw();
-        const std::string expression = std::string("return ") + path;
-        EXPECT_EQ(luaL_dostring(lua, expression.c_str()), LUA_OK);
+        EXPECT_EQ(m_lua.LoadLibraryScript("read", std::string("return ") + path), LUA_OK);
+        EXPECT_EQ(LuaState::CallLibraryFunction(lua, 0, 1), LUA_OK);
         const auto value = lua_tointeger(lua, -1);
         lua_pop(lua, 1);
         return value;

@@ -54,11 +54,8 @@ PowerModule::PowerModule(std::string_view script_name, std::string_view script_t
       m_name(std::move(unit_name)) {
     {
         StackGuard guard(m_lua);
-        std::string chunk_name(1, '=');
-        chunk_name.append(script_name);
-        if (luaL_loadbufferx(m_lua, script_text.data(), script_text.size(), chunk_name.c_str(),
-                             "t") != LUA_OK ||
-            lua_pcall(m_lua, 0, 1, 0) != LUA_OK) {
+        if (lua.LoadLibraryScript(script_name, script_text) != LUA_OK ||
+            LuaState::CallLibraryFunction(m_lua, 0, 1) != LUA_OK) {
             throw lua::bind::Error(ErrorText(m_lua));
         }
         OVEX_CHECK(lua_istable(m_lua, -1), "BUG: Lua script did not return a valid table.");
@@ -100,7 +97,7 @@ std::error_code PowerModule::CallScriptFunction(int function, const char* functi
         return std::make_error_code(std::errc::invalid_argument);
     }
     lua_rawgeti(m_lua, LUA_REGISTRYINDEX, function);
-    if (lua_pcall(m_lua, 0, 1, 0) != LUA_OK) {
+    if (LuaState::CallLibraryFunction(m_lua, 0, 1) != LUA_OK) {
         OVEX_LOG_ERROR("BUG: The script function '%s' failed: %s", function_name,
                        ErrorText(m_lua).c_str());
         return std::make_error_code(std::errc::invalid_argument);
@@ -132,7 +129,7 @@ std::error_code PowerModule::PowerDown() {
 std::error_code PowerModule::IsPowered(bool& is_powered) {
     StackGuard guard(m_lua);
     lua_rawgeti(m_lua, LUA_REGISTRYINDEX, m_is_unit_powered);
-    if (lua_pcall(m_lua, 0, 1, 0) != LUA_OK) {
+    if (LuaState::CallLibraryFunction(m_lua, 0, 1) != LUA_OK) {
         OVEX_LOG_ERROR(
             "BUG: The power state check function failed to execute for power module '%s'.",
             m_name.c_str());
