@@ -4,6 +4,10 @@
 
 #include <lua.hpp>
 
+namespace ovex::lua::core {
+class StopRequest;
+}
+
 namespace ovex::lua::core::detail {
 
 // Pushes the Log table; installs the exception handler that logs.
@@ -16,5 +20,10 @@ void AddErrorCodes(lua_State* L, int std_table);  // Errc, make_error_code, Erro
 void AddMemSlab(lua_State* L, int std_table);
 void AddByteSpan(lua_State* L, int std_table);
 void AddBitmanip(lua_State* L, int std_table);
+
+// The request that SetStopRequest gave the state, or null.
+StopRequest* StopRequestOf(lua_State* L);
+// Raises the Lua error of a stop, naming the function at stack `level` (0 is the running one).
+int RaiseForcedExit(lua_State* L, int level);
 
 }  // namespace ovex::lua::core::detail

@@ -7,6 +7,7 @@
 #include "ovex/lua/bind/function.hpp"
 #include "ovex/lua/bind/userdata.hpp"
 #include "ovex/lua/core/lua_core.hpp"
+#include "ovex/lua/core/script_stop.hpp"
 #include "ovex/lua/core/wait_limits.hpp"
 
 namespace ovex::lua::core {
@@ -25,7 +26,12 @@ void Sleep(lua_State* L, double seconds) {
         (*sleeper)(duration);
         return;
     }
-    std::this_thread::sleep_for(duration);
+    StopRequest* stop = detail::StopRequestOf(L);
+    if (stop == nullptr) {
+        std::this_thread::sleep_for(duration);
+    } else if (stop->WaitFor(duration)) {
+        detail::RaiseForcedExit(L, 1);
+    }
 }
 
 }  // namespace

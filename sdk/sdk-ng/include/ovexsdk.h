@@ -126,6 +126,16 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_log_set_cb(ovexsdk_dev_ctx* ctx, ovexsdk_lo
  * code: the debug library and binary chunks can corrupt the process. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_script_execute(ovexsdk_dev_ctx* ctx, const char* text);
 
+/* Stops the script that ovexsdk_script_execute runs on this context in another thread: Lua code
+ * ends within a few thousand instructions, a wait in Std.sleep at once, a request to the board
+ * once it is answered or timed out. That ovexsdk_script_execute returns OVEXSDK_ERR_INVALID and
+ * logs "Script stopped at the host's request: " with where the script was. Without a running
+ * script the call does nothing, so the next script runs normally; the library's power sequences
+ * are never stopped. A script that installs a debug hook of its own stops only in Std.sleep.
+ * Safe from any thread at any time between ovexsdk_ctx_create and ovexsdk_ctx_release; returns
+ * OVEXSDK_OK. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_script_stop(ovexsdk_dev_ctx* ctx);
+
 #ifdef __cplusplus
 }
 #endif

@@ -27,6 +27,16 @@ ovexsdk_err_code ScriptExecute(Context& context, const char* text) {
     return context.Lua()->ExecuteScript(text) ? OVEXSDK_ERR_INVALID : OVEXSDK_OK;
 }
 
+ovexsdk_err_code ScriptStop(Context& context) {
+    if (LogMissingLua(context)) {
+        return OVEXSDK_ERR_FAILED;
+    }
+    if (!context.Lua()->RequestStop()) {
+        OVEX_LOG_DEBUG("No script is running, there is none to stop.");
+    }
+    return OVEXSDK_OK;
+}
+
 ovexsdk_err_code GetScriptState(Context& context, void** state) {
     if (LogInvalidPointer(state, "state")) {
         return OVEXSDK_ERR_INVALID;
@@ -49,4 +59,8 @@ ovexsdk_err_code ovexsdk_get_script_state(ovexsdk_dev_ctx* ctx, void** state) {
 extern "C" OVEXSDK_API ovexsdk_err_code ovexsdk_script_execute(ovexsdk_dev_ctx* ctx,
                                                                const char* text) {
     return OVEXSDK_FRAME(&ovex::sdk::ScriptExecute, ctx, text);
+}
+
+extern "C" OVEXSDK_API ovexsdk_err_code ovexsdk_script_stop(ovexsdk_dev_ctx* ctx) {
+    return OVEXSDK_FRAME(&ovex::sdk::ScriptStop, ctx);
 }

@@ -9,6 +9,7 @@
 #include "ovex/log/log.hpp"
 #include "ovex/lua/bind/state.hpp"
 #include "ovex/lua/core/lua_core.hpp"
+#include "ovex/lua/core/script_stop.hpp"
 #include "ovex/usb/lua_bindings.hpp"
 #include "ovex/vendor_cmd/lua_bindings.hpp"
 
@@ -157,7 +158,8 @@ void LuaState::Closer::operator()(lua_State* state) const noexcept {
     lua_close(state);
 }
 
-LuaState::LuaState() : m_state(luaL_newstate()) {
+LuaState::LuaState()
+    : m_stop(std::make_shared<lua::core::StopRequest>()), m_state(luaL_newstate()) {
     lua_State* L = m_state.get();
     if (L == nullptr) {
         throw std::bad_alloc();
@@ -181,6 +183,7 @@ LuaState::LuaState() : m_state(luaL_newstate()) {
     if (const auto ec = usb::vendor_cmd::AddLuaBindings(L)) {
         OVEX_LOG_EC(log::kError, "Failed to add vendor commands bindings to Lua state: %s: %s", ec);
     }
+    lua::core::SetStopRequest(L, m_stop);
     if (const auto ec = lua::bind::RunProtected(L, &KeepLibraryEnvironment)) {
         throw std::system_error(ec, "Failed to keep the library's Lua environment");
     }
@@ -195,18 +198,38 @@ std::error_code LuaState::ExecuteScript(const char* text) {
     }
     lua_State* L = m_state.get();
     const int top = lua_gettop(L);
-    int status = lua::bind::LoadChunk(L, text);
-    if (status == LUA_OK) {
-        status = lua::bind::ProtectedCall(L, 0, LUA_MULTRET);
+    int status = LUA_OK;
+    bool stopped = false;
+    {
+        const lua::core::StoppableRun run(L);
+        status = lua::bind::LoadChunk(L, text);
+        if (status == LUA_OK) {
+            status = lua::bind::ProtectedCall(L, 0, LUA_MULTRET);
+        }
+        stopped = status != LUA_OK && run.Stopped();
     }
+    std::error_code result;
     if (status != LUA_OK) {
-        const char* trace = lua_tostring(L, -1);
-        OVEX_LOG_ERROR("Execution of script failed, stack trace as follows:");
-        OVEX_LOG_ERROR("%s", trace != nullptr ? trace : "(no error message)");
+        const char* message = lua_tostring(L, -1);
+        const std::string error = message != nullptr ? message : "(no error message)";
+        if (stopped) {
+            // The first line says where the script was; the traceback adds nothing to it.
+            OVEX_LOG_WARN("Script stopped at the host's request: %s",
+                          error.substr(0, error.find('\n')).c_str());
+            result = std::make_error_code(std::errc::operation_canceled);
+        } else {
+            OVEX_LOG_ERROR("Execution of script failed, stack trace as follows:");
+            OVEX_LOG_ERROR("%s", error.c_str());
+            result = std::make_error_code(std::errc::invalid_argument);
+        }
     }
     // The chunk's results, or the error, are dropped.
     lua_settop(L, top);
-    return status == LUA_OK ? std::error_code{} : std::make_error_code(std::errc::invalid_argument);
+    return result;
+}
+
+bool LuaState::RequestStop() {
+    return m_stop->Raise();
 }
 
 std::error_code LuaState::ShareDevice(std::shared_ptr<usb::device::UsbDevice> device) {

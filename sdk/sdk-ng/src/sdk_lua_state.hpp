@@ -6,6 +6,10 @@
 
 struct lua_State;
 
+namespace ovex::lua::core {
+class StopRequest;
+}
+
 namespace ovex::usb::device {
 class UsbDevice;
 }
@@ -21,7 +25,7 @@ namespace ovex::sdk {
 // hook and with the original string metatable. So a host script that sets `device` or `Std` to
 // nil, or replaces the string metatable, changes what host scripts see and nothing else.
 //
-// Not thread-safe: its owner runs it from one thread at a time.
+// Not thread-safe: its owner runs it from one thread at a time; RequestStop is the exception.
 class LuaState {
 public:
     // Failures to add a table are logged; the state then lacks that table. Throws when the
@@ -33,8 +37,13 @@ public:
     LuaState& operator=(const LuaState&) = delete;
 
     // Runs the text in the global environment. An empty text, a syntax error and a run-time
-    // error give invalid_argument; the last two log the traceback. The stack is left as it was.
+    // error give invalid_argument; the last two log the traceback. A script stopped through
+    // RequestStop gives operation_canceled. The stack is left as it was.
     std::error_code ExecuteScript(const char* text);
+
+    // Any thread: stops the script that ExecuteScript runs now, at its next instruction check
+    // or at once in Std.sleep. Answers false, and does nothing, when no script runs.
+    bool RequestStop();
 
     // Sets the global `device` to a userdata that shares the ownership of the device, so that a
     // script keeps it alive as long as it holds it; invalid_argument for an empty owner.
@@ -56,6 +65,7 @@ private:
     struct Closer {
         void operator()(lua_State* state) const noexcept;
     };
+    std::shared_ptr<lua::core::StopRequest> m_stop;
     std::unique_ptr<lua_State, Closer> m_state;
 };
 

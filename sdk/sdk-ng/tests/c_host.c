@@ -28,7 +28,8 @@ int main(void) {
     expect(ovexsdk_ctx_create(&ctx, "usb:ix:0") == OVEXSDK_OK, "context created");
     expect(ovexsdk_dev_open(&ctx) == OVEXSDK_ERR_NO_DEVICE, "no board");
     expect(ovexsdk_dev_power_up(&ctx) == OVEXSDK_ERR_NO_DEVICE, "no device to power");
+    expect(ovexsdk_script_stop(&ctx) == OVEXSDK_OK, "no script to stop");
     expect(ovexsdk_ctx_release(&ctx) == OVEXSDK_OK, "context released");
-    printf("%d passed, %d failed\n", 6 - failures, failures);
+    printf("%d passed, %d failed\n", 7 - failures, failures);
     return failures == 0 ? 0 : 1;
 }

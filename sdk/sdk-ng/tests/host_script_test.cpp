@@ -1,17 +1,26 @@
 // Host scripts through the exported interface beside the library's own power sequences, against
-// a virtual board: what a host script does to its surroundings stays its own.
+// a virtual board: what a host script does to its surroundings stays its own, and a host can
+// stop its script from another thread.
 
 #include <gtest/gtest.h>
 
 #include <lua.hpp>
 
+#include <semaphore>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/board_session.hpp"
 
 namespace ovex::sdk {
 namespace {
+
+// started(): releases the semaphore in upvalue 1, so the test knows the script runs.
+int Started(lua_State* L) {
+    static_cast<std::binary_semaphore*>(lua_touserdata(L, lua_upvalueindex(1)))->release();
+    return 0;
+}
 
 class HostScriptTest : public testing::BoardSession {
 protected:
@@ -70,6 +79,30 @@ TEST_F(HostScriptTest, PowerSequencesRunAsEverWhateverHostScriptsDidToTheirSurro
         expected.insert(expected.end(), cycle.begin(), cycle.end());
     }
     EXPECT_EQ(InOrder(expected), expected);
+}
+
+TEST_F(HostScriptTest, StopEndsTheRunningScriptFromAnotherThreadAndNothingElse) {
+    Create();
+    lua_State* L = State();
+    lua::core::SetSleeper(L, {});  // really wait
+    std::binary_semaphore started(0);
+    lua_pushlightuserdata(L, &started);
+    lua_pushcclosure(L, &Started, 1);
+    lua_setglobal(L, "started");
+
+    EXPECT_EQ(ovexsdk_script_stop(&m_ctx), OVEXSDK_OK) << "no script runs: nothing happens";
+    ovexsdk_err_code result = OVEXSDK_OK;
+    std::thread host([&] { result = Script("started() Std.sleep(86400)"); });
+    started.acquire();
+    EXPECT_EQ(ovexsdk_script_stop(&m_ctx), OVEXSDK_OK);
+    host.join();
+    EXPECT_EQ(result, OVEXSDK_ERR_INVALID);
+    EXPECT_EQ(Script("Std.sleep(0) done = true"), OVEXSDK_OK);
+    EXPECT_EQ(ovexsdk_script_stop(nullptr), OVEXSDK_ERR_INVALID);
+    Release();
+    EXPECT_EQ(HostLines("Script stopped at the host's request: forced exit detected while in "
+                        "function 'main chunk' at line 1."),
+              1u);
 }
 
 }  // namespace

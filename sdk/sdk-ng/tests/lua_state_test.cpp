@@ -3,8 +3,10 @@
 
 #include <lua.hpp>
 
+#include <semaphore>
 #include <string>
 #include <system_error>
+#include <thread>
 
 #include "ovex/lua/bind/messages.hpp"
 #include "sdk_lua_state.hpp"
@@ -19,6 +21,12 @@ using testing::LogCapture;
 using ::testing::StartsWith;
 
 constexpr char kFailed[] = "Execution of script failed, stack trace as follows:";
+
+// started(): releases the semaphore in upvalue 1, so the test knows the script runs.
+int Started(lua_State* L) {
+    static_cast<std::binary_semaphore*>(lua_touserdata(L, lua_upvalueindex(1)))->release();
+    return 0;
+}
 
 class LuaStateTest : public ::testing::Test {
 protected:
@@ -93,6 +101,38 @@ TEST_F(LuaStateTest, NativeLibrariesCannotBeLoadedToReachTheClosedOnes) {
     // Lua's own shared library holds the opener of `os`.
     EXPECT_EQ(m_lua.ExecuteScript("local os = require('os')"), std::errc::invalid_argument);
     EXPECT_THAT(FailureTrace(), HasSubstr("module 'os' not found"));
+}
+
+TEST_F(LuaStateTest, StopEndsTheRunningScriptWhereverItIsAndOnlyThatScript) {
+    std::binary_semaphore started(0);
+    lua_pushlightuserdata(m_lua.Raw(), &started);
+    lua_pushcclosure(m_lua.Raw(), &Started, 1);
+    lua_setglobal(m_lua.Raw(), "started");
+    EXPECT_FALSE(m_lua.RequestStop()) << "no script runs";
+
+    for (const char* script : {
+             "started() while true do end",
+             // Catching the stop's error doesn't help: the next instruction raises it again.
+             "started() while true do pcall(function() while true do end end) end",
+             "started() Std.sleep(86400)",
+         }) {
+        SCOPED_TRACE(script);
+        m_log.Clear();
+        std::error_code result;
+        std::thread runner([&] { result = m_lua.ExecuteScript(script); });
+        started.acquire();
+        EXPECT_TRUE(m_lua.RequestStop());
+        runner.join();
+        EXPECT_EQ(result, std::errc::operation_canceled);
+        EXPECT_THAT(m_log.Lines(),
+                    ::testing::ElementsAre(CapturedLine{
+                        log::kWarning,
+                        "Script stopped at the host's request: forced exit detected while in "
+                        "function 'main chunk' at line 1."}));
+    }
+    EXPECT_EQ(lua_gethook(m_lua.Raw()), nullptr);
+    EXPECT_FALSE(m_lua.ExecuteScript("local x = 0 for i = 1, 100000 do x = x + i end Std.sleep(0)"))
+        << "the next script runs to its end";
 }
 
 TEST_F(LuaStateTest, ResultsAreDroppedAndDeviceIsReleased) {
