@@ -1,6 +1,7 @@
 #include "ovex/usb/async_state.hpp"
 
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 #include "ovex/usb/usb_endpoint.hpp"
 #include "thread_mgmt/thread_mgmt.hpp"
 
@@ -17,9 +18,12 @@ UsbResult Collect(const std::shared_ptr<TransferEndless>& transfer, UsbEndpoint*
     if (!transfer->EndpointReleased()) {
         endpoint->Complete(transfer);
     }
-    OVEX_LOG_DEBUG("Perpetual transfer n.%d - %s: %s, received: %llu bytes.", result.id,
-                   result.error.category().name(), result.error.message().c_str(),
-                   static_cast<unsigned long long>(result.bytes));
+    // Collection runs in a destructor too; the result must not be lost for a line.
+    impl::LogOrDrop([&] {
+        OVEX_LOG_DEBUG("Perpetual transfer n.%d - %s: %s, received: %llu bytes.", result.id,
+                       result.error.category().name(), result.error.message().c_str(),
+                       static_cast<unsigned long long>(result.bytes));
+    });
     return result;
 }
 
@@ -51,16 +55,22 @@ AsyncState::~AsyncState() {
 }
 
 std::error_code AsyncState::Abort() {
-    OVEX_LOG_DEBUG("Perpetual transfer n.%d - async state requested abort.", m_transfer->Id());
+    impl::LogOrDrop([this] {
+        OVEX_LOG_DEBUG("Perpetual transfer n.%d - async state requested abort.", m_transfer->Id());
+    });
     return m_transfer->Abort();
 }
 
 std::future<UsbResult> AsyncState::Future() {
+    auto future =
+        std::async(std::launch::async, [transfer = m_transfer, endpoint = BaseOf(m_endpoint)] {
+            // Naming logs a line; without memory for it the task collects unnamed.
+            impl::LogOrDrop([] { (void)thread::SetName("ResultAwait"); });
+            return Collect(transfer, endpoint);
+        });
+    // Only now is someone collecting: a task that could not start leaves it to the destructor.
     m_collected = true;
-    return std::async(std::launch::async, [transfer = m_transfer, endpoint = BaseOf(m_endpoint)] {
-        (void)thread::SetName("ResultAwait");
-        return Collect(transfer, endpoint);
-    });
+    return future;
 }
 
 }  // namespace ovex::usb::device

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 
 namespace ovex::usb::device::impl {
 namespace {
@@ -58,13 +59,16 @@ std::error_code EventHandler::RemoveDevice(libusb_device_handle* handle) {
 }
 
 void EventHandler::Run(std::stop_token token, std::size_t number) {
-    OVEX_LOG_INFO("USB event handler n.%zu started.", number);
+    // Nothing may leave the thread's body: a line that cannot be formed is dropped.
+    LogOrDrop([number] { OVEX_LOG_INFO("USB event handler n.%zu started.", number); });
     while (!token.stop_requested()) {
         if (const int result = libusb_handle_events(m_context.get()); result != 0) {
-            OVEX_LOG_ERROR("Failed to process USB events: %s.", libusb_strerror(result));
+            LogOrDrop([result] {
+                OVEX_LOG_ERROR("Failed to process USB events: %s.", libusb_strerror(result));
+            });
         }
     }
-    OVEX_LOG_INFO("USB event handler n.%zu terminated.", number);
+    LogOrDrop([number] { OVEX_LOG_INFO("USB event handler n.%zu terminated.", number); });
 }
 
 }  // namespace ovex::usb::device::impl

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 #include "ovex/usb/timeout.hpp"
 #include "ovex/usb/usb_error.hpp"
 
@@ -92,16 +93,20 @@ void Transfer::OnCompleted(libusb_transfer* transfer) {
 
 void Transfer::Completed(libusb_transfer* transfer) {
     const std::error_code error = error::MakeTransferError(transfer->status);
-    if (error) {
-        OVEX_LOG_DEBUG("Transfer n.%d completed abnormally: %s.", m_id, error.message().c_str());
-    }
-    if (transfer->status == LIBUSB_TRANSFER_COMPLETED ||
-        transfer->status == LIBUSB_TRANSFER_TIMED_OUT) {
-        const int requested =
-            transfer->length - (IsControl(transfer) ? LIBUSB_CONTROL_SETUP_SIZE : 0);
-        OVEX_LOG_DEBUG("Transfer n.%d completed with %d of %d bytes of data.", m_id,
-                       transfer->actual_length, requested);
-    }
+    // The result is published even if these lines cannot be formed: the caller waits for it.
+    impl::LogOrDrop([&] {
+        if (error) {
+            OVEX_LOG_DEBUG("Transfer n.%d completed abnormally: %s.", m_id,
+                           error.message().c_str());
+        }
+        if (transfer->status == LIBUSB_TRANSFER_COMPLETED ||
+            transfer->status == LIBUSB_TRANSFER_TIMED_OUT) {
+            const int requested =
+                transfer->length - (IsControl(transfer) ? LIBUSB_CONTROL_SETUP_SIZE : 0);
+            OVEX_LOG_DEBUG("Transfer n.%d completed with %d of %d bytes of data.", m_id,
+                           transfer->actual_length, requested);
+        }
+    });
     // The waiter may destroy this object as soon as it sees the flag: set it under the mutex, which
     // the waiter takes before it returns.
     std::lock_guard lock(m_mutex);
@@ -145,9 +150,12 @@ std::error_code Transfer::Abort() {
     m_ready.wait(false, std::memory_order_acquire);
     std::lock_guard lock(m_mutex);
     if (m_status != LIBUSB_TRANSFER_CANCELLED) {
-        OVEX_LOG_WARN(
-            "Expected transfer n.%d to terminate with cancellation, but got '%s' instead.", m_id,
-            m_result.error.message().c_str());
+        // Termination runs in destructors: nothing may leave.
+        impl::LogOrDrop([this] {
+            OVEX_LOG_WARN(
+                "Expected transfer n.%d to terminate with cancellation, but got '%s' instead.",
+                m_id, m_result.error.message().c_str());
+        });
     }
     return {};
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 #include "ovex/usb/timeout.hpp"
 #include "ovex/usb/usb_error.hpp"
 
@@ -32,8 +33,10 @@ TransferEndless::TransferEndless(impl::TransferHandler& handler,
 
 TransferEndless::~TransferEndless() {
     if (const auto error = AbortAndWait()) {
-        OVEX_LOG_ERROR("Failed to abort perpetual transfer n.%d - %s: %s.", m_id,
-                       error.category().name(), error.message().c_str());
+        impl::LogOrDrop([&] {
+            OVEX_LOG_ERROR("Failed to abort perpetual transfer n.%d - %s: %s.", m_id,
+                           error.category().name(), error.message().c_str());
+        });
     }
 }
 
@@ -115,44 +118,58 @@ void TransferEndless::OnCompleted(libusb_transfer* transfer) {
 }
 
 void TransferEndless::Completed(libusb_transfer* transfer) {
-    const void* address = transfer;
+    // The stream's bookkeeping goes on even if the line cannot be formed.
+    impl::LogOrDrop([&] { LogCompletion(transfer); });
     switch (transfer->status) {
         case LIBUSB_TRANSFER_COMPLETED:
+        case LIBUSB_TRANSFER_TIMED_OUT:
+        case LIBUSB_TRANSFER_OVERFLOW:
             DataPath(transfer);
             break;
         case LIBUSB_TRANSFER_ERROR:
-            OVEX_LOG_ERROR("Perpetual transfer n.%d - libusb transfer %p failed.", m_id, address);
+        case LIBUSB_TRANSFER_STALL:
+        case LIBUSB_TRANSFER_NO_DEVICE:
             FailurePath(transfer, transfer->status);
-            break;
-        case LIBUSB_TRANSFER_TIMED_OUT:
-            OVEX_LOG_WARN("Perpetual transfer n.%d - libusb transfer %p timed-out with %d bytes.",
-                          m_id, address, transfer->actual_length);
-            DataPath(transfer);
             break;
         case LIBUSB_TRANSFER_CANCELLED:
             Release(transfer);
             break;
+        default:
+            break;
+    }
+    FinishIfDrained();
+}
+
+void TransferEndless::LogCompletion(const libusb_transfer* transfer) const {
+    const void* address = transfer;
+    switch (transfer->status) {
+        case LIBUSB_TRANSFER_COMPLETED:
+        case LIBUSB_TRANSFER_CANCELLED:
+            break;
+        case LIBUSB_TRANSFER_ERROR:
+            OVEX_LOG_ERROR("Perpetual transfer n.%d - libusb transfer %p failed.", m_id, address);
+            break;
+        case LIBUSB_TRANSFER_TIMED_OUT:
+            OVEX_LOG_WARN("Perpetual transfer n.%d - libusb transfer %p timed-out with %d bytes.",
+                          m_id, address, transfer->actual_length);
+            break;
         case LIBUSB_TRANSFER_STALL:
             OVEX_LOG_ERROR("Perpetual transfer n.%d - libusb transfer %p stalled.", m_id, address);
-            FailurePath(transfer, transfer->status);
             break;
         case LIBUSB_TRANSFER_NO_DEVICE:
             OVEX_LOG_ERROR("Perpetual transfer n.%d - device was disconnected.", m_id);
-            FailurePath(transfer, transfer->status);
             break;
         case LIBUSB_TRANSFER_OVERFLOW:
             OVEX_LOG_ERROR(
                 "Perpetual transfer n.%d - device sent more data than requested to libusb transfer "
                 "%p.",
                 m_id, address);
-            DataPath(transfer);
             break;
         default:
             OVEX_LOG_ERROR("BUG: Unhandled transfer status %d.",
                            static_cast<int>(transfer->status));
             break;
     }
-    FinishIfDrained();
 }
 
 void TransferEndless::FinishIfDrained() {
@@ -180,12 +197,15 @@ void TransferEndless::DataPath(libusb_transfer* transfer) {
 void TransferEndless::Resubmit(libusb_transfer* transfer) {
     const XferBuffer next = m_producer->Acquire(m_size);
     if (next.buffer == nullptr) {
-        OVEX_LOG_DEBUG("Perpetual transfer n.%d - no buffers available.", m_id);
+        impl::LogOrDrop(
+            [this] { OVEX_LOG_DEBUG("Perpetual transfer n.%d - no buffers available.", m_id); });
         FailurePath(transfer, LIBUSB_TRANSFER_COMPLETED);
         return;
     }
     if (m_result.error) {
-        OVEX_LOG_DEBUG("Perpetual transfer n.%d has an error, resubmit skipped.", m_id);
+        impl::LogOrDrop([this] {
+            OVEX_LOG_DEBUG("Perpetual transfer n.%d has an error, resubmit skipped.", m_id);
+        });
         m_producer->Release(next);
         Release(transfer);
         return;
@@ -194,10 +214,12 @@ void TransferEndless::Resubmit(libusb_transfer* transfer) {
     transfer->buffer = next.buffer;
     transfer->length = static_cast<int>(next.size);
     if (const int result = libusb_submit_transfer(transfer); result != 0) {
-        const auto error = error::MakeLibusbError(result);
-        OVEX_LOG_ERROR(
-            "Failed to re-submit libusb transfer %p from perpetual transfer n.%d. Reason - %s: %s.",
-            static_cast<void*>(transfer), m_id, error.category().name(), error.message().c_str());
+        impl::LogOrDrop([&] {
+            OVEX_LOG_EC(log::kError,
+                        "Failed to re-submit libusb transfer %p from perpetual transfer n.%d. "
+                        "Reason - %s: %s.",
+                        error::MakeLibusbError(result), static_cast<void*>(transfer), m_id);
+        });
         FailurePath(transfer, result == LIBUSB_ERROR_NO_DEVICE ? LIBUSB_TRANSFER_NO_DEVICE
                                                                : LIBUSB_TRANSFER_ERROR);
     }
@@ -210,16 +232,22 @@ void TransferEndless::FailurePath(libusb_transfer* transfer, int status) {
         if (!m_result.error) {
             m_result.error = error;
         } else if (m_result.error != error) {
-            OVEX_LOG_WARN("Perpetual transfer n.%d encountered additional error - %s: %s.", m_id,
-                          error.category().name(), error.message().c_str());
+            impl::LogOrDrop([&] {
+                OVEX_LOG_EC(log::kWarning,
+                            "Perpetual transfer n.%d encountered additional error - %s: %s.", error,
+                            m_id);
+            });
         }
     }
     Release(transfer);
     // Even on a disconnect the others are cancelled: a transfer that the host controller took
     // just before the device went may otherwise never be given back.
     const CancelOutcome outcome = CancelAll();
-    OVEX_LOG_DEBUG("Cancelled %d libusb remaining libusb transfers from perpetual transfer n.%d.",
-                   outcome.cancelled, m_id);
+    impl::LogOrDrop([&] {
+        OVEX_LOG_DEBUG(
+            "Cancelled %d libusb remaining libusb transfers from perpetual transfer n.%d.",
+            outcome.cancelled, m_id);
+    });
 }
 
 void TransferEndless::Release(libusb_transfer* transfer) {
@@ -243,17 +271,21 @@ TransferEndless::CancelOutcome TransferEndless::CancelAll() {
             ++outcome.cancelled;
             continue;
         }
-        OVEX_LOG_ERROR("Failed to cancel libusb transfer n.%zu for perpetual transfer n.%d.", index,
-                       m_id);
+        impl::LogOrDrop([&] {
+            OVEX_LOG_ERROR("Failed to cancel libusb transfer n.%zu for perpetual transfer n.%d.",
+                           index, m_id);
+        });
         if (!outcome.error) {
             outcome.error = error::MakeLibusbError(result);
         }
     }
     if (outcome.error) {
-        OVEX_LOG_ERROR(
-            "Failed to cancel remaining libusb transfers from perpetual transfer n.%d. Reason - "
-            "%s: %s.",
-            m_id, outcome.error.category().name(), outcome.error.message().c_str());
+        impl::LogOrDrop([&] {
+            OVEX_LOG_EC(log::kError,
+                        "Failed to cancel remaining libusb transfers from perpetual transfer n.%d. "
+                        "Reason - %s: %s.",
+                        outcome.error, m_id);
+        });
     }
     return outcome;
 }
@@ -269,10 +301,12 @@ std::error_code TransferEndless::AbortAndWait() {
         std::lock_guard lock(m_mutex);
         m_finished.clear(std::memory_order_relaxed);
         if (m_result.error && m_result.error != std::errc::operation_canceled) {
-            OVEX_LOG_WARN(
-                "Expected perpetual transfer n.%d to terminate with cancellation, but got '%s' "
-                "instead.",
-                m_id, m_result.error.message().c_str());
+            impl::LogOrDrop([this] {
+                OVEX_LOG_WARN(
+                    "Expected perpetual transfer n.%d to terminate with cancellation, but got "
+                    "'%s' instead.",
+                    m_id, m_result.error.message().c_str());
+            });
         }
     }
     return outcome.error;

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 
 namespace ovex::usb::device::impl {
 namespace {
@@ -35,7 +36,8 @@ void TransferHandler::Push(libusb_transfer* transfer, Handler handler) {
 }
 
 void TransferHandler::Run(std::stop_token token) {
-    OVEX_LOG_DEBUG("Transfer handler started.");
+    // Nothing may leave the thread's body, and a lost line must not stop the completions.
+    LogOrDrop([] { OVEX_LOG_DEBUG("Transfer handler started."); });
     for (;;) {
         m_queued.acquire();
         std::pair<libusb_transfer*, Handler> item{};
@@ -44,22 +46,29 @@ void TransferHandler::Run(std::stop_token token) {
             try {
                 item.second(item.first);
             } catch (const std::exception& error) {
-                OVEX_LOG_ERROR("Handler for transfer %p failed with and exception: %s.",
-                               static_cast<void*>(item.first), error.what());
+                LogOrDrop([&] {
+                    OVEX_LOG_ERROR("Handler for transfer %p failed with and exception: %s.",
+                                   static_cast<void*>(item.first), error.what());
+                });
             } catch (...) {
-                OVEX_LOG_ERROR("Handler for transfer %p failed with an unknown exception.",
-                               static_cast<void*>(item.first));
+                LogOrDrop([&] {
+                    OVEX_LOG_ERROR("Handler for transfer %p failed with an unknown exception.",
+                                   static_cast<void*>(item.first));
+                });
             }
         }
         // The owner's wake-up is the only empty item.
         if (item.first == nullptr && token.stop_requested()) {
             if (m_queue.peek() != nullptr) {
-                OVEX_LOG_ERROR("BUG: Callback queue for endpoint 0x%02X is not empty.", m_address);
+                LogOrDrop([this] {
+                    OVEX_LOG_ERROR("BUG: Callback queue for endpoint 0x%02X is not empty.",
+                                   m_address);
+                });
             }
             break;
         }
     }
-    OVEX_LOG_DEBUG("Transfer handler stopped.");
+    LogOrDrop([] { OVEX_LOG_DEBUG("Transfer handler stopped."); });
 }
 
 }  // namespace ovex::usb::device::impl

@@ -1,15 +1,18 @@
 #include "ovex/usb/impl/transfer_pool.hpp"
 
+#include <new>
+
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 
 namespace ovex::usb::device::impl {
 
 LibusbTransfer::~LibusbTransfer() {
     libusb_free_transfer(m_inner);
-    OVEX_LOG_DEBUG("Underlying %p released.", static_cast<void*>(m_inner));
+    LogOrDrop([this] { OVEX_LOG_DEBUG("Underlying %p released.", static_cast<void*>(m_inner)); });
 }
 
-void ReturnToPool::operator()(LibusbTransfer* transfer) const {
+void ReturnToPool::operator()(LibusbTransfer* transfer) const noexcept {
     if (const auto owner = pool.lock()) {
         owner->Return(transfer);
     } else {
@@ -23,14 +26,18 @@ std::shared_ptr<TransferPool> TransferPool::Create(std::uint8_t endpoint,
 }
 
 std::unique_ptr<LibusbTransfer> TransferPool::Make() const {
-    libusb_transfer* inner = libusb_alloc_transfer(0);
-    if (inner == nullptr) {
+    // Owned from the start, so that no failure below leaks it.
+    std::unique_ptr<libusb_transfer, void (*)(libusb_transfer*)> inner(libusb_alloc_transfer(0),
+                                                                       &libusb_free_transfer);
+    if (!inner) {
         OVEX_LOG_ERROR("Failed to allocate libusb transfer for endpoint 0x%02X.", m_endpoint);
         return nullptr;
     }
-    OVEX_LOG_DEBUG("Underlying %p for endpoint 0x%02X created.", static_cast<void*>(inner),
-                   m_endpoint);
-    return std::make_unique<LibusbTransfer>(inner);
+    auto transfer = std::make_unique<LibusbTransfer>(inner.get());
+    inner.release();
+    OVEX_LOG_DEBUG("Underlying %p for endpoint 0x%02X created.",
+                   static_cast<void*>(transfer->Get()), m_endpoint);
+    return transfer;
 }
 
 PooledTransfer TransferPool::Get() {
@@ -64,7 +71,7 @@ std::size_t TransferPool::FreeCount() const {
     return m_free.size();
 }
 
-void TransferPool::Return(LibusbTransfer* transfer) {
+void TransferPool::Return(LibusbTransfer* transfer) noexcept {
     if (transfer == nullptr) {
         return;
     }
@@ -77,8 +84,13 @@ void TransferPool::Return(LibusbTransfer* transfer) {
     inner->length = 0;
     inner->user_data = nullptr;
     inner->callback = nullptr;
+    std::unique_ptr<LibusbTransfer> owned(transfer);
     std::lock_guard lock(m_mutex);
-    m_free.emplace_back(transfer);
+    try {
+        m_free.push_back(std::move(owned));
+    } catch (const std::bad_alloc&) {
+        // No room to keep it: it is freed, outside the lock, and made again when needed.
+    }
 }
 
 }  // namespace ovex::usb::device::impl

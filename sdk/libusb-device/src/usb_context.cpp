@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 #include "ovex/usb/usb_error.hpp"
 
 namespace ovex::usb::device {
@@ -50,8 +51,11 @@ void LIBUSB_CALL OnLibusbLog(libusb_context*, libusb_log_level level, const char
     if (line == nullptr || !log::Admits(verbosity)) {
         return;
     }
-    const std::string text = impl::RewriteLibusbLine(line);
-    OVEX_LOG(verbosity, "libusb - %s", text.c_str());
+    // Called from C: nothing may leave.
+    impl::LogOrDrop([&] {
+        const std::string text = impl::RewriteLibusbLine(line);
+        OVEX_LOG(verbosity, "libusb - %s", text.c_str());
+    });
 }
 
 thread::ThreadParams DefaultParams() {

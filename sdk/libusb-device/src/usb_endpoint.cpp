@@ -1,6 +1,7 @@
 #include "ovex/usb/usb_endpoint.hpp"
 
 #include "ovex/log/log.hpp"
+#include "ovex/usb/impl/log_or_drop.hpp"
 #include "ovex/usb/timeout.hpp"
 #include "ovex/usb/usb_error.hpp"
 
@@ -71,8 +72,10 @@ UsbEndpoint::~UsbEndpoint() {
         if (const auto* one = std::get_if<std::shared_ptr<Transfer>>(&m_xfer); one && *one) {
             id = (*one)->Id();
         }
-        OVEX_LOG_ERROR("Failed to terminate transfer %d - %s: %s.", id, error.category().name(),
-                       error.message().c_str());
+        impl::LogOrDrop([&] {
+            OVEX_LOG_ERROR("Failed to terminate transfer %d - %s: %s.", id, error.category().name(),
+                           error.message().c_str());
+        });
     }
     m_pool.reset();
     m_handler.reset();
@@ -92,34 +95,46 @@ bool UsbEndpoint::AcquireBusy(double timeout) {
     return true;
 }
 
-std::shared_ptr<Transfer> UsbEndpoint::CreateTransfer(std::span<std::uint8_t> buffer,
-                                                      double timeout) {
+template <typename Make>
+auto UsbEndpoint::Occupy(double timeout, Make make) -> decltype(make()) {
     if (!AcquireBusy(timeout)) {
         return nullptr;
     }
-    std::lock_guard lock(m_mutex);
-    auto transfer = std::make_shared<Transfer>(*m_handler, m_pool, buffer);
-    m_xfer = transfer;
-    m_completed.clear();
-    return transfer;
+    try {
+        std::lock_guard lock(m_mutex);
+        auto transfer = make();
+        m_xfer = transfer;
+        m_completed.clear();
+        return transfer;
+    } catch (...) {
+        m_busy->Release();
+        throw;
+    }
+}
+
+std::error_code UsbEndpoint::OutOfMemory() const noexcept {
+    const auto error = std::make_error_code(std::errc::not_enough_memory);
+    impl::LogOrDrop([&] {
+        OVEX_LOG_EC(log::kError, "Transfer on endpoint 0x%02X failed - %s: %s.", error, m_address);
+    });
+    return error;
+}
+
+std::shared_ptr<Transfer> UsbEndpoint::CreateTransfer(std::span<std::uint8_t> buffer,
+                                                      double timeout) {
+    return Occupy(timeout, [&] { return std::make_shared<Transfer>(*m_handler, m_pool, buffer); });
 }
 
 std::shared_ptr<TransferEndless> UsbEndpoint::CreatePerpetual(std::uint32_t queue_size,
                                                               std::uint32_t size, bool resubmit,
                                                               double timeout) {
-    if (!AcquireBusy(timeout)) {
-        return nullptr;
-    }
-    m_pool->Reserve(queue_size);
-    std::lock_guard lock(m_mutex);
-    auto transfer =
-        std::make_shared<TransferEndless>(*m_handler, m_pool, queue_size, size, resubmit);
-    m_xfer = transfer;
-    m_completed.clear();
-    return transfer;
+    return Occupy(timeout, [&] {
+        m_pool->Reserve(queue_size);
+        return std::make_shared<TransferEndless>(*m_handler, m_pool, queue_size, size, resubmit);
+    });
 }
 
-void UsbEndpoint::Complete(const AnyTransfer& transfer) {
+void UsbEndpoint::Complete(const AnyTransfer& transfer) noexcept {
     std::lock_guard lock(m_mutex);
     const auto id_of = [](const AnyTransfer& any) -> std::int32_t {
         if (const auto* one = std::get_if<std::shared_ptr<Transfer>>(&any); one && *one) {
@@ -132,14 +147,17 @@ void UsbEndpoint::Complete(const AnyTransfer& transfer) {
         return 0;
     };
     if (id_of(transfer) == 0) {
-        OVEX_LOG_WARN("Attempted to complete invalid transfer.");
+        impl::LogOrDrop([] { OVEX_LOG_WARN("Attempted to complete invalid transfer."); });
         return;
     }
     if (std::holds_alternative<std::monostate>(m_xfer)) {
         // Termination has completed it already; its owner collects the result later.
         if (!m_completed.test()) {
-            OVEX_LOG_ERROR("BUG: Attempting to complete transfer n.%d which is already completed.",
-                           id_of(transfer));
+            impl::LogOrDrop([&] {
+                OVEX_LOG_ERROR(
+                    "BUG: Attempting to complete transfer n.%d which is already completed.",
+                    id_of(transfer));
+            });
         }
         return;
     }
@@ -190,25 +208,29 @@ PerpetualResult UsbEndpoint::ReadPerpetualOf(AsyncState::Endpoint self, std::uin
                        bulk ? "bulk" : "interrupt");
         return std::make_error_code(std::errc::invalid_argument);
     }
-    const auto transfer = CreatePerpetual(queue_size, size, true, timeout);
-    if (!transfer) {
-        return std::make_error_code(std::errc::device_or_resource_busy);
+    try {
+        const auto transfer = CreatePerpetual(queue_size, size, true, timeout);
+        if (!transfer) {
+            return std::make_error_code(std::errc::device_or_resource_busy);
+        }
+        CompletionGuard completion(*this, transfer);
+        OVEX_LOG_DEBUG(
+            "Created perpetual ingress %s transfer n.%d on endpoint 0x%02X - queue size: %d, "
+            "transfer size: %d bytes, timeout per transfer: %ums.",
+            bulk ? "bulk" : "interrupt", transfer->Id(), m_address, static_cast<int>(queue_size),
+            static_cast<int>(size), ToLibusbTimeout(timeout));
+        const auto error =
+            bulk ? transfer->SubmitBulk(m_handle, m_address, std::move(producer), timeout)
+                 : transfer->SubmitInterrupt(m_handle, m_address, std::move(producer), timeout);
+        if (error) {
+            OVEX_LOG_ERROR("Failed to submit perpetual transfer %d", transfer->Id());
+            return error;
+        }
+        completion.Keep();
+        return PerpetualResult(std::in_place_type<AsyncState>, transfer, self);
+    } catch (const std::bad_alloc&) {
+        return OutOfMemory();
     }
-    OVEX_LOG_DEBUG(
-        "Created perpetual ingress %s transfer n.%d on endpoint 0x%02X - queue size: %d, transfer "
-        "size: "
-        "%d bytes, timeout per transfer: %ums.",
-        bulk ? "bulk" : "interrupt", transfer->Id(), m_address, static_cast<int>(queue_size),
-        static_cast<int>(size), ToLibusbTimeout(timeout));
-    const auto error =
-        bulk ? transfer->SubmitBulk(m_handle, m_address, std::move(producer), timeout)
-             : transfer->SubmitInterrupt(m_handle, m_address, std::move(producer), timeout);
-    if (error) {
-        OVEX_LOG_ERROR("Failed to submit perpetual transfer %d", transfer->Id());
-        Complete(transfer);
-        return error;
-    }
-    return PerpetualResult(std::in_place_type<AsyncState>, transfer, self);
 }
 
 // Control endpoint

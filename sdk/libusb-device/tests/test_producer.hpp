@@ -2,10 +2,12 @@
 
 // A data consumer for perpetual transfers in tests: lends a fixed set of buffers, checks that
 // the delivered bytes continue the board's counting stream, and can run dry after n buffers.
+// Lending allocates nothing, so that it never fails where the transport's allocations are made
+// to fail.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -23,6 +25,7 @@ public:
         for (auto& buffer : m_storage) {
             m_free.push_back(buffer.data());
         }
+        m_lent.reserve(buffers);
     }
 
     XferBuffer Acquire(std::uint32_t size) override {
@@ -34,14 +37,14 @@ public:
         ++m_acquired;
         std::uint8_t* buffer = m_free.back();
         m_free.pop_back();
-        m_lent[buffer] = true;
+        m_lent.push_back(buffer);
         return {buffer, static_cast<std::uint32_t>(m_storage.front().size()), 0};
     }
 
     void Deliver(const XferBuffer& buffer) override {
         std::lock_guard lock(m_mutex);
         ++m_deliveries;
-        if (!m_lent.count(buffer.buffer)) {
+        if (std::find(m_lent.begin(), m_lent.end(), buffer.buffer) == m_lent.end()) {
             ++m_faults;
             return;
         }
@@ -69,10 +72,12 @@ public:
 
     void Release(const XferBuffer& buffer) override {
         std::lock_guard lock(m_mutex);
-        if (m_lent.erase(buffer.buffer) == 0) {
+        const auto lent = std::find(m_lent.begin(), m_lent.end(), buffer.buffer);
+        if (lent == m_lent.end()) {
             ++m_faults;  // released twice, or never lent
             return;
         }
+        m_lent.erase(lent);
         m_free.push_back(buffer.buffer);
     }
 
@@ -98,7 +103,7 @@ private:
     mutable std::mutex m_mutex;
     std::vector<std::vector<std::uint8_t>> m_storage;
     std::vector<std::uint8_t*> m_free;
-    std::map<std::uint8_t*, bool> m_lent;
+    std::vector<std::uint8_t*> m_lent;
     std::optional<std::size_t> m_acquire_limit;
     std::size_t m_acquired = 0;
     std::size_t m_deliveries = 0;

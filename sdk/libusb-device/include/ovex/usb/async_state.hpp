@@ -31,6 +31,7 @@ public:
     // Cancels every transfer in flight; returns at once.
     std::error_code Abort();
     // The result, once the last transfer has left and the endpoint is free again. Call once.
+    // Throws what starting the collecting task throws; the state then still collects by itself.
     std::future<UsbResult> Future();
 
 private:

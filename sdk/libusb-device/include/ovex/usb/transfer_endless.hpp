@@ -56,6 +56,7 @@ private:
     static void LIBUSB_CALL OnLibusbCallback(libusb_transfer* transfer);
     static void OnCompleted(libusb_transfer* transfer);
     void Completed(libusb_transfer* transfer);
+    void LogCompletion(const libusb_transfer* transfer) const;
     void DataPath(libusb_transfer* transfer);
     void Resubmit(libusb_transfer* transfer);
     void FailurePath(libusb_transfer* transfer, int status);

@@ -11,8 +11,10 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <span>
 #include <system_error>
+#include <utility>
 #include <variant>
 
 #include "ovex/log/log.hpp"
@@ -68,12 +70,34 @@ public:
     std::shared_ptr<TransferEndless> CreatePerpetual(std::uint32_t queue_size, std::uint32_t size,
                                                      bool resubmit, double timeout);
     // Ends a transfer of this endpoint and frees the endpoint.
-    void Complete(const AnyTransfer& transfer);
+    void Complete(const AnyTransfer& transfer) noexcept;
     // Aborts what runs and waits until it has been completed.
     std::error_code Terminate();
 
 protected:
-    // One synchronous transfer from creation to completion; `submit` starts it.
+    // Completes a transfer when the scope is left, by an exception too, unless it was kept
+    // running: no way out of a request leaves the endpoint busy.
+    class CompletionGuard {
+    public:
+        CompletionGuard(UsbEndpoint& endpoint, AnyTransfer transfer)
+            : m_endpoint(endpoint), m_transfer(std::move(transfer)) {}
+        ~CompletionGuard() {
+            if (!m_kept) {
+                m_endpoint.Complete(m_transfer);
+            }
+        }
+        CompletionGuard(const CompletionGuard&) = delete;
+        CompletionGuard& operator=(const CompletionGuard&) = delete;
+        void Keep() { m_kept = true; }
+
+    private:
+        UsbEndpoint& m_endpoint;
+        AnyTransfer m_transfer;
+        bool m_kept = false;
+    };
+
+    // One synchronous transfer from creation to completion; `submit` starts it. Memory that runs
+    // out on the way is the error `not_enough_memory`.
     template <typename Submit, typename Describe>
     std::error_code RunTransfer(std::span<std::uint8_t> buffer, double timeout,
                                 std::size_t* transferred, bool numbered_words, Describe describe,
@@ -83,6 +107,12 @@ protected:
                                     std::shared_ptr<IUsbDataProducer> producer, double timeout);
 
     bool AcquireBusy(double timeout);
+    // Takes the endpoint and stores the transfer that `make` builds; if that throws, the
+    // endpoint stays free.
+    template <typename Make>
+    auto Occupy(double timeout, Make make) -> decltype(make());
+    // Logs that a transfer of this endpoint ran out of memory; the error to answer.
+    std::error_code OutOfMemory() const noexcept;
 
     std::uint8_t m_address;
     std::uint16_t m_max_packet_size;
@@ -150,26 +180,29 @@ template <typename Submit, typename Describe>
 inline std::error_code UsbEndpoint::RunTransfer(std::span<std::uint8_t> buffer, double timeout,
                                                 std::size_t* transferred, bool numbered_words,
                                                 Describe describe, Submit submit) {
-    const auto transfer = CreateTransfer(buffer, timeout);
-    if (!transfer) {
-        return std::make_error_code(std::errc::device_or_resource_busy);
-    }
-    describe(*transfer);
-    if (const auto error = submit(*transfer)) {
-        if (numbered_words) {
-            OVEX_LOG_ERROR("Failed to submit transfer n.%d.", transfer->Id());
-        } else {
-            OVEX_LOG_ERROR("Failed to submit transfer %d.", transfer->Id());
+    try {
+        const auto transfer = CreateTransfer(buffer, timeout);
+        if (!transfer) {
+            return std::make_error_code(std::errc::device_or_resource_busy);
         }
-        Complete(transfer);
-        return error;
+        const CompletionGuard completion(*this, transfer);
+        describe(*transfer);
+        if (const auto error = submit(*transfer)) {
+            if (numbered_words) {
+                OVEX_LOG_ERROR("Failed to submit transfer n.%d.", transfer->Id());
+            } else {
+                OVEX_LOG_ERROR("Failed to submit transfer %d.", transfer->Id());
+            }
+            return error;
+        }
+        const UsbResult result = transfer->Wait();
+        if (transferred != nullptr) {
+            *transferred = static_cast<std::size_t>(result.bytes);
+        }
+        return result.error;
+    } catch (const std::bad_alloc&) {
+        return OutOfMemory();
     }
-    const UsbResult result = transfer->Wait();
-    Complete(transfer);
-    if (transferred != nullptr) {
-        *transferred = static_cast<std::size_t>(result.bytes);
-    }
-    return result.error;
 }
 
 }  // namespace ovex::usb::device

@@ -32,7 +32,7 @@ class TransferPool;
 
 struct ReturnToPool {
     std::weak_ptr<TransferPool> pool;
-    void operator()(LibusbTransfer* transfer) const;
+    void operator()(LibusbTransfer* transfer) const noexcept;
 };
 
 using PooledTransfer = std::unique_ptr<LibusbTransfer, ReturnToPool>;
@@ -54,7 +54,7 @@ private:
     TransferPool(std::uint8_t endpoint, std::shared_ptr<const void> context_owner)
         : m_context_owner(std::move(context_owner)), m_endpoint(endpoint) {}
     std::unique_ptr<LibusbTransfer> Make() const;
-    void Return(LibusbTransfer* transfer);
+    void Return(LibusbTransfer* transfer) noexcept;
     friend struct ReturnToPool;
 
     std::shared_ptr<const void> m_context_owner;  // declared first, released last
