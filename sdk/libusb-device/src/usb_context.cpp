@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstring>
+#include <mutex>
 #include <system_error>
 
 #include "ovex/log/log.hpp"
@@ -58,6 +59,26 @@ void LIBUSB_CALL OnLibusbLog(libusb_context*, libusb_log_level level, const char
     });
 }
 
+// libusb writes each line of its own to stderr unless its process-wide callback takes it. That
+// callback also sees every line of every context, so it is the only one registered: a context's
+// own would receive each line a second time. It is in place while any context lives.
+std::mutex g_route_mutex;
+std::size_t g_route_contexts = 0;  // guarded by g_route_mutex
+
+void HoldLogRoute() {
+    std::lock_guard lock(g_route_mutex);
+    if (g_route_contexts++ == 0) {
+        libusb_set_log_cb(nullptr, &OnLibusbLog, LIBUSB_LOG_CB_GLOBAL);
+    }
+}
+
+void ReleaseLogRoute() {
+    std::lock_guard lock(g_route_mutex);
+    if (--g_route_contexts == 0) {
+        libusb_set_log_cb(nullptr, nullptr, LIBUSB_LOG_CB_GLOBAL);
+    }
+}
+
 thread::ThreadParams DefaultParams() {
     thread::ThreadParams params;
     params.name = "UsbEvents";
@@ -72,20 +93,23 @@ UsbContext::UsbContext(const thread::ThreadParams& params) {
     const libusb_version* version = libusb_get_version();
     OVEX_LOG_DEBUG("Using libusb %d.%d.%d.%d%s.", version->major, version->minor, version->micro,
                    version->nano, version->rc);
+    // Before init, so that the lines of init and exit are routed too.
+    HoldLogRoute();
     libusb_context* context = nullptr;
     if (const int result = libusb_init(&context); result != 0 || context == nullptr) {
+        ReleaseLogRoute();
         OVEX_LOG_CRIT("Call of libusb_init failed: %s.", libusb_strerror(result));
         throw std::system_error(error::MakeLibusbError(result != 0 ? result : LIBUSB_ERROR_OTHER));
     }
+    m_context = std::shared_ptr<libusb_context>(context, [](libusb_context* ctx) {
+        libusb_exit(ctx);
+        ReleaseLogRoute();
+    });
     if (const int result =
             libusb_set_option(context, LIBUSB_OPTION_LOG_LEVEL, LIBUSB_LOG_LEVEL_WARNING);
         result != 0) {
         OVEX_LOG_WARN("Failed to configure libusb log level: %s.", libusb_strerror(result));
     }
-    // This libusb takes the callback through its own call, which cannot fail.
-    libusb_set_log_cb(context, &OnLibusbLog, LIBUSB_LOG_CB_CONTEXT);
-    m_context =
-        std::shared_ptr<libusb_context>(context, [](libusb_context* ctx) { libusb_exit(ctx); });
     m_events = std::make_shared<impl::EventHandler>(m_context, params);
 }
 

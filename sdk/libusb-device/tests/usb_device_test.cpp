@@ -1,8 +1,11 @@
 // The transport against the virtual board, through the real libusb.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
+#include <cstdio>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -58,6 +61,38 @@ protected:
 std::size_t Count(const ovex::testing::LogCapture& log, const std::string& start) {
     return log.StartingWith(start).size();
 }
+
+// Takes what the process writes to its standard error, from construction to Finish.
+class StderrCapture {
+public:
+    StderrCapture() {
+        EXPECT_EQ(pipe(m_pipe), 0);
+        std::fflush(stderr);
+        m_saved = dup(STDERR_FILENO);
+        dup2(m_pipe[1], STDERR_FILENO);
+        close(m_pipe[1]);
+    }
+    StderrCapture(const StderrCapture&) = delete;
+    StderrCapture& operator=(const StderrCapture&) = delete;
+
+    // Gives the standard error back and returns what was written to it.
+    std::string Finish() {
+        std::fflush(stderr);
+        dup2(m_saved, STDERR_FILENO);
+        close(m_saved);
+        std::string text;
+        std::array<char, 256> chunk;
+        for (ssize_t got; (got = read(m_pipe[0], chunk.data(), chunk.size())) > 0;) {
+            text.append(chunk.data(), static_cast<std::size_t>(got));
+        }
+        close(m_pipe[0]);
+        return text;
+    }
+
+private:
+    int m_pipe[2] = {-1, -1};
+    int m_saved = -1;
+};
 
 TEST_F(UsbDeviceTest, EnumerationFindsNoneOneOrTwoBoardsAndFiltersByIds) {
     {
@@ -154,6 +189,28 @@ TEST_F(UsbDeviceTest, IsochronousEndpointIsLeftOutOfTheTable) {
     EXPECT_EQ(device.FindEndpoint<UsbInterruptEp>(0x83), nullptr);
     EXPECT_TRUE(log.Contains(log::kWarning, "Isochronous endpoints are not supported."));
     EXPECT_TRUE(log.Contains(log::kDebug, "Found 5 endpoints on device '1.1.2':"));
+}
+
+TEST_F(UsbDeviceTest, LibusbOwnMessagesReachTheLogOnceAndNotStderr) {
+    auto& board = AddBoard();
+    UsbContext context;
+    auto devices = context.EnumerateDevices(kVid, kPid);
+    ASSERT_EQ(devices.size(), 1u);
+    board.Usb().RemoveDeviceNode();  // libusb reports the failed open of the node itself
+    ovex::testing::LogCapture log;
+    // As while a context's logger delivers: only fatal lines of our own go to stderr.
+    const int stderr_verbosity = log::StderrVerbosity();
+    log::SetStderrVerbosity(log::kCritical);
+    StderrCapture captured;
+    const std::error_code opened = devices[0].Open();
+    const std::string written = captured.Finish();
+    log::SetStderrVerbosity(stderr_verbosity);
+    EXPECT_EQ(opened, std::errc::no_such_device);
+    EXPECT_EQ(written.find("libusb"), std::string::npos) << written;
+    const std::string line =
+        "libusb - [get_usbfs_fd] libusb couldn't open USB device /dev/bus/usb/001/002, errno=2";
+    EXPECT_TRUE(log.Contains(log::kError, line));
+    EXPECT_EQ(Count(log, line), 1u);
 }
 
 TEST_F(UsbDeviceTest, DeviceOutlivesItsContextObject) {
