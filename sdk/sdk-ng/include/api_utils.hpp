@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <mutex>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -13,6 +14,7 @@
 
 #include "ovex/log/log.hpp"
 #include "ovexsdk.h"
+#include "sdk_logger.hpp"
 
 namespace ovex::sdk {
 
@@ -31,9 +33,13 @@ void LogInvocation(const std::source_location& location);
 
 }  // namespace api_detail
 
+// Logs the refusal of a call on a context that is being released; answers whether it is.
+bool LogReleasing(const Context& context);
+
 // Runs `impl` on the context behind `handle`. A null handle or one without the magic gives
-// OVEXSDK_ERR_INVALID and no log line. No exception leaves: its text is kept in the context,
-// logged, and the call gives OVEXSDK_ERR_FAILED.
+// OVEXSDK_ERR_INVALID and no log line; a context being released gives it with a log line. No
+// exception leaves: its text is kept in the context, logged, and the call gives
+// OVEXSDK_ERR_FAILED.
 template <typename... Params, typename... Args>
 ovexsdk_err_code api_call(ovexsdk_dev_ctx* handle, ovexsdk_err_code (*impl)(Context&, Params...),
                           const std::source_location& location, Args&&... args) noexcept {
@@ -42,8 +48,12 @@ ovexsdk_err_code api_call(ovexsdk_dev_ctx* handle, ovexsdk_err_code (*impl)(Cont
     }
     Context& context = api_detail::ContextOf(handle);
     try {
+        const Logger::CallbackCall callback_call;
         if (ovex::log::Admits(ovex::log::kDebug)) {
             api_detail::LogInvocation(location);
+        }
+        if (LogReleasing(context)) {
+            return OVEXSDK_ERR_INVALID;
         }
         return impl(context, std::forward<Args>(args)...);
     } catch (const std::exception& e) {
@@ -62,6 +72,35 @@ ovexsdk_err_code api_call(ovexsdk_dev_ctx* handle, ovexsdk_err_code (*impl)(Cont
         return OVEXSDK_ERR_FAILED;
     }
 }
+
+// Holds the context's device mutex for one call (see Context). A call from a log callback doesn't
+// wait for it, since the call that holds it may be waiting for that callback's thread: it is
+// refused with OVEXSDK_ERR_BUSY. A context being released refuses the call too.
+class DeviceAccess {
+public:
+    explicit DeviceAccess(Context& context);
+    // OVEXSDK_OK when the call may go on; otherwise the result of the refused call, logged.
+    ovexsdk_err_code Result() const noexcept { return m_result; }
+
+private:
+    std::unique_lock<std::mutex> m_lock;
+    ovexsdk_err_code m_result = OVEXSDK_OK;
+};
+
+// The implementation `impl` run with DeviceAccess: OVEXSDK_FRAME(&Exclusive<&Impl>::Call, ...).
+template <auto impl>
+struct Exclusive;
+
+template <typename... Params, ovexsdk_err_code (*impl)(Context&, Params...)>
+struct Exclusive<impl> {
+    static ovexsdk_err_code Call(Context& context, Params... params) {
+        const DeviceAccess access(context);
+        if (access.Result() != OVEXSDK_OK) {
+            return access.Result();
+        }
+        return impl(context, params...);
+    }
+};
 
 // Logs "Parameter pointer '<name>' is invalid." for a null pointer; answers whether it was null.
 bool LogInvalidPointer(const void* pointer, const char* name);

@@ -4,8 +4,24 @@
  * Every function returns an ovexsdk_err_code; no exception and no C++ type crosses this
  * boundary. A context is memory that the caller owns: allocate an ovexsdk_dev_ctx, pass it to
  * ovexsdk_ctx_create, and free it only after ovexsdk_ctx_release. Calls on one context must be
- * serialised by the caller; distinct contexts are independent. Callbacks run on the library's
- * own threads (the log callback on the context's "Logger" thread).
+ * serialised by the caller; distinct contexts are independent. A call on a context that is being
+ * released returns OVEXSDK_ERR_INVALID.
+ *
+ * Callbacks run on the library's own threads, never on the host's. A context's log callback
+ * runs on that context's "Logger" thread, one line at a time, in order; it receives the lines of
+ * every context of the process. A callback may call the library, on its own context or another:
+ * - The calls that open, close, power or ask about a device (ovexsdk_dev_*) never wait inside a
+ *   log callback: while another thread is in such a call on the same context they return
+ *   OVEXSDK_ERR_BUSY at once. On the host's threads they wait for it instead.
+ * - ovexsdk_log_set_cb is safe at any time; on a context being released it changes nothing.
+ * - ovexsdk_ctx_release returns OVEXSDK_ERR_BUSY inside a log callback, as it waits for logger
+ *   threads. Release a context on a host thread, when no other context's callback is using it.
+ * - Other calls (scripts) follow the serialisation rule: make them only while no other thread
+ *   is in a call on that context.
+ * - Every call logs a line that reaches the callbacks too: a callback that calls the library
+ *   for each line it receives never runs out of lines.
+ * No combination of callbacks that keeps these rules can stall the process: the threads that
+ * log never wait for a logger thread that is itself in a library call.
  *
  * Output arrays follow one rule: the caller passes the capacity in elements through the count
  * pointer, the library fills at most that many, writes back how many it filled and returns
@@ -89,7 +105,8 @@ typedef struct ovexsdk_dev_unit_info {
 OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void);
 
 /* Context. Locators: "usb:ix:N" (N: 0 to 99, position among attached boards) or
- * "usb:sn:SSSSSSSS" (the board's eight-character serial number). */
+ * "usb:sn:SSSSSSSS" (the board's eight-character serial number). A record that holds a live
+ * context is refused with OVEXSDK_ERR_BUSY: release it first. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_create(ovexsdk_dev_ctx* ctx, const char* locator);
 OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_release(ovexsdk_dev_ctx* ctx);
 

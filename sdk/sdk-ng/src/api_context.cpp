@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <mutex>
 #include <source_location>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "ovex/log/log.hpp"
 #include "ovex/usb/usb_device.hpp"
 #include "ovexsdk.h"
+#include "sdk_logger.hpp"
 #include "sdk_nobe.hpp"
 #include "sdk_ovexboard_tpx2cb.hpp"
 #include "sdk_ovexboard_tpx3.hpp"
@@ -413,7 +415,7 @@ void FillEnumInfo(const usb::device::DeviceInfo& info, ovexsdk_enum_info& record
 }
 
 ovexsdk_err_code ovexsdk_ctx_replace_locator(ovexsdk_dev_ctx* ctx, const char* locator) {
-    return OVEXSDK_FRAME(&CtxReplaceLocator, ctx, locator);
+    return OVEXSDK_FRAME(&Exclusive<&CtxReplaceLocator>::Call, ctx, locator);
 }
 
 }  // namespace ovex::sdk
@@ -426,7 +428,8 @@ OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void) {
     return &kVersion;
 }
 
-// Only a null record is refused here: the record holds no context yet.
+// The frame of its own: a record without a context is the normal case here, one that holds a
+// live context is refused, so that its logger thread and device don't leak.
 OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_create(ovexsdk_dev_ctx* ctx, const char* locator) {
     if (ctx == nullptr) {
         return OVEXSDK_ERR_INVALID;
@@ -434,6 +437,10 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_create(ovexsdk_dev_ctx* ctx, const char
     try {
         if (ovex::log::Admits(ovex::log::kDebug)) {
             api_detail::LogInvocation(std::source_location::current());
+        }
+        if (record::HasMagic(ctx)) {
+            OVEX_LOG_ERROR("Context record already holds a context; release it first.");
+            return OVEXSDK_ERR_BUSY;
         }
         if (LogInvalidPointer(locator, "locator")) {
             return OVEXSDK_ERR_INVALID;
@@ -462,61 +469,70 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_release(ovexsdk_dev_ctx* ctx) {
     if (ovex::log::Admits(ovex::log::kDebug)) {
         api_detail::LogInvocation(std::source_location::current());
     }
+    // The release waits for logger threads, maybe for the caller's own.
+    if (Logger::OnLoggerThread()) {
+        OVEX_LOG_ERROR("A context can't be released from a log callback.");
+        return OVEXSDK_ERR_BUSY;
+    }
+    if (!record::Get(ctx).BeginRelease()) {
+        LogReleasing(record::Get(ctx));
+        return OVEXSDK_ERR_INVALID;
+    }
     record::Destroy(ctx);
     OVEX_LOG_INFO("Context released.");
     return OVEXSDK_OK;
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_open(ovexsdk_dev_ctx* ctx) {
-    return OVEXSDK_FRAME(&DevOpen, ctx);
+    return OVEXSDK_FRAME(&Exclusive<&DevOpen>::Call, ctx);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_close(ovexsdk_dev_ctx* ctx) {
-    return OVEXSDK_FRAME(&DevClose, ctx);
+    return OVEXSDK_FRAME(&Exclusive<&DevClose>::Call, ctx);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_is_open(ovexsdk_dev_ctx* ctx, bool* is_open) {
-    return OVEXSDK_FRAME(&DevIsOpen, ctx, is_open);
+    return OVEXSDK_FRAME(&Exclusive<&DevIsOpen>::Call, ctx, is_open);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_get_info(ovexsdk_dev_ctx* ctx,
                                                   ovexsdk_enum_info* properties) {
-    return OVEXSDK_FRAME(&DevGetInfo, ctx, properties);
+    return OVEXSDK_FRAME(&Exclusive<&DevGetInfo>::Call, ctx, properties);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_get_unit_count(ovexsdk_dev_ctx* ctx, uint8_t* count) {
-    return OVEXSDK_FRAME(&DevGetUnitCount, ctx, count);
+    return OVEXSDK_FRAME(&Exclusive<&DevGetUnitCount>::Call, ctx, count);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_get_unit_info(ovexsdk_dev_ctx* ctx,
                                                        ovexsdk_dev_unit_info unit_infos[],
                                                        uint8_t* count) {
-    return OVEXSDK_FRAME(&DevGetUnitInfo, ctx, unit_infos, count);
+    return OVEXSDK_FRAME(&Exclusive<&DevGetUnitInfo>::Call, ctx, unit_infos, count);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_is_unit_powered(ovexsdk_dev_ctx* ctx, uint8_t unit,
                                                          bool* is_powered) {
-    return OVEXSDK_FRAME(&DevIsUnitPowered, ctx, unit, is_powered);
+    return OVEXSDK_FRAME(&Exclusive<&DevIsUnitPowered>::Call, ctx, unit, is_powered);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_up_unit(ovexsdk_dev_ctx* ctx, uint8_t unit) {
-    return OVEXSDK_FRAME(&DevPowerUpUnit, ctx, unit);
+    return OVEXSDK_FRAME(&Exclusive<&DevPowerUpUnit>::Call, ctx, unit);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_down_unit(ovexsdk_dev_ctx* ctx, uint8_t unit) {
-    return OVEXSDK_FRAME(&DevPowerDownUnit, ctx, unit);
+    return OVEXSDK_FRAME(&Exclusive<&DevPowerDownUnit>::Call, ctx, unit);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_is_powered(ovexsdk_dev_ctx* ctx, bool* is_powered) {
-    return OVEXSDK_FRAME(&DevIsPowered, ctx, is_powered);
+    return OVEXSDK_FRAME(&Exclusive<&DevIsPowered>::Call, ctx, is_powered);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_up(ovexsdk_dev_ctx* ctx) {
-    return OVEXSDK_FRAME(&DevPowerUp, ctx);
+    return OVEXSDK_FRAME(&Exclusive<&DevPowerUp>::Call, ctx);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_down(ovexsdk_dev_ctx* ctx) {
-    return OVEXSDK_FRAME(&DevPowerDown, ctx);
+    return OVEXSDK_FRAME(&Exclusive<&DevPowerDown>::Call, ctx);
 }
 
 }  // extern "C"

@@ -12,6 +12,28 @@ bool LogInvalidPointer(const void* pointer, const char* name) {
     return false;
 }
 
+DeviceAccess::DeviceAccess(Context& context) : m_lock(context.DeviceMutex(), std::defer_lock) {
+    if (!Logger::OnLoggerThread()) {
+        m_lock.lock();
+    } else if (!m_lock.try_lock()) {
+        OVEX_LOG_WARN(
+            "Context is busy with another call; the call from a log callback is refused.");
+        m_result = OVEXSDK_ERR_BUSY;
+        return;
+    }
+    if (LogReleasing(context)) {
+        m_result = OVEXSDK_ERR_INVALID;
+    }
+}
+
+bool LogReleasing(const Context& context) {
+    if (context.Releasing()) {
+        OVEX_LOG_ERROR("Context is being released; the call is refused.");
+        return true;
+    }
+    return false;
+}
+
 }  // namespace ovex::sdk
 
 namespace ovex::sdk::api_detail {

@@ -50,9 +50,15 @@ Context::Context(UsbLocator locator)
 }
 
 Context::~Context() {
-    m_device.reset();
-    m_lua.reset();
-    m_config.reset();
+    {
+        const std::lock_guard lock(m_device_mutex);
+        m_device.reset();
+        m_lua.reset();
+        m_config.reset();
+    }
+    // The logger stays reachable until its thread has ended: a callback that registers during
+    // the release meets a logger that ignores it, not one that is gone.
+    m_logger->Stop();
     m_logger.reset();
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "ovexsdk.h"
@@ -14,7 +16,9 @@
 namespace ovex::sdk {
 
 // Everything the library holds for one device, built inside the host's ovexsdk_dev_ctx record.
-// It has no lock: the host serialises calls on one context.
+// The host serialises its calls on one context; its callbacks, which run on the library's
+// threads, may call too. So the calls that open, close, power or ask about the device hold the
+// device mutex, and a context being released refuses the calls that still reach it.
 class Context {
 public:
     static constexpr std::size_t kLogQueueCapacity = 512;
@@ -22,7 +26,8 @@ public:
 
     // Starts the logger, then builds the Lua state, then reads the configuration.
     explicit Context(UsbLocator locator);
-    // Releases the device object, the Lua state, the configuration and the logger, in order.
+    // Releases the device object, the Lua state and the configuration holding the device mutex,
+    // then stops the logger and releases it.
     ~Context();
 
     Context(const Context&) = delete;
@@ -35,6 +40,12 @@ public:
     LuaState* Lua() const noexcept { return m_lua.get(); }
     const SdkConfig& Config() const noexcept { return *m_config; }
     Logger& Log() const noexcept { return *m_logger; }
+
+    std::mutex& DeviceMutex() noexcept { return m_device_mutex; }
+
+    // Marks the context as being released; false if it already was.
+    bool BeginRelease() noexcept { return !m_releasing.exchange(true); }
+    bool Releasing() const noexcept { return m_releasing.load(); }
 
     std::uint8_t ProcessingMode() const noexcept { return m_processing_mode; }
 
@@ -49,6 +60,8 @@ private:
     std::unique_ptr<LuaState> m_lua;
     std::unique_ptr<SdkConfig> m_config;
     std::unique_ptr<Logger> m_logger;
+    std::mutex m_device_mutex;
+    std::atomic<bool> m_releasing{false};
 };
 
 // The record holds the four bytes "OVEX" at its start while a context lives in it; the Context

@@ -1,54 +1,38 @@
 #include "sdk_logger.hpp"
 
-#include <atomic>
-#include <chrono>
-#include <deque>
 #include <mutex>
 #include <string>
 #include <system_error>
 #include <variant>
 
 #include <fmt/format.h>
-#include <readerwriterqueue/readerwritercircularbuffer.h>
 
 #include "ovex/log/log.hpp"
 #include "ovex/log/sink.hpp"
+#include "sdk_logger_queue.hpp"
 
 namespace ovex::sdk {
 
 namespace logger_detail {
 
-// One queue element; the alternative's index is the element's kind.
-// The parts of a line are joined on the logger thread, in the format of the callback that
-// receives it: a registration changes both the receiver and the format at the same point.
-struct LogLine {
-    std::string preamble;
-    std::string indentation;
-    std::string prefix;
-    std::string message;
-    int severity;
-
-    std::string Compose(const ovexsdk_log_fmt& format) const {
-        std::string text;
-        text.reserve(preamble.size() + prefix.size() + message.size() + 1);
-        if (format.preamble) {
-            text.append(preamble);
-        }
-        if (format.indentation) {
-            text.append(indentation);
-        }
-        if (format.prefix) {
-            text.append(prefix);
-        }
-        if (format.message) {
-            text.append(message);
-        }
-        text.push_back('\n');
-        return text;
+std::string LogLine::Compose(const ovexsdk_log_fmt& format) const {
+    std::string text;
+    text.reserve(preamble.size() + prefix.size() + message.size() + 1);
+    if (format.preamble) {
+        text.append(preamble);
     }
-};
-struct Terminate {};
-using LoggerMsg = std::variant<LogLine, Terminate, UserLogParams>;
+    if (format.indentation) {
+        text.append(indentation);
+    }
+    if (format.prefix) {
+        text.append(prefix);
+    }
+    if (format.message) {
+        text.append(message);
+    }
+    text.push_back('\n');
+    return text;
+}
 
 // While any context's logger runs, the host sees the lines through its callback, and stderr
 // keeps only what ends the process.
@@ -78,49 +62,17 @@ private:
     }
 };
 
-struct SharedState {
-    explicit SharedState(std::size_t capacity) : queue(capacity) {}
-
-    // Single consumer (the Logger thread); the producers take `push_mutex` in turn.
-    moodycamel::BlockingReaderWriterCircularBuffer<LoggerMsg> queue;
-    std::mutex push_mutex;
-    // Set when the thread has left its loop: later pushes are dropped instead of waiting for
-    // space that nobody will make.
-    std::atomic<bool> closed{false};
-
-    // Lines that the Logger thread logs itself (its own messages, or whatever the host's
-    // callback logs) go here: waiting on its own full queue would never end.
-    std::deque<LoggerMsg> own_lines;
-    std::atomic<std::thread::id> consumer{};
-
-    // Read and replaced on the logger thread only.
-    UserLogParams params;
-
-    void Push(LoggerMsg msg) {
-        if (std::this_thread::get_id() == consumer.load(std::memory_order_relaxed)) {
-            own_lines.push_back(std::move(msg));
-            return;
-        }
-        std::lock_guard lock(push_mutex);
-        while (!closed.load(std::memory_order_acquire)) {
-            if (queue.wait_enqueue_timed(std::move(msg), std::chrono::milliseconds(50))) {
-                return;
-            }
-        }
-    }
-};
-
 class LoggerSink final : public ovex::log::Sink {
 public:
-    explicit LoggerSink(std::shared_ptr<SharedState> state) : m_state(std::move(state)) {}
+    explicit LoggerSink(std::shared_ptr<LogQueue> queue) : m_queue(std::move(queue)) {}
 
     void Receive(const ovex::log::Line& line) override {
-        m_state->Push(LogLine{std::string(line.preamble), std::string(line.indentation),
+        m_queue->Push(LogLine{std::string(line.preamble), std::string(line.indentation),
                               std::string(line.prefix), std::string(line.message), line.verbosity});
     }
 
 private:
-    std::shared_ptr<SharedState> m_state;
+    std::shared_ptr<LogQueue> m_queue;
 };
 
 namespace {
@@ -145,48 +97,38 @@ std::string Describe(const UserLogParams& p) {
         p.format.indentation, p.format.prefix, p.format.message);
 }
 
-// Handles one element; answers false when the thread is to end.
-bool Process(SharedState& state, LoggerMsg& msg) {
+// Handles a line or a registration; `params` is the registration in force, read and replaced on
+// the logger thread only.
+void Process(UserLogParams& params, LoggerMsg& msg) {
     if (auto* line = std::get_if<LogLine>(&msg)) {
-        const UserLogParams& params = state.params;
         if (params.function != nullptr) {
             const std::string text = line->Compose(params.format);
             params.function(text.c_str(), HostSeverity(line->severity), params.param);
         }
-        return true;
-    }
-    if (auto* registration = std::get_if<UserLogParams>(&msg)) {
-        state.params = *registration;
+    } else if (auto* registration = std::get_if<UserLogParams>(&msg)) {
+        params = *registration;
         if (ovex::log::Admits(ovex::log::kDebug)) {
             OVEX_LOG_DEBUG("User registered callback - %s", Describe(*registration).c_str());
         }
-        return true;
-    }
-    return false;
-}
-
-void DeliverOwnLines(SharedState& state) {
-    while (!state.own_lines.empty()) {
-        LoggerMsg msg = std::move(state.own_lines.front());
-        state.own_lines.pop_front();
-        Process(state, msg);
     }
 }
 
-void ThreadBody(std::stop_token, std::shared_ptr<SharedState> state) {
-    OVEX_CHECK(state != nullptr, "BUG: The queue for logger thread is null pointer.");
-    state->consumer.store(std::this_thread::get_id());
+void ThreadBody(std::stop_token, std::shared_ptr<LogQueue> queue) {
+    OVEX_CHECK(queue != nullptr, "BUG: The queue for logger thread is null pointer.");
+    queue->BecomeConsumer();
+    UserLogParams params;
     OVEX_LOG_INFO("Logger started.");
 
-    for (bool running = true; running;) {
-        DeliverOwnLines(*state);
-        LoggerMsg msg;
-        state->queue.wait_dequeue(msg);
-        running = Process(*state, msg);
+    for (LoggerMsg msg = queue->Pop(); !std::holds_alternative<Terminate>(msg);
+         msg = queue->Pop()) {
+        Process(params, msg);
     }
 
+    queue->End();
     OVEX_LOG_INFO("Logger terminated.");
-    DeliverOwnLines(*state);
+    while (auto msg = queue->TryPop()) {
+        Process(params, *msg);
+    }
 }
 
 }  // namespace
@@ -195,14 +137,14 @@ void ThreadBody(std::stop_token, std::shared_ptr<SharedState> state) {
 // The sink is registered before the thread starts, so that no line logged after the
 // constructor returns can miss this logger; until the thread runs, lines wait in the queue.
 Logger::Logger(std::size_t capacity)
-    : m_state(std::make_shared<logger_detail::SharedState>(capacity)),
-      m_sink(std::make_shared<logger_detail::LoggerSink>(m_state)) {
+    : m_queue(std::make_shared<logger_detail::LogQueue>(capacity)),
+      m_sink(std::make_shared<logger_detail::LoggerSink>(m_queue)) {
     ovex::log::AddSink(m_sink, ovex::log::kDebug);
     logger_detail::StderrQuieting::Enter();
     try {
         ovex::thread::ThreadParams params;
         params.name = "Logger";
-        m_thread = ovex::thread::WrappedThread<>(params, logger_detail::ThreadBody, m_state);
+        m_thread = ovex::thread::WrappedThread<>(params, logger_detail::ThreadBody, m_queue);
     } catch (...) {
         Unregister();
         throw;
@@ -210,7 +152,14 @@ Logger::Logger(std::size_t capacity)
 }
 
 Logger::~Logger() {
-    m_state->Push(logger_detail::Terminate{});
+    Stop();
+}
+
+void Logger::Stop() {
+    if (!m_thread.Joinable()) {
+        return;
+    }
+    m_queue->Push(logger_detail::Terminate{});
     m_thread.Join();
     Unregister();
 }
@@ -218,15 +167,28 @@ Logger::~Logger() {
 void Logger::Unregister() {
     ovex::log::RemoveSink(m_sink);
     logger_detail::StderrQuieting::Leave();
-    // A thread that took the sink before its removal may still be waiting for space.
-    m_state->closed.store(true, std::memory_order_release);
-    logger_detail::LoggerMsg discarded;
-    while (m_state->queue.try_dequeue(discarded)) {
-    }
+    // A thread that took the sink before its removal may still push, or wait for room.
+    m_queue->End();
 }
 
 void Logger::SetCallback(ovexsdk_log_cb function, void* param, ovexsdk_log_fmt format) {
-    m_state->Push(UserLogParams{function, param, format});
+    m_queue->Push(UserLogParams{function, param, format});
+}
+
+bool Logger::OnLoggerThread() noexcept {
+    return logger_detail::LogQueue::OfThisThread() != nullptr;
+}
+
+Logger::CallbackCall::CallbackCall() : m_queue(logger_detail::LogQueue::OfThisThread()) {
+    if (m_queue != nullptr) {
+        m_queue->EnterCall();
+    }
+}
+
+Logger::CallbackCall::~CallbackCall() {
+    if (m_queue != nullptr) {
+        m_queue->LeaveCall();
+    }
 }
 
 }  // namespace ovex::sdk

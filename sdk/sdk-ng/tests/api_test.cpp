@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 
 #include "ovexsdk.h"
@@ -91,6 +92,43 @@ TEST_F(HostSession, NullFormatIsRefused) {
     EXPECT_EQ(ovexsdk_log_set_cb(&m_ctx, &HostLog::Callback, nullptr, &m_log), OVEXSDK_ERR_INVALID);
     Release();
     EXPECT_TRUE(m_log.Has(OVEXSDK_LOG_ERROR, "Parameter pointer 'format' is invalid.\n"));
+}
+
+// The callback releases its own context at its first line, and registers again while the host
+// releases it, at the last line it gets.
+TEST_F(HostSession, CallbackCanNeitherReleaseItsContextNorRegisterDuringTheRelease) {
+    struct Intruder {
+        ovexsdk_dev_ctx* ctx;
+        std::atomic<int> release{1};
+        std::atomic<int> registration{1};
+        static void Callback(const char* text, ovexsdk_log_severity, void* param) {
+            auto* self = static_cast<Intruder*>(param);
+            if (self->release == 1) {
+                self->release = ovexsdk_ctx_release(self->ctx);
+            }
+            if (std::string(text) == "Logger terminated.\n") {
+                self->registration = ovexsdk_log_set_cb(self->ctx, &Callback, &kMessageOnly, self);
+            }
+        }
+    } intruder{&m_ctx};
+    Create("usb:ix:0");
+    ASSERT_EQ(ovexsdk_log_set_cb(&m_ctx, &Intruder::Callback, &kMessageOnly, &intruder),
+              OVEXSDK_OK);
+    Release();
+    EXPECT_EQ(intruder.release, OVEXSDK_ERR_BUSY);
+    EXPECT_EQ(intruder.registration, OVEXSDK_ERR_INVALID);
+}
+
+TEST_F(HostSession, CreateOnALiveRecordIsRefusedAndTheContextLivesOn) {
+    Create("usb:ix:0");
+    EXPECT_EQ(ovexsdk_ctx_create(&m_ctx, "usb:ix:1"), OVEXSDK_ERR_BUSY);
+    bool open = true;
+    EXPECT_EQ(ovexsdk_dev_is_open(&m_ctx, &open), OVEXSDK_OK);
+    Release();
+    EXPECT_TRUE(m_log.Has(OVEXSDK_LOG_ERROR,
+                          "Context record already holds a context; release it first.\n"));
+    EXPECT_EQ(ovexsdk_ctx_create(&m_ctx, "usb:ix:1"), OVEXSDK_OK) << "a released record is free";
+    Release();
 }
 
 TEST(Contexts, AreIndependent) {

@@ -3,15 +3,19 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ovex/log/log.hpp"
+#include "ovex/log/sink.hpp"
+#include "ovexsdk.h"
 #include "sdk_logger.hpp"
 
 namespace ovex::sdk::testing {
@@ -191,6 +195,86 @@ TEST(Logger, ManyProducersLoseNothingAndKeepEachThreadsOrder) {
         }
     }
     EXPECT_EQ(total, kThreads * kLinesPerThread);
+}
+
+// Each logger's thread logs into both queues while the other is busy in its callback too: a
+// logger thread that waited for room in the other's full queue would wait for ever.
+TEST(Logger, LoggerThreadsNeverWaitForEachOthersQueues) {
+    constexpr int kLines = 100;  // more than a queue holds
+    std::barrier both_in_callbacks(2);
+    struct Busy {
+        std::barrier<>* both;
+        Collector collector;
+        bool called = false;  // the logger thread's only
+        static void Callback(const char* text, ovexsdk_log_severity severity, void* param) {
+            auto* self = static_cast<Busy*>(param);
+            if (!std::exchange(self->called, true)) {
+                self->both->arrive_and_wait();
+                for (int i = 0; i < kLines; ++i) {
+                    OVEX_LOG_INFO("from a callback %d", i);
+                }
+            }
+            Collector::Callback(text, severity, &self->collector);
+        }
+    };
+    Busy a{&both_in_callbacks, {}};
+    Busy b{&both_in_callbacks, {}};
+    {
+        Logger first(16);
+        Logger second(16);
+        first.SetCallback(&Busy::Callback, &a, kMessageOnly);
+        second.SetCallback(&Busy::Callback, &b, kMessageOnly);
+    }
+    EXPECT_EQ(a.collector.TextsContaining("from a callback").size(), 2u * kLines);
+    EXPECT_EQ(b.collector.TextsContaining("from a callback").size(), 2u * kLines);
+}
+
+// A library call made by the callback may wait for other threads. While it runs, nobody waits
+// for room in the queue that the callback's thread empties: here the call waits (in a sink on
+// the logger thread) for a thread that logs more lines than the queue holds.
+TEST(Logger, NoProducerWaitsForALoggerWhoseCallbackIsInALibraryCall) {
+    struct Gate final : ovex::log::Sink {
+        std::mutex mutex;
+        std::condition_variable flooded_cv;
+        bool flooded = false;
+        void Receive(const ovex::log::Line& line) override {
+            if (line.message == "Invoking SDK API 'ovexsdk_dev_is_open'.") {
+                std::unique_lock lock(mutex);
+                flooded_cv.wait(lock, [this] { return flooded; });
+            }
+        }
+    };
+    struct Caller {
+        ovexsdk_dev_ctx ctx{};
+        Collector collector;
+        static void Callback(const char* text, ovexsdk_log_severity severity, void* param) {
+            auto* self = static_cast<Caller*>(param);
+            if (std::string_view(text) == "go\n") {
+                bool open = true;
+                ovexsdk_dev_is_open(&self->ctx, &open);
+            }
+            Collector::Callback(text, severity, &self->collector);
+        }
+    } caller;
+    constexpr int kLines = 2000;
+    const auto gate = std::make_shared<Gate>();
+    ovex::log::AddSink(gate, ovex::log::kDebug);
+    ASSERT_EQ(ovexsdk_ctx_create(&caller.ctx, "usb:ix:0"), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_log_set_cb(&caller.ctx, &Caller::Callback, &kMessageOnly, &caller),
+              OVEXSDK_OK);
+    OVEX_LOG_INFO("go");
+    std::thread flood([&gate] {
+        for (int i = 0; i < kLines; ++i) {
+            OVEX_LOG_INFO("flood %d", i);
+        }
+        std::lock_guard lock(gate->mutex);
+        gate->flooded = true;
+        gate->flooded_cv.notify_all();
+    });
+    flood.join();
+    EXPECT_EQ(ovexsdk_ctx_release(&caller.ctx), OVEXSDK_OK);
+    ovex::log::RemoveSink(gate);
+    EXPECT_EQ(caller.collector.TextsContaining("flood").size(), static_cast<std::size_t>(kLines));
 }
 
 TEST(Logger, NullCallbackDropsLinesAndKeepsRunning) {
