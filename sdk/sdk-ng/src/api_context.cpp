@@ -36,7 +36,17 @@ bool LogMissingDevice(Context& context) {
     return false;
 }
 
-// The device's power units, in the order the device added them; null if `unit` isn't one.
+// The device's power units, in the order the device added them. A device whose items didn't load
+// has none.
+std::vector<IPowerControl*> PowerUnits(Context& context) {
+    auto units = context.Device()->GetModules<IPowerControl>();
+    if (units.empty()) {
+        OVEX_LOG_ERROR("Device does not have a power control module.");
+    }
+    return units;
+}
+
+// The device's power unit of this index; null if `unit` isn't one.
 IPowerControl* FindUnit(Context& context, std::uint8_t unit) {
     auto* module = context.Device()->GetModule<IPowerControl>(unit);
     if (module == nullptr) {
@@ -221,9 +231,8 @@ ovexsdk_err_code DevGetUnitCount(Context& context, std::uint8_t* count) {
     if (LogMissingDevice(context)) {
         return OVEXSDK_ERR_NO_DEVICE;
     }
-    const auto units = context.Device()->GetModules<IPowerControl>();
+    const auto units = PowerUnits(context);
     if (units.empty()) {
-        OVEX_LOG_ERROR("BUG: Device does not have a power control module.");
         return OVEXSDK_ERR_FAILED;
     }
     *count = static_cast<std::uint8_t>(units.size());
@@ -330,7 +339,10 @@ ovexsdk_err_code SwitchDevice(Context& context, bool up) {
     if (LogMissingDevice(context)) {
         return OVEXSDK_ERR_NO_DEVICE;
     }
-    const auto count = context.Device()->GetModules<IPowerControl>().size();
+    const auto count = PowerUnits(context).size();
+    if (count == 0) {
+        return OVEXSDK_ERR_FAILED;
+    }
     const ovexsdk_err_code already = up ? OVEXSDK_ERR_BUSY : OVEXSDK_ERR_UNAVAILABLE;
     std::size_t already_count = 0;
     for (std::size_t step = 0; step < count; ++step) {

@@ -51,12 +51,22 @@ std::error_code OvexBoard::LoadItems(LuaState& lua) {
             const auto text = lua_scripts::Find(unit.script);
             OVEX_CHECK(text.has_value(), "BUG: Power script '%.*s' is not in the library.",
                        static_cast<int>(unit.script.size()), unit.script.data());
-            AddModule<IPowerControl>(
-                std::make_unique<PowerModule>(unit.script, *text, lua, unit.name, nullptr));
+            AddModule<IPowerControl>(std::make_unique<PowerModule>(
+                unit.script, *text, lua, unit.name, nullptr, GetModule<IDeviceConnection>()));
         }
     } catch (const std::exception& e) {
         OVEX_LOG_ERROR("Failed to initialize power module - %s", e.what());
         return std::make_error_code(std::errc::no_such_device);
+    }
+    return {};
+}
+
+// The asynchronous monitors are built on the item sets: without them the items never loaded, and
+// the close that follows fails, keeping the device.
+std::error_code OvexBoard::Epilogue() {
+    if (!m_commands || !m_states || !m_monitors || !m_versions) {
+        OVEX_LOG_WARN("Async monitors unavailable, skipping attempt to stop them.");
+        return std::make_error_code(std::errc::invalid_argument);
     }
     return {};
 }

@@ -24,7 +24,7 @@ public:
               PowerUnitRecipe backend, PowerUnitRecipe frontend);
 
     std::error_code LoadItems(LuaState& lua) override;
-    std::error_code Epilogue() override { return {}; }
+    std::error_code Epilogue() override;
 
 private:
     PowerUnitRecipe m_units[2];

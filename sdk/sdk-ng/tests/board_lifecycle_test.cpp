@@ -1,5 +1,5 @@
-// Open, power and close of a virtual board when things go wrong halfway: a log callback that
-// asks while the host opens.
+// Open, power and close of a virtual board when things go wrong halfway: items that don't load,
+// a board that leaves the bus during power-up, a log callback that asks while the host opens.
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,9 @@
 
 namespace ovex::sdk {
 namespace {
+
+constexpr std::uint8_t kMonitorRequest = 0x05;
+constexpr std::uint16_t kCount = 0;
 
 // Runs an action on the thread that logs, for each line logged while it lives.
 class OnLine {
@@ -37,7 +40,70 @@ private:
     std::shared_ptr<Sink> m_sink;
 };
 
-class BoardLifecycle : public testing::BoardSession {};
+class BoardLifecycle : public testing::BoardSession {
+protected:
+    std::vector<std::string> HostLinesStartingWith(const std::string& start) {
+        std::lock_guard lock(m_host_log.mutex);
+        std::vector<std::string> found;
+        for (const auto& line : m_host_log.lines) {
+            if (line.second.rfind(start, 0) == 0) {
+                found.push_back(line.second);
+            }
+        }
+        return found;
+    }
+};
+
+TEST_F(BoardLifecycle, DeviceWhoseItemsDidNotLoadIsKeptAndAnswersTruly) {
+    AddBoard();
+    Board().Firmware().StallNext({kMonitorRequest, kCount, std::nullopt});
+    Create();
+    ASSERT_EQ(ovexsdk_dev_open(&m_ctx), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(ovexsdk_dev_power_down(&m_ctx), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(ovexsdk_dev_close(&m_ctx), OVEXSDK_ERR_FAILED);
+    bool open = false;
+    EXPECT_EQ(ovexsdk_dev_is_open(&m_ctx, &open), OVEXSDK_OK);
+    EXPECT_TRUE(open) << "the device stays, connected";
+    Release();
+    const std::vector<std::string> expected{
+        "Failed to load device items: - generic: Input/output error.",
+        "Device does not have a power control module.",
+        "Device does not have a power control module.",
+        "Async monitors unavailable, skipping attempt to stop them.",
+        "Device epilogue failed: - generic: Invalid argument.",
+    };
+    EXPECT_EQ(InOrder(expected), expected);
+    EXPECT_EQ(HostLines("Device is already fully powered up."), 0u);
+    EXPECT_EQ(HostLines("Device is already fully powered down."), 0u);
+}
+
+TEST_F(BoardLifecycle, BoardThatLeavesTheBusDuringPowerUpIsReportedGone) {
+    ASSERT_EQ(AddAndOpen(), OVEXSDK_OK);
+    {
+        // The backend's script reads a state next, which raises an error in the script.
+        OnLine unplug([this](std::string_view message) {
+            if (message == "USB cable mux initialization: OK") {
+                Board().Usb().Unplug();
+            }
+        });
+        EXPECT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_ERR_FAILED);
+    }
+    bool powered = true;
+    EXPECT_EQ(ovexsdk_dev_is_unit_powered(&m_ctx, 0, &powered), OVEXSDK_ERR_FAILED);
+    bool open = true;
+    EXPECT_EQ(ovexsdk_dev_is_open(&m_ctx, &open), OVEXSDK_OK);
+    EXPECT_FALSE(open);
+    Release();
+    EXPECT_EQ(HostLinesStartingWith("BUG: "), std::vector<std::string>{});
+    const std::vector<std::string> expected{
+        "Failed to power up unit: 0 ('backend'): - generic: No such device.",
+        "Failed to read status of unit 0 ('backend'): - generic: No such device.",
+    };
+    EXPECT_EQ(InOrder(expected), expected);
+    EXPECT_EQ(HostLinesStartingWith("Power module 'backend': the device is disconnected; ").size(),
+              2u);
+}
 
 // The callback asks whenever the USB device is between its open and its endpoint table, once in
 // inspection and once in the connection's open; the host's thread waits for each answer there.

@@ -218,12 +218,18 @@ TEST_F(DeviceLifecycle, UnitCountAndInfoFollowTheArrayRule) {
     EXPECT_EQ(count, 0);
 }
 
-TEST_F(DeviceLifecycle, DeviceWithoutUnitsIsABug) {
+// A device whose items didn't load has no power units: nothing is already so.
+TEST_F(DeviceLifecycle, DeviceWithoutUnitsCantCountOrSwitchThem) {
     m_script.units.clear();
     Attach();
     std::uint8_t count = 9;
     EXPECT_EQ(ovexsdk_dev_get_unit_count(&m_record, &count), OVEXSDK_ERR_FAILED);
-    EXPECT_TRUE(m_log.Contains(kError, "BUG: Device does not have a power control module."));
+    EXPECT_EQ(ovexsdk_dev_power_up(&m_record), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(ovexsdk_dev_power_down(&m_record), OVEXSDK_ERR_FAILED);
+    const auto lines = Logged();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         CapturedLine{kError, "Device does not have a power control module."}),
+              3);
     bool powered = true;
     EXPECT_EQ(ovexsdk_dev_is_powered(&m_record, &powered), OVEXSDK_OK);
     EXPECT_FALSE(powered);

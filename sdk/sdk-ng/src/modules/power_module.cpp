@@ -46,12 +46,14 @@ int TakeFunction(lua_State* lua, const char* field) {
 }  // namespace
 
 PowerModule::PowerModule(std::string_view script_name, std::string_view script_text, LuaState& lua,
-                         std::string unit_name, PostPowerUp post_power_up)
+                         std::string unit_name, PostPowerUp post_power_up,
+                         IDeviceConnection* connection)
     : m_lua(lua.Raw()),
       m_powerup_unit(LUA_NOREF),
       m_powerdown_unit(LUA_NOREF),
       m_is_unit_powered(LUA_NOREF),
-      m_name(std::move(unit_name)) {
+      m_name(std::move(unit_name)),
+      m_connection(connection) {
     {
         StackGuard guard(m_lua);
         if (lua.LoadLibraryScript(script_name, script_text) != LUA_OK ||
@@ -98,8 +100,15 @@ std::error_code PowerModule::CallScriptFunction(int function, const char* functi
     }
     lua_rawgeti(m_lua, LUA_REGISTRYINDEX, function);
     if (LuaState::CallLibraryFunction(m_lua, 0, 1) != LUA_OK) {
-        OVEX_LOG_ERROR("BUG: The script function '%s' failed: %s", function_name,
-                       ErrorText(m_lua).c_str());
+        const std::string error = ErrorText(m_lua);
+        if (Disconnected()) {
+            OVEX_LOG_ERROR(
+                "Power module '%s': the device is disconnected; the script function '%s' "
+                "failed: %s",
+                m_name.c_str(), function_name, error.c_str());
+            return std::make_error_code(std::errc::no_such_device);
+        }
+        OVEX_LOG_ERROR("BUG: The script function '%s' failed: %s", function_name, error.c_str());
         return std::make_error_code(std::errc::invalid_argument);
     }
     const auto result = lua::core::ToErrorCode(m_lua, -1);
@@ -130,6 +139,12 @@ std::error_code PowerModule::IsPowered(bool& is_powered) {
     StackGuard guard(m_lua);
     lua_rawgeti(m_lua, LUA_REGISTRYINDEX, m_is_unit_powered);
     if (LuaState::CallLibraryFunction(m_lua, 0, 1) != LUA_OK) {
+        if (Disconnected()) {
+            OVEX_LOG_ERROR(
+                "Power module '%s': the device is disconnected; the power state check failed: %s",
+                m_name.c_str(), ErrorText(m_lua).c_str());
+            return std::make_error_code(std::errc::no_such_device);
+        }
         OVEX_LOG_ERROR(
             "BUG: The power state check function failed to execute for power module '%s'.",
             m_name.c_str());
@@ -137,6 +152,13 @@ std::error_code PowerModule::IsPowered(bool& is_powered) {
     }
     is_powered = lua_toboolean(m_lua, -1) != 0;
     return {};
+}
+
+// A request to the board that fails inside a script raises a Lua error. When the board has left
+// the bus, that is what the host must hear, not a fault of the script.
+bool PowerModule::Disconnected() {
+    bool open = true;
+    return m_connection != nullptr && !m_connection->IsOpen(open) && !open;
 }
 
 }  // namespace ovex::sdk

@@ -25,8 +25,11 @@ public:
     // Runs the script and takes its three functions, then asks whether the unit is on; a unit
     // already on gets the callback at once. Throws std::runtime_error for a script that lacks a
     // function or raises an error, std::system_error when the first check or the callback fails.
+    // The device's `connection`, if given, tells a board that has left the bus from a fault of
+    // the script when a script function raises an error.
     PowerModule(std::string_view script_name, std::string_view script_text, LuaState& lua,
-                std::string unit_name, PostPowerUp post_power_up);
+                std::string unit_name, PostPowerUp post_power_up,
+                IDeviceConnection* connection = nullptr);
     ~PowerModule() override;
 
     const char* GetName() const override { return m_name.c_str(); }
@@ -37,6 +40,7 @@ public:
 private:
     // Calls a function that answers an ErrorCode; a failed call is invalid_argument.
     std::error_code CallScriptFunction(int function, const char* function_name);
+    bool Disconnected();
 
     lua_State* m_lua;
     int m_powerup_unit;
@@ -44,6 +48,7 @@ private:
     int m_is_unit_powered;
     std::string m_name;
     PostPowerUp m_post_power_up;
+    IDeviceConnection* m_connection;
 };
 
 }  // namespace ovex::sdk
