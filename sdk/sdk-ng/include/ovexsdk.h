@@ -10,14 +10,16 @@
  * Callbacks run on the library's own threads, never on the host's. A context's log callback
  * runs on that context's "Logger" thread, one line at a time, in order; it receives the lines of
  * every context of the process. A callback may call the library, on its own context or another:
- * - The calls that open, close, power or ask about a device (ovexsdk_dev_*) never wait inside a
- *   log callback: while another thread is in such a call on the same context they return
- *   OVEXSDK_ERR_BUSY at once. On the host's threads they wait for it instead.
+ * - The calls that open, close, power or ask about a device (ovexsdk_dev_*) and
+ *   ovexsdk_script_execute never wait inside a log callback: while another thread is in such a
+ *   call on the same context they return OVEXSDK_ERR_BUSY at once. On the host's threads they
+ *   wait for it instead.
  * - ovexsdk_log_set_cb is safe at any time; on a context being released it changes nothing.
  * - ovexsdk_ctx_release returns OVEXSDK_ERR_BUSY inside a log callback, as it waits for logger
  *   threads. Release a context on a host thread, when no other context's callback is using it.
- * - Other calls (scripts) follow the serialisation rule: make them only while no other thread
- *   is in a call on that context.
+ * - ovexsdk_script_stop is meant for another thread while a script runs, and is safe at any
+ *   time. Other calls follow the serialisation rule: make them only while no other thread is in
+ *   a call on that context.
  * - Every call logs a line that reaches the callbacks too: a callback that calls the library
  *   for each line it receives never runs out of lines.
  * No combination of callbacks that keeps these rules can stall the process: the threads that

@@ -58,7 +58,9 @@ ovexsdk_err_code ovexsdk_get_script_state(ovexsdk_dev_ctx* ctx, void** state) {
 
 extern "C" OVEXSDK_API ovexsdk_err_code ovexsdk_script_execute(ovexsdk_dev_ctx* ctx,
                                                                const char* text) {
-    return OVEXSDK_FRAME(&ovex::sdk::ScriptExecute, ctx, text);
+    // A script reaches the board through `device`: it takes the device like every device call.
+    // The stop stays outside, callable from any thread while a script runs.
+    return OVEXSDK_FRAME(&ovex::sdk::Exclusive<&ovex::sdk::ScriptExecute>::Call, ctx, text);
 }
 
 extern "C" OVEXSDK_API ovexsdk_err_code ovexsdk_script_stop(ovexsdk_dev_ctx* ctx) {

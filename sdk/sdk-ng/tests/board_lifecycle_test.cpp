@@ -107,7 +107,7 @@ TEST_F(BoardLifecycle, BoardThatLeavesTheBusDuringPowerUpIsReportedGone) {
 
 // The callback asks whenever the USB device is between its open and its endpoint table, once in
 // inspection and once in the connection's open; the host's thread waits for each answer there.
-TEST_F(BoardLifecycle, StatusQueryFromALogCallbackDuringOpenAnswersBusy) {
+TEST_F(BoardLifecycle, StatusQueryAndScriptFromALogCallbackDuringOpenAnswerBusy) {
     static constexpr std::string_view kHalfOpen =
         "Processing configuration 'Application' for device '1.1.2'.";
     struct Asker {
@@ -121,9 +121,11 @@ TEST_F(BoardLifecycle, StatusQueryFromALogCallbackDuringOpenAnswersBusy) {
             testing::HostLog::Callback(text, severity, self->log);
             if (std::string_view(text) == std::string(kHalfOpen) + "\n") {
                 bool open = false;
-                const int answer = ovexsdk_dev_is_open(self->ctx, &open);
+                const int status = ovexsdk_dev_is_open(self->ctx, &open);
+                const int script = ovexsdk_script_execute(self->ctx, "return device ~= nil");
                 std::lock_guard lock(self->mutex);
-                self->answers.push_back(answer);
+                self->answers.push_back(status);
+                self->answers.push_back(script);
                 self->answered_cv.notify_all();
             }
         }
@@ -141,19 +143,19 @@ TEST_F(BoardLifecycle, StatusQueryFromALogCallbackDuringOpenAnswersBusy) {
             if (message == kHalfOpen && std::this_thread::get_id() == host) {
                 std::unique_lock lock(asker.mutex);
                 ++seen;
-                asker.answered_cv.wait(lock, [&] { return asker.answers.size() == seen; });
+                asker.answered_cv.wait(lock, [&] { return asker.answers.size() == 2 * seen; });
             }
         });
         EXPECT_EQ(ovexsdk_dev_open(&m_ctx), OVEXSDK_OK);
     }
-    EXPECT_EQ(asker.answers, (std::vector<int>{OVEXSDK_ERR_BUSY, OVEXSDK_ERR_BUSY}));
+    EXPECT_EQ(asker.answers, std::vector<int>(4, OVEXSDK_ERR_BUSY));
     bool open = false;
     EXPECT_EQ(ovexsdk_dev_is_open(&m_ctx, &open), OVEXSDK_OK);
     EXPECT_TRUE(open);
     Release();
     EXPECT_EQ(HostLines("Context is busy with another call; the call from a log callback is "
                         "refused."),
-              2u);
+              4u);
 }
 
 }  // namespace
