@@ -120,7 +120,7 @@ std::vector<std::shared_ptr<UsbDevice>> EnumDevices(const ScriptContext& context
                                                     std::uint16_t product_id) {
     std::vector<std::shared_ptr<UsbDevice>> shared;
     for (UsbDevice& device : context.context.EnumerateDevices(vendor_id, product_id)) {
-        auto held = std::make_shared<ScriptDevice>(context.place, std::move(device));
+        auto held = std::make_shared<ScriptDevice>(ScriptDevice{context.place, std::move(device)});
         shared.emplace_back(held, &held->device);
     }
     return shared;
