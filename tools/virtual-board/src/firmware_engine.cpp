@@ -185,4 +185,14 @@ void FirmwareEngine::ClearPowerFaults() {
     m_parts->faults = {};
 }
 
+std::vector<std::uint8_t> FirmwareEngine::ChipMatrix() const {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.ChipMatrix();
+}
+
+std::size_t FirmwareEngine::ReadOut(std::span<std::uint8_t> out) {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.ReadOut(out);
+}
+
 }  // namespace ovex::vboard

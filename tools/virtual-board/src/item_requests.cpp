@@ -62,6 +62,7 @@ std::size_t IdOf(const std::vector<Item>& items, std::string_view name, const ch
 ItemRequests::ItemRequests(ItemTables tables, const PowerFaults& faults)
     : m_tables(std::move(tables)),
       m_power(m_tables, faults),
+      m_chip(m_tables),
       m_invocations(m_tables.commands.size()) {
     for (const MonitorItem& monitor : m_tables.monitors) {
         m_monitors.push_back(monitor.value);
@@ -75,6 +76,7 @@ void ItemRequests::PowerOn() {
         m_states.push_back(state.value);
     }
     m_power.PowerOn();
+    m_chip.PowerOn(m_states);
 }
 
 ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {
@@ -95,8 +97,13 @@ ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std
     if (const auto refusal = m_power.CommandRefusal(setup.wIndex, out, m_states)) {
         return ControlReply::Stall(refusal);
     }
+    if (const auto refusal = m_chip.CommandRefusal(setup.wIndex, out, m_states)) {
+        return ControlReply::Stall(refusal);
+    }
     m_invocations[setup.wIndex].emplace_back(out.begin(), out.end());
     m_power.AfterCommand(setup.wIndex, out, m_states);
+    m_chip.AfterCommand(setup.wIndex, out, m_states);
+    m_chip.FollowSupply(m_states);
     return ControlReply::Answer(setup.IsIn() ? command.answer : std::vector<std::uint8_t>{});
 }
 
@@ -145,7 +152,8 @@ ControlReply ItemRequests::State(const SetupPacket& setup, std::span<const std::
     const StateItem& state = m_tables.states[setup.wIndex];
     std::vector<std::uint8_t> answer;
     if (setup.wValue == kInvokeOrGet) {
-        wire::PutI32(answer, m_states[setup.wIndex]);
+        wire::PutI32(answer,
+                     m_chip.StateReading(setup.wIndex, m_states).value_or(m_states[setup.wIndex]));
     } else if (setup.wValue == kStateLimits) {
         wire::PutI32(answer, state.min);
         wire::PutI32(answer, state.max);
@@ -157,8 +165,12 @@ ControlReply ItemRequests::State(const SetupPacket& setup, std::span<const std::
         if (const auto refusal = m_power.StateRefusal(setup.wIndex, value)) {
             return ControlReply::Stall(refusal);
         }
+        if (const auto refusal = m_chip.StateRefusal(setup.wIndex, m_states)) {
+            return ControlReply::Stall(refusal);
+        }
         m_states[setup.wIndex] = value;
         m_power.AfterStateSet(m_states);
+        m_chip.FollowSupply(m_states);
     }
     return ControlReply::Answer(std::move(answer));
 }
@@ -184,7 +196,10 @@ ControlReply ItemRequests::Monitor(const SetupPacket& setup,
         if (const auto refusal = m_power.MonitorRefusal(setup.wIndex)) {
             return ControlReply::Stall(refusal);
         }
-        wire::PutFloat(answer, m_power.Reading(setup.wIndex, m_monitors[setup.wIndex], m_states));
+        const float measured =
+            m_chip.MonitorReading(setup.wIndex, m_states)
+                .value_or(m_power.Reading(setup.wIndex, m_monitors[setup.wIndex], m_states));
+        wire::PutFloat(answer, measured);
     } else {
         wire::PutFloat(answer, monitor.min);
         wire::PutFloat(answer, monitor.max);

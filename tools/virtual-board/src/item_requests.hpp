@@ -3,7 +3,7 @@
 // The four item lists a board publishes: commands to invoke, versions to read, states to get
 // and set within their limits, monitors to read. An item's id is its place in its list. The
 // board's rails couple them: enables switch what monitors read, and commands and switches wait
-// for what they need.
+// for what they need. The Timepix3 chip hangs on them too.
 
 #include <cstdint>
 #include <span>
@@ -13,6 +13,7 @@
 #include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/item_tables.hpp"
 #include "power_rails.hpp"
+#include "tpx3_chip.hpp"
 
 namespace ovex::vboard {
 
@@ -40,14 +41,19 @@ public:
     // True if the monitor measures one of the board's rails.
     bool MeasuresRail(std::string_view monitor) const { return m_power.MeasuresRail(monitor); }
     bool HasMonitor(std::string_view name) const;
+    // The chip's pending read-back for the data endpoint; the bytes moved into `out`.
+    std::size_t ReadOut(std::span<std::uint8_t> out) { return m_chip.ReadOut(out); }
+    // The chip's pixel configuration memory.
+    const std::vector<std::uint8_t>& ChipMatrix() const { return m_chip.Matrix(); }
     // The measurements of `before`'s monitors that this board has too, by name.
     void KeepMeasurements(const ItemRequests& before);
 
 private:
     ItemTables m_tables;
     PowerRails m_power;
-    std::vector<int> m_states;                                          // current value by id
-    std::vector<float> m_monitors;                                      // current value by id
+    Tpx3Chip m_chip;                // inert on boards without it
+    std::vector<int> m_states;      // current value by id
+    std::vector<float> m_monitors;  // current value by id
     std::vector<std::vector<std::vector<std::uint8_t>>> m_invocations;  // inputs by command id
 };
 

@@ -18,6 +18,24 @@ BoardIdentity IdentityIn(const VirtualBoard::Settings& settings) {
     return identity;
 }
 
+// The data endpoint: the chip's configuration read-back goes out ahead of the stream.
+class DataEndpoint final : public IDataSource {
+public:
+    DataEndpoint(FirmwareEngine& engine, std::shared_ptr<CountingSource> stream)
+        : m_engine(engine), m_stream(std::move(stream)) {}
+
+    Produced Produce(std::span<std::uint8_t> out, Clock::time_point now) override {
+        if (const std::size_t read_back = m_engine.ReadOut(out); read_back > 0) {
+            return {read_back, false};
+        }
+        return m_stream->Produce(out, now);
+    }
+
+private:
+    FirmwareEngine& m_engine;
+    std::shared_ptr<CountingSource> m_stream;
+};
+
 }  // namespace
 
 VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
@@ -26,7 +44,7 @@ VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
       m_stream(std::make_shared<CountingSource>(settings.stream)),
       m_frames(std::make_shared<FrameSource>()),
       m_sink(std::make_shared<BulkSink>()) {
-    m_model.AttachSource(kDataEndpoint, m_stream);
+    m_model.AttachSource(kDataEndpoint, std::make_shared<DataEndpoint>(m_engine, m_stream));
     m_model.AttachSource(kMonitorEndpoint, m_frames);
     m_model.AttachSink(kConfigEndpoint, m_sink);
     m_usb = std::make_unique<UsbAttachment>(bed, m_model, port);
@@ -34,7 +52,7 @@ VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
 
 void VirtualBoard::RestartStream(CountingSource::Settings settings) {
     m_stream = std::make_shared<CountingSource>(settings);
-    m_model.AttachSource(kDataEndpoint, m_stream);
+    m_model.AttachSource(kDataEndpoint, std::make_shared<DataEndpoint>(m_engine, m_stream));
 }
 
 }  // namespace ovex::vboard

@@ -2,15 +2,16 @@
 
 // The board's firmware behind its vendor requests: item lists coupled by the board's rails,
 // GPIO, the I2C bus, the USB controller's own requests, the AXI register map and the SPI
-// masters. A board that comes up in boot loader mode answers only the boot loader's requests
-// until the host starts a sound application image; from then on it is that application. It
-// installs itself on a firmware model; all its state is behind one lock, so the host's requests
-// and a test's calls may come from different threads.
+// masters, and the Timepix3 chip on the items. A board that comes up in boot loader mode answers
+// only the boot loader's requests until the host starts a sound application image; from then on it
+// is that application. It installs itself on a firmware model; all its state is behind one lock, so
+// the host's requests and a test's calls may come from different threads.
 
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -48,6 +49,12 @@ public:
     // still answers). std::out_of_range for an unknown monitor.
     void BreakMonitor(std::string_view monitor, std::uint32_t word = kNoI2cAnswer);
     void ClearPowerFaults();
+
+    // The Timepix3 chip's pixel configuration memory, the bytes in the order they came.
+    std::vector<std::uint8_t> ChipMatrix() const;
+    // Moves the chip's pending configuration read-back into `out`; the bytes moved. The data
+    // endpoint sends these ahead of its stream.
+    std::size_t ReadOut(std::span<std::uint8_t> out);
 
 private:
     struct Parts;

@@ -2,7 +2,8 @@
 
 // One board on the emulated bus: the firmware model with its vendor requests and its data
 // sources, attached through umockdev. The sources are the transport test set: a counting stream
-// on bulk IN 0x81, frames on interrupt IN 0x82, a sink on bulk OUT 0x01.
+// on bulk IN 0x81 (behind the chip's configuration read-back), frames on interrupt IN 0x82, a
+// sink on bulk OUT 0x01.
 
 #include <memory>
 #include <optional>

@@ -1,0 +1,268 @@
+#include "tpx3_chip.hpp"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <string_view>
+
+#include "ovex/vboard/error_words.hpp"
+
+// ITEMS.md gives the chip's refusals and what its resets clear.
+
+namespace ovex::vboard {
+namespace {
+
+constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+constexpr std::size_t kDoubleColumns = Tpx3Chip::kMatrixBytes / Tpx3Chip::kDoubleColumnBytes;
+constexpr std::size_t kPixels = 65536;
+
+// The chip's own words, in the Timepix error source.
+constexpr std::uint32_t kChipNotReady = ErrorWord(ErrorSource::kTimepix, 0);
+constexpr std::uint32_t kChipBusy = ErrorWord(ErrorSource::kTimepix, 2);
+constexpr std::uint32_t kChannelFailure = ErrorWord(ErrorSource::kTimepix, 4);
+
+// The sense pin spans 100 mV at a DAC's lowest code to 1300 mV at its highest.
+constexpr int kSenseOffsetMv = 100;
+constexpr int kSenseSpanMv = 1200;
+
+// The operating modes the chip knows: 0, 1 and 2.
+constexpr std::uint8_t kLastMode = 2;
+
+constexpr std::array<std::string_view, 18> kDacStates = {
+    "DAC_PreampOn_0",  "DAC_PreampOff_0", "DAC_NCas_0",     "DAC_Ikrum_0",     "DAC_Fbk_0",
+    "DAC_THLFine_0",   "DAC_THLCoarse_0", "DAC_DiscS1On_0", "DAC_DiscS1Off_0", "DAC_DiscS2On_0",
+    "DAC_DiscS2Off_0", "DAC_PixelDac_0",  "DAC_TpBuffIn_0", "DAC_TpBuffOut_0", "DAC_TpCoarse_0",
+    "DAC_TpFine_0",    "DAC_CpPll_0",     "DAC_PllVCntrl_0"};
+
+template <class Item>
+std::size_t IdOf(const std::vector<Item>& items, std::string_view name) {
+    return FindItem(items, name).value_or(kNone);
+}
+
+bool Contains(const std::vector<std::size_t>& ids, std::size_t id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+// Pixel k's six configuration bits from packed bytes in the order the chip's columns take them:
+// the host sends the packed matrix reversed end for end.
+std::uint8_t PixelBits(const std::vector<std::uint8_t>& stream, std::size_t k) {
+    const auto at = [&](std::size_t packed) { return stream[stream.size() - 1 - packed]; };
+    const std::size_t group = k / 4 * 3;
+    const std::uint32_t word = static_cast<std::uint32_t>(at(group)) << 16 |
+                               static_cast<std::uint32_t>(at(group + 1)) << 8 | at(group + 2);
+    return static_cast<std::uint8_t>(word >> (18 - 6 * (k % 4)) & 63);
+}
+
+}  // namespace
+
+Tpx3Chip::Tpx3Chip(const ItemTables& tables)
+    : m_states(tables.states),
+      m_init(IdOf(tables.commands, "TPX_INIT")),
+      m_default_dac(IdOf(tables.commands, "TPX_DEFAULT_DAC")),
+      m_load(IdOf(tables.commands, "TPX_LOAD_PXCONF")),
+      m_read(IdOf(tables.commands, "TPX_READ_PXCONF")),
+      m_opmode(IdOf(tables.commands, "TPX_OPMODE")),
+      m_channels(IdOf(tables.states, "TPX_CHAN_EN")),
+      m_polarity(IdOf(tables.states, "TPX_CHIP_POLARITY")),
+      m_select(IdOf(tables.states, "TPX_DAC_SELECT")),
+      m_sense_state(IdOf(tables.states, "TPX_DAC_OUT")),
+      m_sense_monitor(IdOf(tables.monitors, "TPX_DAC_OUT")),
+      m_matrix(kMatrixBytes, 0) {
+    std::vector<std::size_t> dacs;
+    for (const std::string_view name : kDacStates) {
+        dacs.push_back(IdOf(tables.states, name));
+    }
+    for (const char* name : {"FRONTEND_EN", "DETECTOR_EN"}) {
+        m_supply.push_back(IdOf(tables.states, name));
+    }
+    for (const char* name : {"TPX_INIT", "TPX_ALIGN_CLK", "TPX_DEFAULT_DAC", "TPX_RESET_SEQ",
+                             "TPX_LOAD_PXCONF", "TPX_READ_PXCONF", "TPX_OPMODE"}) {
+        m_chip_commands.push_back(IdOf(tables.commands, name));
+    }
+    const std::array required = {m_init,        m_default_dac,  m_load,     m_read,
+                                 m_opmode,      m_channels,     m_polarity, m_select,
+                                 m_sense_state, m_sense_monitor};
+    const auto missing = [](std::size_t id) { return id == kNone; };
+    if (std::any_of(required.begin(), required.end(), missing) ||
+        std::any_of(dacs.begin(), dacs.end(), missing) ||
+        std::any_of(m_supply.begin(), m_supply.end(), missing) ||
+        std::any_of(m_chip_commands.begin(), m_chip_commands.end(), missing)) {
+        return;  // no chip on this board
+    }
+    m_dacs = std::move(dacs);
+    m_chip_states = m_dacs;
+    m_chip_states.insert(m_chip_states.end(), {m_channels, m_polarity, m_select, m_sense_state});
+}
+
+bool Tpx3Chip::Powered(const std::vector<int>& states) const {
+    return std::all_of(m_supply.begin(), m_supply.end(),
+                       [&](std::size_t id) { return states[id] != 0; });
+}
+
+bool Tpx3Chip::IsDac(std::size_t state) const {
+    return Contains(m_dacs, state);
+}
+
+std::uint32_t Tpx3Chip::CommandRefusal(std::size_t command, std::span<const std::uint8_t> input,
+                                       const std::vector<int>& states) const {
+    if (!Present() || !Contains(m_chip_commands, command)) {
+        return kNoError;
+    }
+    if (!Powered(states)) {
+        return kChipNotReady;
+    }
+    if (command == m_opmode) {
+        return input.size() == 1 && input[0] <= kLastMode ? kNoError : kBadArgument;
+    }
+    if (command == m_load) {
+        // Four zero bytes restart the column index; a double column follows the last one.
+        if (input.size() == 4) {
+            return std::all_of(input.begin(), input.end(), [](std::uint8_t b) { return b == 0; })
+                       ? kNoError
+                       : kBadArgument;
+        }
+        if (input.size() != kDoubleColumnBytes) {
+            return kBadArgument;
+        }
+        if (!m_next_column) {
+            return kNotStarted;
+        }
+        return *m_next_column < kDoubleColumns ? kNoError : kBadArgument;
+    }
+    if (command == m_read) {
+        if (!input.empty()) {
+            return kBadArgument;
+        }
+        if (!m_next_column) {
+            return kNotStarted;
+        }
+        if (states[m_channels] == 0) {
+            return kChannelFailure;
+        }
+        return m_readout_sent < m_readout.size() ? kChipBusy : kNoError;
+    }
+    return kNoError;
+}
+
+std::uint32_t Tpx3Chip::StateRefusal(std::size_t state, const std::vector<int>& states) const {
+    if (!Present() || !Contains(m_chip_states, state)) {
+        return kNoError;
+    }
+    if (state == m_sense_state) {
+        return kNotSupported;  // a reading, not a setting
+    }
+    return Powered(states) ? kNoError : kChipNotReady;
+}
+
+void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> input,
+                            std::vector<int>& states) {
+    if (!Present()) {
+        return;
+    }
+    if (command == m_init) {
+        // The chip's reset: the pixel memory and the periphery's registers go; the DACs stay.
+        std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
+        m_next_column.reset();
+        m_readout.clear();
+        m_readout_sent = 0;
+        for (const std::size_t id : {m_channels, m_polarity}) {
+            states[id] = m_states[id].value;
+        }
+    } else if (command == m_default_dac) {
+        for (const std::size_t id : m_dacs) {
+            states[id] = m_states[id].value;
+        }
+        states[m_select] = m_states[m_select].value;
+    } else if (command == m_load) {
+        if (input.size() == 4) {
+            m_next_column = 0;
+        } else {
+            std::copy(input.begin(), input.end(),
+                      m_matrix.begin() +
+                          static_cast<std::ptrdiff_t>(*m_next_column * kDoubleColumnBytes));
+            ++*m_next_column;
+        }
+    } else if (command == m_read) {
+        m_readout = ReadBack();
+        m_readout_sent = 0;
+    }
+}
+
+void Tpx3Chip::FollowSupply(std::vector<int>& states) {
+    if (!Present()) {
+        return;
+    }
+    const bool powered = Powered(states);
+    if (m_was_powered && !powered) {
+        PowerOn(states);
+    }
+    m_was_powered = powered;
+}
+
+void Tpx3Chip::PowerOn(std::vector<int>& states) {
+    std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
+    m_next_column.reset();
+    m_readout.clear();
+    m_readout_sent = 0;
+    for (const std::size_t id : m_chip_states) {
+        states[id] = m_states[id].value;
+    }
+    m_was_powered = Present() && Powered(states);
+}
+
+int Tpx3Chip::SenseMillivolts(const std::vector<int>& states) const {
+    const int selected = states[m_select];
+    if (!Powered(states) || selected < 1 || static_cast<std::size_t>(selected) > m_dacs.size()) {
+        return 0;
+    }
+    const std::size_t dac = m_dacs[static_cast<std::size_t>(selected) - 1];
+    const StateItem& item = m_states[dac];
+    return kSenseOffsetMv + (states[dac] - item.min) * kSenseSpanMv / (item.max - item.min);
+}
+
+std::optional<int> Tpx3Chip::StateReading(std::size_t state, const std::vector<int>& states) const {
+    if (!Present() || state != m_sense_state) {
+        return std::nullopt;
+    }
+    return SenseMillivolts(states);
+}
+
+std::optional<float> Tpx3Chip::MonitorReading(std::size_t monitor,
+                                              const std::vector<int>& states) const {
+    if (!Present() || monitor != m_sense_monitor) {
+        return std::nullopt;
+    }
+    return static_cast<float>(SenseMillivolts(states)) / 1000.0F;
+}
+
+std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
+    // A configuration packet: type 1 in bits 47..46, the address in 45..30, the pixel's bits in
+    // 19..14, least significant byte first. Pixel k answers at the address that the host turns
+    // back into k: 65535 − k with its bytes swapped.
+    std::vector<std::uint8_t> out(kPixels * kPacketBytes);
+    for (std::size_t k = 0; k < kPixels; ++k) {
+        const auto mirrored = static_cast<std::uint16_t>(kPixels - 1 - k);
+        const auto address =
+            static_cast<std::uint64_t>(static_cast<std::uint16_t>(mirrored << 8 | mirrored >> 8));
+        const std::uint64_t packet = std::uint64_t{1} << 46 | address << 30 |
+                                     static_cast<std::uint64_t>(PixelBits(m_matrix, k)) << 14;
+        for (std::size_t b = 0; b < kPacketBytes; ++b) {
+            out[k * kPacketBytes + b] = static_cast<std::uint8_t>(packet >> (8 * b));
+        }
+    }
+    return out;
+}
+
+std::size_t Tpx3Chip::ReadOut(std::span<std::uint8_t> out) {
+    const std::size_t count = std::min(out.size(), m_readout.size() - m_readout_sent);
+    std::copy_n(m_readout.begin() + static_cast<std::ptrdiff_t>(m_readout_sent), count,
+                out.begin());
+    m_readout_sent += count;
+    if (m_readout_sent == m_readout.size()) {
+        m_readout.clear();
+        m_readout_sent = 0;
+    }
+    return count;
+}
+
+}  // namespace ovex::vboard

@@ -1,0 +1,83 @@
+#pragma once
+
+// The Timepix3 chip behind the front end, as its firmware drives it: bias DACs with the sense pin
+// on one of them, polarity and operating mode, the pixel configuration memory that the host fills
+// double column by double column and reads back as configuration packets on the data endpoint,
+// and the chip's resets. The chip runs on its own rails: while they are off it answers nothing
+// and forgets its memory and registers. A board without the chip's items has no chip.
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "ovex/vboard/item_tables.hpp"
+
+namespace ovex::vboard {
+
+class Tpx3Chip {
+public:
+    // Packed pixel configuration: four 6-bit pixels in three bytes, 65536 pixels.
+    static constexpr std::size_t kMatrixBytes = 49152;
+    static constexpr std::size_t kDoubleColumnBytes = 384;
+    static constexpr std::size_t kPacketBytes = 6;
+
+    explicit Tpx3Chip(const ItemTables& tables);
+
+    // The word a command or a state switch of the chip is refused with, kNoError if it may run;
+    // other items are no concern of the chip's.
+    std::uint32_t CommandRefusal(std::size_t command, std::span<const std::uint8_t> input,
+                                 const std::vector<int>& states) const;
+    std::uint32_t StateRefusal(std::size_t state, const std::vector<int>& states) const;
+
+    // What a command that ran did to the chip and its states.
+    void AfterCommand(std::size_t command, std::span<const std::uint8_t> input,
+                      std::vector<int>& states);
+    // After anything that may switch the chip's rails: a chip whose rails went off comes back
+    // at power-on.
+    void FollowSupply(std::vector<int>& states);
+    // Power-on: memory cleared, no write or read-back under way, registers at their defaults.
+    void PowerOn(std::vector<int>& states);
+
+    // The sense pin in millivolts if `state` is the chip's reading, volts for the monitor.
+    std::optional<int> StateReading(std::size_t state, const std::vector<int>& states) const;
+    std::optional<float> MonitorReading(std::size_t monitor, const std::vector<int>& states) const;
+
+    // Moves the pending read-back into `out`; the bytes moved.
+    std::size_t ReadOut(std::span<std::uint8_t> out);
+
+    // The configuration bytes as the chip holds them, in the order they came.
+    const std::vector<std::uint8_t>& Matrix() const { return m_matrix; }
+
+private:
+    bool Present() const { return !m_dacs.empty(); }
+    bool Powered(const std::vector<int>& states) const;
+    bool IsDac(std::size_t state) const;
+    int SenseMillivolts(const std::vector<int>& states) const;
+    // Every pixel as a configuration packet, in the chip's pixel order.
+    std::vector<std::uint8_t> ReadBack() const;
+
+    std::vector<StateItem> m_states;    // power-on values and limits by id
+    std::vector<std::size_t> m_supply;  // enables of the chip's rails
+    std::vector<std::size_t> m_dacs;    // DAC states by DAC id − 1
+    std::vector<std::size_t> m_chip_commands;
+    std::vector<std::size_t> m_chip_states;  // switched only while the chip is powered
+    std::size_t m_init;
+    std::size_t m_default_dac;
+    std::size_t m_load;
+    std::size_t m_read;
+    std::size_t m_opmode;
+    std::size_t m_channels;
+    std::size_t m_polarity;
+    std::size_t m_select;
+    std::size_t m_sense_state;
+    std::size_t m_sense_monitor;
+
+    bool m_was_powered = false;
+    std::vector<std::uint8_t> m_matrix;
+    std::optional<std::size_t> m_next_column;  // set once a write started
+    std::vector<std::uint8_t> m_readout;
+    std::size_t m_readout_sent = 0;
+};
+
+}  // namespace ovex::vboard
