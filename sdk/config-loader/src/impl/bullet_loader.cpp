@@ -7,16 +7,13 @@
 #include <filesystem>
 #include <sstream>
 
+#include "impl/key_tables.hpp"
 #include "impl/number_text.hpp"
 #include "ovex/log/log.hpp"
 
 namespace ovex::configuration::impl {
 
 namespace {
-
-constexpr ValueType kInt = ValueType::kInteger;
-constexpr ValueType kDbl = ValueType::kDouble;
-constexpr ValueType kBytes = ValueType::kBytes;
 
 constexpr auto kTpx1ChipKeys = std::to_array<KeyEntry>({
     {"Ikrum", kInt},       {"Disc", kInt},    {"Preamp", kInt},  {"BuffAnalogA", kInt},
@@ -27,35 +24,14 @@ constexpr auto kTpx1ChipKeys = std::to_array<KeyEntry>({
     {"matrix", kBytes},
 });
 
-constexpr auto kTpx2ChipKeys = std::to_array<KeyEntry>({
-    {"PreampOn", kInt},
-    {"PreamOff", kInt},
-    {"LSOn", kInt},
-    {"LSOff", kInt},
-    {"CascPreamp", kInt},
-    {"FBK", kInt},
-    {"Threshold", kInt},
-    {"THLCoarse", kInt},
-    {"THLFine", kInt},
-    {"Ikrum", kInt},
-    {"DiscPMOS", kInt},
-    {"DiscNMOS", kInt},
-    {"Disc", kInt},
-    {"THS", kInt},
-    {"GND", kInt},
-    {"TpCoarse", kInt},
-    {"TpFine", kInt},
-    {"BiasSLSVS", kInt},
-    {"VcmSLVS", kInt},
-    {"BiasRes", kInt},
-    {"A", kDbl},
-    {"B", kDbl},
-    {"W", kDbl},
-    {"T", kDbl},
-    {"MinEnergyThreshold", kDbl},
-    {"ThresholdCoarseStep", kInt},
-    {"matrix", kBytes},
-});
+constexpr auto kTpx2ChipKeys =
+    JoinKeys(kTpx2DacKeys, std::to_array<KeyEntry>({{"A", kDbl},
+                                                    {"B", kDbl},
+                                                    {"W", kDbl},
+                                                    {"T", kDbl},
+                                                    {"MinEnergyThreshold", kDbl},
+                                                    {"ThresholdCoarseStep", kInt},
+                                                    {"matrix", kBytes}}));
 
 // Decimal tokens separated by white space, each cut to its low byte.
 std::vector<std::uint8_t> ParseMatrix(const std::string& text) {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "impl/base64.hpp"
+#include "impl/key_tables.hpp"
 #include "impl/number_text.hpp"
 #include "ovex/log/log.hpp"
 
@@ -16,45 +17,18 @@ namespace {
 
 constexpr std::size_t kMatrixBytes = 256 * 256;
 
-constexpr ValueType kInt = ValueType::kInteger;
-constexpr ValueType kDbl = ValueType::kDouble;
-constexpr ValueType kBool = ValueType::kBoolean;
-constexpr ValueType kText = ValueType::kString;
-constexpr ValueType kBytes = ValueType::kBytes;
-
-constexpr auto kTpx2ChipKeys = std::to_array<KeyEntry>({
-    {"Polarity", kBool},
-    {"SensorType", kText},
-    {"SensorThickness", kInt},
-    {"SensorPitch", kInt},
-    {"PreampOn", kInt},
-    {"PreamOff", kInt},
-    {"LSOn", kInt},
-    {"LSOff", kInt},
-    {"CascPreamp", kInt},
-    {"FBK", kInt},
-    {"Threshold", kInt},
-    {"THLCoarse", kInt},
-    {"THLFine", kInt},
-    {"Ikrum", kInt},
-    {"DiscPMOS", kInt},
-    {"DiscNMOS", kInt},
-    {"Disc", kInt},
-    {"THS", kInt},
-    {"GND", kInt},
-    {"TpCoarse", kInt},
-    {"TpFine", kInt},
-    {"BiasSLSVS", kInt},
-    {"VcmSLVS", kInt},
-    {"BiasRes", kInt},
-    {"ThresholdCalibCoeffA", kDbl},
-    {"ThresholdCalibCoeffB", kDbl},
-    {"ThresholdCalibCoeffC", kDbl},
-    {"ThresholdCalibCoeffT", kDbl},
-    {"MinThreshold", kDbl},
-    {"ThresholdCoarseStep", kInt},
-    {"matrix", kBytes},
-});
+constexpr auto kTpx2ChipKeys = JoinKeys(std::to_array<KeyEntry>({{"Polarity", kBool},
+                                                                 {"SensorType", kText},
+                                                                 {"SensorThickness", kInt},
+                                                                 {"SensorPitch", kInt}}),
+                                        kTpx2DacKeys,
+                                        std::to_array<KeyEntry>({{"ThresholdCalibCoeffA", kDbl},
+                                                                 {"ThresholdCalibCoeffB", kDbl},
+                                                                 {"ThresholdCalibCoeffC", kDbl},
+                                                                 {"ThresholdCalibCoeffT", kDbl},
+                                                                 {"MinThreshold", kDbl},
+                                                                 {"ThresholdCoarseStep", kInt},
+                                                                 {"matrix", kBytes}}));
 constexpr auto kTpx2DeviceKeys =
     std::to_array<KeyEntry>({{"Bias", kInt}, {"SensorRefreshEnabled", kBool}});
 
