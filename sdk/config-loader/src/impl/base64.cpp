@@ -55,7 +55,7 @@ std::optional<std::vector<std::uint8_t>> DecodeBase64(std::string_view text) {
         }
     }
     // A last group of two or three sextets gives one or two bytes, padded to four characters.
-    if (count == 1 || (padding > 0 && count + padding != 4)) {
+    if (count == 1 || (count == 0 ? padding != 0 : count + padding != 4)) {
         return std::nullopt;
     }
     if (count >= 2) {
