@@ -12,6 +12,7 @@
 #include "power_rails.hpp"
 #include "request_shape.hpp"
 #include "spi_buses.hpp"
+#include "tpx3_chip.hpp"
 
 namespace ovex::vboard {
 namespace {
@@ -36,7 +37,7 @@ struct FirmwareEngine::Parts {
           controller(items.Tables()),
           boot_loader(std::move(loader)) {}
 
-    PowerFaults faults;  // first: the items refer to it
+    HardwareFaults faults;  // first: the items refer to it
     ItemRequests items;
     GpioPins gpio;
     I2cBus i2c;
@@ -182,7 +183,22 @@ void FirmwareEngine::BreakMonitor(std::string_view monitor, std::uint32_t word) 
 
 void FirmwareEngine::ClearPowerFaults() {
     std::lock_guard lock(m_mutex);
-    m_parts->faults = {};
+    m_parts->faults.failed_rails.clear();
+    m_parts->faults.broken_monitors.clear();
+}
+
+void FirmwareEngine::StickPixel(std::uint32_t pixel, std::uint8_t bits) {
+    std::lock_guard lock(m_mutex);
+    if (pixel >= Tpx3Chip::kPixels || bits > Tpx3Chip::kPixelBits) {
+        throw std::out_of_range("Pixel " + std::to_string(pixel) + " can't be stuck at " +
+                                std::to_string(bits) + ".");
+    }
+    m_parts->faults.stuck_pixels[pixel] = bits;
+}
+
+void FirmwareEngine::ClearChipFaults() {
+    std::lock_guard lock(m_mutex);
+    m_parts->faults.stuck_pixels.clear();
 }
 
 std::vector<std::uint8_t> FirmwareEngine::ChipMatrix() const {

@@ -59,10 +59,10 @@ std::size_t IdOf(const std::vector<Item>& items, std::string_view name, const ch
 
 }  // namespace
 
-ItemRequests::ItemRequests(ItemTables tables, const PowerFaults& faults)
+ItemRequests::ItemRequests(ItemTables tables, const HardwareFaults& faults)
     : m_tables(std::move(tables)),
       m_power(m_tables, faults),
-      m_chip(m_tables),
+      m_chip(m_tables, faults),
       m_invocations(m_tables.commands.size()) {
     for (const MonitorItem& monitor : m_tables.monitors) {
         m_monitors.push_back(monitor.value);

@@ -20,7 +20,7 @@ namespace ovex::vboard {
 class ItemRequests {
 public:
     // `faults` must outlive the object.
-    ItemRequests(ItemTables tables, const PowerFaults& faults);
+    ItemRequests(ItemTables tables, const HardwareFaults& faults);
 
     const ItemTables& Tables() const { return m_tables; }
 

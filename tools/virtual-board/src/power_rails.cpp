@@ -38,7 +38,7 @@ std::vector<std::size_t> IdsOf(const std::vector<Item>& items, const Names& name
 
 }  // namespace
 
-PowerRails::PowerRails(const ItemTables& tables, const PowerFaults& faults)
+PowerRails::PowerRails(const ItemTables& tables, const HardwareFaults& faults)
     : m_faults(&faults),
       m_dcdc(IdsOf(tables.states, kDcDcStates)),
       m_main_power(m_dcdc),

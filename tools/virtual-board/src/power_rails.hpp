@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "hardware_faults.hpp"
 #include "ovex/vboard/item_tables.hpp"
 
 namespace ovex::vboard {
@@ -23,16 +24,10 @@ namespace ovex::vboard {
 inline constexpr std::array<std::string_view, 4> kDcDcStates = {"DC_1V0", "DC_1V8", "DC_2V5",
                                                                 "DC_3V3"};
 
-// Faults a test puts on the hardware, by monitor name; they outlive a change of firmware.
-struct PowerFaults {
-    std::set<std::string, std::less<>> failed_rails;  // a monitor of each failed rail
-    std::map<std::string, std::uint32_t, std::less<>> broken_monitors;  // the word a read gets
-};
-
 class PowerRails {
 public:
     // Rails and rules whose names aren't all on the board are left out.
-    PowerRails(const ItemTables& tables, const PowerFaults& faults);
+    PowerRails(const ItemTables& tables, const HardwareFaults& faults);
 
     // The word the firmware refuses a command or a state switch with while what it needs is off
     // or its input is malformed; kNoError when it may run. `states` are the current values.
@@ -70,7 +65,7 @@ private:
     void UnconfigureFpga(std::vector<int>& states);
     static void SwitchOff(const Ids& ids, std::vector<int>& states);
 
-    const PowerFaults* m_faults;
+    const HardwareFaults* m_faults;
     std::vector<std::string> m_monitor_names;  // by id
     std::vector<Rail> m_rails;
     std::map<std::size_t, std::size_t> m_rail_of_monitor;

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kDoubleColumns = Tpx3Chip::kMatrixBytes / Tpx3Chip::kDoubleColumnBytes;
-constexpr std::size_t kPixels = 65536;
 
 // The chip's own words, in the Timepix error source.
 constexpr std::uint32_t kChipNotReady = ErrorWord(ErrorSource::kTimepix, 0);
@@ -55,8 +54,9 @@ std::uint8_t PixelBits(const std::vector<std::uint8_t>& stream, std::size_t k) {
 
 }  // namespace
 
-Tpx3Chip::Tpx3Chip(const ItemTables& tables)
-    : m_states(tables.states),
+Tpx3Chip::Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults)
+    : m_faults(&faults),
+      m_states(tables.states),
       m_init(IdOf(tables.commands, "TPX_INIT")),
       m_default_dac(IdOf(tables.commands, "TPX_DEFAULT_DAC")),
       m_load(IdOf(tables.commands, "TPX_LOAD_PXCONF")),
@@ -236,6 +236,15 @@ std::optional<float> Tpx3Chip::MonitorReading(std::size_t monitor,
 }
 
 std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
+    std::vector<std::uint8_t> bits(kPixels);
+    for (std::size_t k = 0; k < kPixels; ++k) {
+        bits[k] = PixelBits(m_matrix, k);
+    }
+    // The host's pixel (row y, column x) is the device's pixel (255 − x, 255 − y): its matrix is
+    // mirrored on the anti-diagonal on the way to the chip.
+    for (const auto& [pixel, stuck] : m_faults->stuck_pixels) {
+        bits[(255 - pixel % 256) * 256 + (255 - pixel / 256)] = stuck;
+    }
     // A configuration packet: type 1 in bits 47..46, the address in 45..30, the pixel's bits in
     // 19..14, least significant byte first. Pixel k answers at the address that the host turns
     // back into k: 65535 − k with its bytes swapped.
@@ -244,8 +253,8 @@ std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
         const auto mirrored = static_cast<std::uint16_t>(kPixels - 1 - k);
         const auto address =
             static_cast<std::uint64_t>(static_cast<std::uint16_t>(mirrored << 8 | mirrored >> 8));
-        const std::uint64_t packet = std::uint64_t{1} << 46 | address << 30 |
-                                     static_cast<std::uint64_t>(PixelBits(m_matrix, k)) << 14;
+        const std::uint64_t packet =
+            std::uint64_t{1} << 46 | address << 30 | static_cast<std::uint64_t>(bits[k]) << 14;
         for (std::size_t b = 0; b < kPacketBytes; ++b) {
             out[k * kPacketBytes + b] = static_cast<std::uint8_t>(packet >> (8 * b));
         }

@@ -11,6 +11,7 @@
 #include <span>
 #include <vector>
 
+#include "hardware_faults.hpp"
 #include "ovex/vboard/item_tables.hpp"
 
 namespace ovex::vboard {
@@ -21,8 +22,11 @@ public:
     static constexpr std::size_t kMatrixBytes = 49152;
     static constexpr std::size_t kDoubleColumnBytes = 384;
     static constexpr std::size_t kPacketBytes = 6;
+    static constexpr std::size_t kPixels = 65536;
+    static constexpr std::uint8_t kPixelBits = 63;
 
-    explicit Tpx3Chip(const ItemTables& tables);
+    // `faults` must outlive the object.
+    Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults);
 
     // The word a command or a state switch of the chip is refused with, kNoError if it may run;
     // other items are no concern of the chip's.
@@ -57,6 +61,7 @@ private:
     // Every pixel as a configuration packet, in the chip's pixel order.
     std::vector<std::uint8_t> ReadBack() const;
 
+    const HardwareFaults* m_faults;
     std::vector<StateItem> m_states;    // power-on values and limits by id
     std::vector<std::size_t> m_supply;  // enables of the chip's rails
     std::vector<std::size_t> m_dacs;    // DAC states by DAC id − 1

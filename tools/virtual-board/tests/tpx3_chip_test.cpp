@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,21 @@ Bytes ColumnStream(const std::vector<std::uint8_t>& pixels) {
     }
     std::reverse(packed.begin(), packed.end());
     return packed;
+}
+
+// The host's order of a device-order matrix: mirrored on the anti-diagonal, the trim's bits
+// reversed (bit 1 with 4, 2 with 3).
+std::vector<std::uint8_t> HostOrder(const std::vector<std::uint8_t>& device) {
+    std::vector<std::uint8_t> host(device.size());
+    for (std::size_t y = 0; y < 256; ++y) {
+        for (std::size_t x = 0; x < 256; ++x) {
+            const std::uint8_t bits = device[(255 - x) * 256 + (255 - y)];
+            host[y * 256 + x] =
+                static_cast<std::uint8_t>((bits & 0x21) | (bits & 0x02) << 3 | (bits & 0x10) >> 3 |
+                                          (bits & 0x04) << 1 | (bits & 0x08) >> 1);
+        }
+    }
+    return host;
 }
 
 class Tpx3Chip : public VirtualBoardTest {
@@ -227,12 +243,26 @@ TEST_F(Tpx3Chip, MatrixReadsBackBitExactAndTheResetsClearWhatTheyOwn) {
     ASSERT_EQ(host.Invoke("TPX_READ_PXCONF"), 0U);
     EXPECT_EQ(ReadBack(host), pixels);
 
-    // The digital test's answer: the default matrix (every pixel trim 8, bit 4 in device order
-    // after the trim's bits are reversed: 0x02) comes back unchanged, and a rewrite replaces all.
+    // The digital test's answer: the default matrix (every pixel trim 8, 0x10; in device order
+    // 0x02) comes back unchanged but for a stuck pixel, which the host finds where it put it.
     const std::vector<std::uint8_t> defaults(kPixels, 0x02);
+    ASSERT_EQ(HostOrder(defaults), std::vector<std::uint8_t>(kPixels, 0x10));
     Write(host, ColumnStream(defaults));
     ASSERT_EQ(host.Invoke("TPX_READ_PXCONF"), 0U);
     EXPECT_EQ(ReadBack(host), defaults);
+    Board().Engine().StickPixel(0x1234, 0x3F);
+    ASSERT_EQ(host.Invoke("TPX_READ_PXCONF"), 0U);
+    const std::vector<std::uint8_t> answer = HostOrder(ReadBack(host));
+    std::vector<std::size_t> bad;
+    for (std::size_t pixel = 0; pixel < answer.size(); ++pixel) {
+        if (answer[pixel] != 0x10) {
+            bad.push_back(pixel);
+        }
+    }
+    EXPECT_EQ(bad, std::vector<std::size_t>{0x1234});
+    EXPECT_EQ(answer[0x1234], 0x3F);
+    EXPECT_THROW(Board().Engine().StickPixel(65536, 0), std::out_of_range);
+    EXPECT_THROW(Board().Engine().StickPixel(0, 64), std::out_of_range);
 
     // The chip's reset clears the memory and the periphery; the DACs stay until their own reset.
     ASSERT_EQ(host.SetState("TPX_CHIP_POLARITY", 1), 0U);

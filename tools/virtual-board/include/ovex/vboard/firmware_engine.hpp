@@ -49,6 +49,11 @@ public:
     // still answers). std::out_of_range for an unknown monitor.
     void BreakMonitor(std::string_view monitor, std::uint32_t word = kNoI2cAnswer);
     void ClearPowerFaults();
+    // The Timepix3 pixel that the host numbers `pixel` (row · 256 + column, 0..65535) reads back
+    // `bits` (0..63, as its configuration packet carries them) whatever was written; the chip's
+    // digital test shows it. std::out_of_range for a pixel or bits beyond those.
+    void StickPixel(std::uint32_t pixel, std::uint8_t bits);
+    void ClearChipFaults();
 
     // The Timepix3 chip's pixel configuration memory, the bytes in the order they came.
     std::vector<std::uint8_t> ChipMatrix() const;

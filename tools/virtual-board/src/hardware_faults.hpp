@@ -1,0 +1,21 @@
+#pragma once
+
+// Faults a test puts on the hardware; they outlive resets and a change of firmware.
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+
+namespace ovex::vboard {
+
+struct HardwareFaults {
+    // By monitor name: a monitor of each failed rail, and the word a broken monitor's read gets.
+    std::set<std::string, std::less<>> failed_rails;
+    std::map<std::string, std::uint32_t, std::less<>> broken_monitors;
+    // Timepix3 pixels, by the index the host gives them, whose configuration reads back stuck
+    // at the bits mapped to.
+    std::map<std::uint32_t, std::uint8_t> stuck_pixels;
+};
+
+}  // namespace ovex::vboard
