@@ -69,6 +69,8 @@ TEST(GravelLoaderTest, BrokenFilesAreRefusedWithTheirReason) {
          "Configuration file parsing failed: stod argument out of range"},
         {Replace(tpx3, "<SensorRefreshEnabled>false</SensorRefreshEnabled>", ""),
          "Device key 'SensorRefreshEnabled' was not loaded from configuration file."},
+        {Replace(tpx3, "</Settings>", "</Settings><Settings/>"),
+         "Cannot insert key 'SensorRefreshEnabled' into database."},
     };
     for (const auto& bad : cases) {
         LogCapture log;
