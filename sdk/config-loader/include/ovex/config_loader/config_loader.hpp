@@ -56,7 +56,8 @@ private:
 };
 
 // The configuration of a chip: "<id>.yaml", "<id>.yml", then "<id>.xml" in `directory`; the
-// first file that loads as valid, or nothing, and then the chip keeps its defaults.
+// first file that loads as valid, or nothing. With nothing the chip keeps its defaults, which the
+// caller announces once it has written them.
 std::optional<ConfigLoader> FindChipConfiguration(std::string_view chip_id,
                                                   const std::filesystem::path& directory = ".");
 

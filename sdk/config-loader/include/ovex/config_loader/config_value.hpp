@@ -3,6 +3,7 @@
 // The value of one key of a chip configuration file and the hash that all key maps share.
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
