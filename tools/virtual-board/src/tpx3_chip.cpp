@@ -75,8 +75,9 @@ Tpx3Chip::Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults)
     for (const char* name : {"FRONTEND_EN", "DETECTOR_EN"}) {
         m_supply.push_back(IdOf(tables.states, name));
     }
-    for (const char* name : {"TPX_INIT", "TPX_ALIGN_CLK", "TPX_DEFAULT_DAC", "TPX_RESET_SEQ",
-                             "TPX_LOAD_PXCONF", "TPX_READ_PXCONF", "TPX_OPMODE"}) {
+    // The resets (TPX_INIT, TPX_DEFAULT_DAC, TPX_RESET_SEQ) drive the chip's reset lines and run
+    // whether it answers or not; what talks to the chip needs it powered.
+    for (const char* name : {"TPX_ALIGN_CLK", "TPX_LOAD_PXCONF", "TPX_READ_PXCONF", "TPX_OPMODE"}) {
         m_chip_commands.push_back(IdOf(tables.commands, name));
     }
     const std::array required = {m_init,        m_default_dac,  m_load,     m_read,

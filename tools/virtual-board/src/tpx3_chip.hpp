@@ -62,11 +62,11 @@ private:
     std::vector<std::uint8_t> ReadBack() const;
 
     const HardwareFaults* m_faults;
-    std::vector<StateItem> m_states;    // power-on values and limits by id
-    std::vector<std::size_t> m_supply;  // enables of the chip's rails
-    std::vector<std::size_t> m_dacs;    // DAC states by DAC id − 1
-    std::vector<std::size_t> m_chip_commands;
-    std::vector<std::size_t> m_chip_states;  // switched only while the chip is powered
+    std::vector<StateItem> m_states;           // power-on values and limits by id
+    std::vector<std::size_t> m_supply;         // enables of the chip's rails
+    std::vector<std::size_t> m_dacs;           // DAC states by DAC id − 1
+    std::vector<std::size_t> m_chip_commands;  // refused while the chip is unpowered
+    std::vector<std::size_t> m_chip_states;    // switched only while the chip is powered
     std::size_t m_init;
     std::size_t m_default_dac;
     std::size_t m_load;

@@ -185,8 +185,11 @@ TEST_F(Tpx3Chip, AnUnpoweredChipAnswersNothingAndForgetsWhatItHeld) {
     BoardHost& host = Start(false);
     EXPECT_EQ(host.SetState("DAC_Ikrum_0", 20), kChipNotReady);
     EXPECT_EQ(host.SetState("TPX_CHIP_POLARITY", 1), kChipNotReady);
-    EXPECT_EQ(host.Invoke("TPX_INIT"), kChipNotReady);
+    EXPECT_EQ(host.Invoke("TPX_ALIGN_CLK"), kChipNotReady);
     EXPECT_EQ(host.Invoke("TPX_LOAD_PXCONF", Bytes(4, 0)), kChipNotReady);
+    // The resets run on an unpowered chip; there is nothing for them to clear.
+    EXPECT_EQ(host.Invoke("TPX_INIT"), 0U);
+    EXPECT_EQ(host.Invoke("TPX_DEFAULT_DAC"), 0U);
     EXPECT_EQ(host.State("DAC_Ikrum_0"), 10);
     // The front end alone doesn't power the chip.
     ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0U);
