@@ -100,10 +100,6 @@ bool Tpx3Chip::Powered(const std::vector<int>& states) const {
                        [&](std::size_t id) { return states[id] != 0; });
 }
 
-bool Tpx3Chip::IsDac(std::size_t state) const {
-    return Contains(m_dacs, state);
-}
-
 std::uint32_t Tpx3Chip::CommandRefusal(std::size_t command, std::span<const std::uint8_t> input,
                                        const std::vector<int>& states) const {
     if (!Present() || !Contains(m_chip_commands, command)) {

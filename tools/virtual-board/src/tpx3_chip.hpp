@@ -56,7 +56,6 @@ public:
 private:
     bool Present() const { return !m_dacs.empty(); }
     bool Powered(const std::vector<int>& states) const;
-    bool IsDac(std::size_t state) const;
     int SenseMillivolts(const std::vector<int>& states) const;
     // Every pixel as a configuration packet, in the chip's pixel order.
     std::vector<std::uint8_t> ReadBack() const;
