@@ -7,6 +7,8 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <latch>
+#include <latch>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -198,12 +200,16 @@ TEST(Logger, ManyProducersLoseNothingAndKeepEachThreadsOrder) {
 }
 
 // Each logger's thread logs into both queues while the other is busy in its callback too: a
-// logger thread that waited for room in the other's full queue would wait for ever.
+// logger thread that waited for room in the other's full queue would wait for ever. The loggers
+// end only once both callbacks have logged everything, since lines logged into a logger that is
+// being released are dropped.
 TEST(Logger, LoggerThreadsNeverWaitForEachOthersQueues) {
     constexpr int kLines = 100;  // more than a queue holds
     std::barrier both_in_callbacks(2);
+    std::latch both_logged(2);
     struct Busy {
         std::barrier<>* both;
+        std::latch* logged;
         Collector collector;
         bool called = false;  // the logger thread's only
         static void Callback(const char* text, ovexsdk_log_severity severity, void* param) {
@@ -213,17 +219,19 @@ TEST(Logger, LoggerThreadsNeverWaitForEachOthersQueues) {
                 for (int i = 0; i < kLines; ++i) {
                     OVEX_LOG_INFO("from a callback %d", i);
                 }
+                self->logged->count_down();
             }
             Collector::Callback(text, severity, &self->collector);
         }
     };
-    Busy a{&both_in_callbacks, {}};
-    Busy b{&both_in_callbacks, {}};
+    Busy a{&both_in_callbacks, &both_logged, {}};
+    Busy b{&both_in_callbacks, &both_logged, {}};
     {
         Logger first(16);
         Logger second(16);
         first.SetCallback(&Busy::Callback, &a, kMessageOnly);
         second.SetCallback(&Busy::Callback, &b, kMessageOnly);
+        both_logged.wait();
     }
     EXPECT_EQ(a.collector.TextsContaining("from a callback").size(), 2u * kLines);
     EXPECT_EQ(b.collector.TextsContaining("from a callback").size(), 2u * kLines);
