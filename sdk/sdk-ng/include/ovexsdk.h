@@ -103,6 +103,55 @@ typedef struct ovexsdk_dev_unit_info {
     char name[64];
 } ovexsdk_dev_unit_info;
 
+/* Operating mode of a chip; the name of each value is its name in log lines. */
+typedef enum ovexsdk_chip_mode {
+    Unknown = 0,        /* no mode set */
+    EvCount8Bit = 1,    /* Timepix2 event counting, 8 bits a pixel */
+    EvCount10Bit = 2,   /* Timepix2 event counting, 10 bits */
+    EvCount14Bit = 3,   /* Timepix2 event counting, 14 bits */
+    IToT10Bit = 4,      /* Timepix2 integrated time over threshold, 10 bits */
+    IToT14Bit = 5,      /* Timepix2 integrated time over threshold, 14 bits */
+    ToAToTDD = 6,       /* Timepix3 data-driven ToA and ToT */
+    ToAToTFBZS = 7,     /* Timepix3 frame-based ToA and ToT, zero-suppressed */
+    IToTEvCountFBZS = 8 /* Timepix3 frame-based integrated ToT and event count */
+} ovexsdk_chip_mode;
+
+/* Polarity of the charge that a chip collects: 1 or 2. On a Timepix3 they are the values 0 and 1
+ * of the board's state TPX_CHIP_POLARITY. */
+typedef enum ovexsdk_chip_polarity {
+    OVEXSDK_POLARITY_1 = 1,
+    OVEXSDK_POLARITY_2 = 2
+} ovexsdk_chip_polarity;
+
+typedef struct ovexsdk_chip_info {
+    char chip_id[10];                    /* such as "H05-W0318" */
+    ovexsdk_chip_mode modes[8];          /* the modes the chip supports, the rest 0 */
+    ovexsdk_chip_polarity polarities[2]; /* the polarities it supports, the rest 0 */
+    uint32_t width;                      /* pixels in x */
+    uint32_t height;                     /* pixels in y */
+} ovexsdk_chip_info;
+
+typedef struct ovexsdk_chip_settings {
+    ovexsdk_chip_polarity polarity;
+    ovexsdk_chip_mode mode; /* 0 while no mode is set */
+} ovexsdk_chip_settings;
+
+/* A user pixel mask: one byte per pixel, index y * width + x, nonzero masks the pixel. */
+typedef struct ovexsdk_chip_pixel_mask {
+    uint8_t* data;
+    uint64_t size;
+} ovexsdk_chip_pixel_mask;
+
+/* The range of a chip's threshold. */
+typedef struct ovexsdk_chip_thld_info {
+    float energy_low;    /* lowest energy ovexsdk_chip_set_thld takes, keV */
+    float energy_high;   /* highest energy ovexsdk_chip_set_thld takes, keV */
+    float min_threshold; /* the calibration's lowest meaningful threshold, keV */
+    uint32_t raw_min;    /* lowest raw threshold */
+    uint32_t raw_max;    /* highest raw threshold */
+    uint32_t calibrated; /* nonzero when a calibration other than raw = keV is loaded */
+} ovexsdk_chip_thld_info;
+
 /* Version of the library: 0.10.1. Never null. */
 OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void);
 
@@ -114,8 +163,7 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_release(ovexsdk_dev_ctx* ctx);
 
 /* Enumeration. On entry `*info_count` is the capacity of `infos`; on return the number of
  * elements filled. Boards that can't be read are skipped and take no element. No context needed. */
-OVEXSDK_API ovexsdk_err_code ovexsdk_enum_get_info(ovexsdk_enum_info infos[],
-                                                   uint64_t* info_count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_enum_get_info(ovexsdk_enum_info infos[], uint64_t* info_count);
 
 /* Device. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_open(ovexsdk_dev_ctx* ctx);
@@ -134,6 +182,43 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_down_unit(ovexsdk_dev_ctx* ctx, u
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_is_powered(ovexsdk_dev_ctx* ctx, bool* is_powered);
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_up(ovexsdk_dev_ctx* ctx);
 OVEXSDK_API ovexsdk_err_code ovexsdk_dev_power_down(ovexsdk_dev_ctx* ctx);
+
+/* Chips of an open board whose frontend is powered up; chip 0 is the first. Before the
+ * frontend's power-up a board has no chip: the chip calls then return OVEXSDK_ERR_INVALID.
+ * ovexsdk_chip_configure resets the chip, writes and tests its default pixel matrix, and then
+ * applies the chip's configuration file "<chip id>.yaml", ".yml" or ".xml" from the working
+ * directory, the first that loads; without one the chip keeps its defaults. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_count(ovexsdk_dev_ctx* ctx, uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_info(ovexsdk_dev_ctx* ctx, ovexsdk_chip_info infos[],
+                                                   uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_settings(ovexsdk_dev_ctx* ctx,
+                                                       ovexsdk_chip_settings settings[],
+                                                       uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_configure(ovexsdk_dev_ctx* ctx, uint8_t chip);
+/* As ovexsdk_chip_configure, with the text of a configuration file instead of the file. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_configure_from_string(ovexsdk_dev_ctx* ctx, uint8_t chip,
+                                                                const char* contents);
+/* The mode applies to the whole device. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_set_mode(ovexsdk_dev_ctx* ctx, ovexsdk_chip_mode mode);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_set_polarity(ovexsdk_dev_ctx* ctx, uint8_t chip,
+                                                       ovexsdk_chip_polarity polarity);
+/* The user mask is merged into the chip's pixel matrix: a pixel masked once stays masked until
+ * the matrix is configured again. The getter copies at most `mask->size` bytes. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_pixel_mask(ovexsdk_dev_ctx* ctx, uint8_t chip,
+                                                         ovexsdk_chip_pixel_mask* mask);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_set_pixel_mask(ovexsdk_dev_ctx* ctx, uint8_t chip,
+                                                         const ovexsdk_chip_pixel_mask* mask);
+/* Thresholds: in keV through the chip's calibration, or raw, as the chip's DACs count. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_thld(ovexsdk_dev_ctx* ctx, uint8_t chip,
+                                                   float* value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_set_thld(ovexsdk_dev_ctx* ctx, uint8_t chip, float value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_raw_thld(ovexsdk_dev_ctx* ctx, uint8_t chip,
+                                                       uint32_t* raw_value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_set_raw_thld(ovexsdk_dev_ctx* ctx, uint8_t chip,
+                                                       uint32_t raw_value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_thld_info(ovexsdk_dev_ctx* ctx,
+                                                        ovexsdk_chip_thld_info thld_infos[],
+                                                        uint8_t* chip_count);
 
 /* Log. `format` must not be null; a null `function` stops the delivery. The registration takes
  * effect after the lines already queued, which still go to the previous callback. */
