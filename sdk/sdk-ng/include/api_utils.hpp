@@ -105,6 +105,10 @@ struct Exclusive<impl> {
 // Logs "Parameter pointer '<name>' is invalid." for a null pointer; answers whether it was null.
 bool LogInvalidPointer(const void* pointer, const char* name);
 
+// Logs "Device pointer 'device' is invalid." for a context without a device; answers whether it
+// has none.
+bool LogMissingDevice(Context& context);
+
 // Copies text into a fixed field: zero-filled, at most N - 1 characters, always terminated.
 template <std::size_t N>
 void CopyTextField(char (&field)[N], std::string_view text) noexcept {

@@ -28,14 +28,6 @@ namespace {
 
 constexpr ovexsdk_version kVersion{0, 10, 1};
 
-bool LogMissingDevice(Context& context) {
-    if (!context.Device()) {
-        OVEX_LOG_ERROR("Device pointer '%s' is invalid.", "device");
-        return true;
-    }
-    return false;
-}
-
 // The device's power units, in the order the device added them. A device whose items didn't load
 // has none.
 std::vector<IPowerControl*> PowerUnits(Context& context) {

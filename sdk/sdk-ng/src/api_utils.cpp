@@ -12,6 +12,14 @@ bool LogInvalidPointer(const void* pointer, const char* name) {
     return false;
 }
 
+bool LogMissingDevice(Context& context) {
+    if (!context.Device()) {
+        OVEX_LOG_ERROR("Device pointer '%s' is invalid.", "device");
+        return true;
+    }
+    return false;
+}
+
 DeviceAccess::DeviceAccess(Context& context) : m_lock(context.DeviceMutex(), std::defer_lock) {
     if (!Logger::OnLoggerThread()) {
         m_lock.lock();

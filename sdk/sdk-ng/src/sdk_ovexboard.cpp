@@ -47,12 +47,16 @@ std::error_code OvexBoard::LoadItems(LuaState& lua) {
                   m_versions->Names().size());
 
     try {
-        for (const auto& unit : m_units) {
+        const PowerModule::PostPowerUp callbacks[] = {[this] { return BackendPoweredUp(); },
+                                                      [this] { return FrontendPoweredUp(); }};
+        for (std::size_t index = 0; index < std::size(m_units); ++index) {
+            const auto& unit = m_units[index];
             const auto text = lua_scripts::Find(unit.script);
             OVEX_CHECK(text.has_value(), "BUG: Power script '%.*s' is not in the library.",
                        static_cast<int>(unit.script.size()), unit.script.data());
-            AddModule<IPowerControl>(std::make_unique<PowerModule>(
-                unit.script, *text, lua, unit.name, nullptr, GetModule<IDeviceConnection>()));
+            AddModule<IPowerControl>(std::make_unique<PowerModule>(unit.script, *text, lua,
+                                                                   unit.name, callbacks[index],
+                                                                   GetModule<IDeviceConnection>()));
         }
     } catch (const std::exception& e) {
         OVEX_LOG_ERROR("Failed to initialize power module - %s", e.what());

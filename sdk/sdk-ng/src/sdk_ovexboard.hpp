@@ -26,6 +26,13 @@ public:
     std::error_code LoadItems(LuaState& lua) override;
     std::error_code Epilogue() override;
 
+protected:
+    // What the board adds once a unit's script has powered it up: the modules that exist only
+    // behind that unit. Called at every power-up of the unit; a unit that the open finds on
+    // already gets it then. A failure fails the power-up.
+    virtual std::error_code BackendPoweredUp() { return {}; }
+    virtual std::error_code FrontendPoweredUp() { return {}; }
+
 private:
     PowerUnitRecipe m_units[2];
 };
