@@ -149,8 +149,8 @@ TPX3_XML = """<?xml version="1.0" encoding="utf-8"?>
     <Ikrum>15</Ikrum>
     <Fbk>164</Fbk>
     <Threshold>4.25</Threshold>
-    <THLFine>380</THLFine>
-    <THLCoarse>7</THLCoarse>
+    <THLFine>438</THLFine>
+    <THLCoarse>4</THLCoarse>
     <DiscS1On>100</DiscS1On>
     <DiscS1Off>8</DiscS1Off>
     <DiscS2On>128</DiscS2On>
@@ -162,9 +162,9 @@ TPX3_XML = """<?xml version="1.0" encoding="utf-8"?>
     <TpFine>256</TpFine>
     <CpPll>128</CpPll>
     <PllVCntrl>128</PllVCntrl>
-    <ThresholdCalibCoeffA>0.0418</ThresholdCalibCoeffA>
-    <ThresholdCalibCoeffB>-49.3</ThresholdCalibCoeffB>
-    <MinThreshold>2.5</MinThreshold>
+    <ThresholdCalibCoeffA>-23.9</ThresholdCalibCoeffA>
+    <ThresholdCalibCoeffB>1180</ThresholdCalibCoeffB>
+    <MinThreshold>120</MinThreshold>
     <twc>12</twc>
     <twd>4</twd>
     <BinaryPixelCfg><![CDATA[
