@@ -1,0 +1,404 @@
+#include "modules/tpx3_chip.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <new>
+#include <variant>
+
+#include "modules/tpx3_matrix.hpp"
+#include "modules/tpx3_thld_ctrl.hpp"
+#include "ovex/log/log.hpp"
+#include "ovex/usb/data_producer.hpp"
+#include "ovex/usb/usb_device.hpp"
+
+namespace ovex::sdk {
+namespace {
+
+constexpr const char* kUnknownId = "<UNKNOWN>";
+constexpr std::uint8_t kDataEndpoint = 0x81;
+constexpr std::size_t kDoubleColumns = 128;
+constexpr std::size_t kDoubleColumnSize = tpx3::kPackedSize / kDoubleColumns;
+constexpr std::uint8_t kDefaultPixel = 0x10;  // unmasked, trim 8, test bit off
+// The read-back is small enough for one transfer; the board ends it within this time.
+constexpr std::uint32_t kReadbackQueue = 1;
+constexpr std::uint32_t kReadbackTransferSize = 32768;
+constexpr double kReadbackTimeout = 1.0;
+constexpr std::chrono::milliseconds kReadbackWait{1000};
+
+ModuleRequirements ChipItems(Commands* commands, States* states) {
+    OVEX_CHECK(commands != nullptr, "BUG: Device commands are unavailable.");
+    OVEX_CHECK(states != nullptr, "BUG: Device states are unavailable.");
+    ModuleRequirements requirements;
+    requirements.commands = {
+        {commands,
+         {"TPX_INIT", "TPX_ALIGN_CLK", "TPX_DEFAULT_DAC", "TPX_RESET_SEQ", "TPX_LOAD_PXCONF",
+          "TPX_READ_PXCONF", "TPX_OPMODE", "TPX_CHIP_INFO"}}};
+    requirements.states = {{states, {"TPX_CHAN_EN", "TPX_CHIP_POLARITY", "TPX_CHIP_ID"}}};
+    return requirements;
+}
+
+bool StartsWithLetter(const std::string& text) {
+    if (text.empty()) {
+        return false;
+    }
+    const char c = text.front();
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+// Letter, wafer row and wafer number from the efuse word; two override bits let the upper ten
+// bits replace one of the three fields.
+std::string DecodeChipId(std::uint32_t efuses) {
+    if (efuses == 0) {
+        return kUnknownId;
+    }
+    std::uint32_t x = efuses & 15;
+    std::uint32_t y = (efuses >> 4) & 15;
+    std::uint32_t w = (efuses >> 8) & 0xFFF;
+    switch ((efuses >> 20) & 3) {
+        case 1:
+            x = efuses >> 22;
+            break;
+        case 2:
+            y = efuses >> 22;
+            break;
+        case 3:
+            w = efuses >> 22;
+            break;
+        default:
+            break;
+    }
+    const char letter = x != 0 ? static_cast<char>(x + 64) : 'X';
+    return fmt::format("{:c}{:02d}-W{:04d}", letter, y, w);
+}
+
+// Lends the one buffer that the whole read-back fills, once: the transfer then finds no buffer
+// for a second pass and ends.
+class ReadbackProducer final : public usb::device::IUsbDataProducer {
+public:
+    ReadbackProducer() : m_buffer(tpx3::kReadbackSize) {}
+
+    usb::device::XferBuffer Acquire(std::uint32_t) override {
+        if (m_finished.exchange(true)) {
+            return {};
+        }
+        return {m_buffer.data(), static_cast<std::uint32_t>(m_buffer.size()), 0};
+    }
+    void Deliver(const usb::device::XferBuffer& buffer) override {
+        OVEX_LOG_DEBUG("Configuration data received: %p, %d bytes.",
+                       static_cast<void*>(buffer.buffer), static_cast<int>(buffer.transferred));
+        if (buffer.transferred < tpx3::kReadbackSize) {
+            OVEX_LOG_ERROR("Configuration data incomplete.");
+        }
+        m_received = buffer.transferred;
+    }
+    void Release(const usb::device::XferBuffer&) override {}
+
+    // Valid once the transfer has been collected.
+    std::span<const std::uint8_t> Received() const { return {m_buffer.data(), m_received}; }
+
+private:
+    std::vector<std::uint8_t> m_buffer;
+    std::atomic<bool> m_finished{false};
+    std::size_t m_received = 0;
+};
+
+}  // namespace
+
+Timepix3::Timepix3(Commands* commands, States* states, Monitors*, usb::device::UsbDevice* device)
+    : ITimepixChip(ChipItems(commands, states), false),
+      m_dacs(states),
+      m_chip_id(kUnknownId),
+      m_mask(tpx3::kPixelCount, 0),
+      m_device(device) {
+    m_threshold = std::make_unique<Tpx3ThresholdCtlr>(m_dacs, nullptr, m_chip_id);
+}
+
+Timepix3::~Timepix3() = default;
+
+Commands& Timepix3::BoardCommands() const {
+    Commands* maybe_commands = GetCommands();
+    OVEX_CHECK(maybe_commands != nullptr, "BUG: Commands object is invalid.");
+    return *maybe_commands;
+}
+
+States& Timepix3::BoardStates() const {
+    States* maybe_states = GetStates();
+    OVEX_CHECK(maybe_states != nullptr, "BUG: States object is invalid.");
+    return *maybe_states;
+}
+
+std::error_code Timepix3::GetPolarity(std::uint8_t& polarity) {
+    int value = 0;
+    const auto ec = BoardStates().Get("TPX_CHIP_POLARITY", value);
+    if (!ec) {
+        polarity = value == 0 ? 1 : 2;
+    }
+    return ec;
+}
+
+std::optional<ChipInfo> Timepix3::GetInfo() {
+    // Chip type, a code, a 16-bit number, an unread byte, a second 16-bit number, a pad byte.
+    std::array<std::uint8_t, 8> record{};
+    if (const auto ec = BoardCommands().Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(record))) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to read the chip information");
+        return std::nullopt;
+    }
+    ChipInfo info;
+    info.pixel_count = tpx3::kPixelCount;
+    info.width = tpx3::kMatrixSide;
+    info.height = tpx3::kMatrixSide;
+    info.number_a = static_cast<std::uint16_t>(record[2] << 8 | record[3]);
+    info.number_b = static_cast<std::uint16_t>(record[5] << 8 | record[6]);
+    info.code = record[1] >= 1 && record[1] <= 2 ? record[1] : 0;
+    info.chip_type = record[0] >= 1 && record[0] <= 4 ? record[0] : 0;
+    info.config_depth_class = 1;
+    info.modes = {ToAToTDD, ToAToTFBZS, IToTEvCountFBZS};
+    info.polarities = {1, 2};
+    return info;
+}
+
+std::error_code Timepix3::Reset() {
+    if (const auto ec = BoardCommands().Invoke("TPX_INIT")) {
+        const auto what = fmt::format("Failed to reset the Timepix3 chip {:s}", m_chip_id);
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
+        return ec;
+    }
+    // All eight data channels on.
+    if (const auto ec = BoardStates().Set("TPX_CHAN_EN", 255)) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to enable chip data channels");
+        return ec;
+    }
+    if (const auto ec = BoardCommands().Invoke("TPX_ALIGN_CLK")) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to align chip clock");
+        return ec;
+    }
+    if (const auto ec = BoardCommands().Invoke("TPX_DEFAULT_DAC")) {
+        const auto what = fmt::format("Failed to initialize DACs of Timepix3 chip {:s}", m_chip_id);
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
+        return ec;
+    }
+    if (const auto ec = BoardCommands().Invoke("TPX_RESET_SEQ")) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Chip sequential reset failed");
+        return ec;
+    }
+    return {};
+}
+
+std::vector<std::uint8_t> Timepix3::GetDefaultMatrix() {
+    return std::vector<std::uint8_t>(tpx3::kPixelCount, kDefaultPixel);
+}
+
+std::error_code Timepix3::WriteMatrix(std::span<const std::uint8_t> data) {
+    if (data.size() != tpx3::kPixelCount && data.size() != tpx3::kPackedSize) {
+        OVEX_LOG_ERROR("Provided configuration matrix has incorrect size (%zu)", data.size());
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    const std::vector<std::uint8_t> stream = tpx3::MakeDeviceStream(data);
+
+    // Four zero bytes restart the chip's column index.
+    constexpr std::array<std::uint8_t, 4> kRestart{};
+    if (const auto ec =
+            BoardCommands().Invoke("TPX_LOAD_PXCONF", std::span<const std::uint8_t>(kRestart))) {
+        OVEX_LOG_EC(log::kError, "Failed to write reset configuration column index - %s: %s", ec);
+        return ec;
+    }
+    std::error_code result;
+    const std::span<const std::uint8_t> columns(stream);
+    for (std::size_t i = 0; i < kDoubleColumns; ++i) {
+        result = BoardCommands().Invoke("TPX_LOAD_PXCONF",
+                                        columns.subspan(i * kDoubleColumnSize, kDoubleColumnSize));
+        if (result) {
+            OVEX_LOG_EC(log::kError,
+                        "Failed to write configuration data at double column %d - %s: %s", result,
+                        static_cast<int>(2 * i));
+            break;
+        }
+    }
+
+    // Kept for the mask, also when the chip took only part of it.
+    if (data.size() == tpx3::kPackedSize) {
+        m_matrix.resize(tpx3::kPixelCount);
+        tpx3::Unpack(data, m_matrix);
+    } else {
+        m_matrix.assign(data.begin(), data.end());
+    }
+    return result;
+}
+
+std::error_code Timepix3::ReadMatrix(std::vector<std::uint8_t>& out) {
+    // The wait counts from before the transfer starts, so that it ends ahead of the transfer's
+    // own timeout when the board sends nothing.
+    const auto deadline = std::chrono::steady_clock::now() + kReadbackWait;
+    auto* endpoint = m_device != nullptr
+                         ? m_device->FindEndpoint<usb::device::UsbBulkEp>(kDataEndpoint)
+                         : nullptr;
+    if (endpoint == nullptr) {
+        OVEX_LOG_ERROR("BUG: Device doesn't have endpoint 0x%02X.", kDataEndpoint);
+        return std::make_error_code(std::errc::no_such_device);
+    }
+    if (const auto ec = endpoint->ClearHalt()) {
+        OVEX_LOG_EC(log::kWarning, "Failed to reset the data ingress endpoint - %s: %s.", ec);
+    }
+    const auto producer = std::make_shared<ReadbackProducer>();
+    auto started =
+        endpoint->ReadPerpetual(kReadbackQueue, kReadbackTransferSize, producer, kReadbackTimeout);
+    if (const auto* ec = std::get_if<std::error_code>(&started)) {
+        OVEX_LOG_EC(log::kError, "Failed to start async transfer - %s: %s.", *ec);
+        OVEX_LOG_EC(log::kError, "Failed to start the configuration matrix data readout - %s: %s.",
+                    *ec);
+        return *ec;
+    }
+    // Leaving early drops the state, which aborts and collects the transfer.
+    auto& transfer = std::get<usb::device::AsyncState>(started);
+    if (const auto ec = BoardCommands().Invoke("TPX_READ_PXCONF")) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
+                    "Failed to trigger configuration matrix readout");
+        return ec;
+    }
+    auto future = transfer.Future();
+    if (future.wait_until(deadline) == std::future_status::timeout) {
+        OVEX_LOG_ERROR("Waiting for configuration matrix data timed-out.");
+        if (const auto ec = transfer.Abort()) {
+            OVEX_LOG_EC(log::kError, "Failed to abort the transfer - %s: %s", ec);
+        }
+    }
+    const usb::device::UsbResult result = future.get();
+    if (result.error) {
+        OVEX_LOG_EC(log::kError, "Readout of configuration matrix data failed - %s: %s.",
+                    result.error);
+        return result.error;
+    }
+    const auto received = producer->Received();
+    if (received.size() != tpx3::kReadbackSize) {
+        OVEX_LOG_ERROR("Failed to read configuration matrix - got %zu elements instead of %zu.",
+                       received.size(), tpx3::kReadbackSize);
+    }
+    out.assign(received.begin(), received.end());
+    return {};
+}
+
+std::error_code Timepix3::SetMask(std::span<const std::uint8_t> mask) {
+    if (mask.size() != tpx3::kPixelCount) {
+        OVEX_LOG_ERROR(
+            "Provided pixel mask doesn't have correct size. Expected %zu bytes, got %zu.",
+            tpx3::kPixelCount, mask.size());
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    const auto masked = static_cast<std::size_t>(
+        std::count_if(mask.begin(), mask.end(), [](std::uint8_t m) { return m != 0; }));
+    OVEX_LOG_INFO("New user mask contains %zu masked pixels.", masked);
+    m_mask.assign(mask.begin(), mask.end());
+    if (m_matrix.empty()) {
+        OVEX_LOG_ERROR(
+            "No pixel matrix has been written to the chip yet: the mask is kept, not applied.");
+        return std::make_error_code(std::errc::operation_not_permitted);
+    }
+    std::vector<std::uint8_t> merged(tpx3::kPixelCount);
+    for (std::size_t i = 0; i < tpx3::kPixelCount; ++i) {
+        const bool masked_pixel = (m_matrix[i] & 1) != 0 || mask[i] != 0;
+        merged[i] = static_cast<std::uint8_t>((m_matrix[i] & ~1u) | (masked_pixel ? 1u : 0u));
+    }
+    return WriteMatrix(merged);
+}
+
+std::error_code Timepix3::GetMask(std::vector<std::uint8_t>& mask) {
+    mask = m_mask;
+    return {};
+}
+
+std::error_code Timepix3::DigitalTest(std::vector<std::uint32_t>& bad) {
+    const std::vector<std::uint8_t> expected = GetDefaultMatrix();
+    if (const auto ec = WriteMatrix(expected)) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to load default configuration matrix");
+        return ec;
+    }
+    std::vector<std::uint8_t> readback;
+    if (const auto ec = ReadMatrix(readback)) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to read back configuration matrix");
+        return ec;
+    }
+    const std::vector<std::uint8_t> decoded = tpx3::DecodeReadback(readback);
+    bad.clear();
+    for (std::size_t i = 0; i < tpx3::kPixelCount; ++i) {
+        if (((expected[i] ^ decoded[i]) & tpx3::kPixelBits) != 0) {
+            bad.push_back(static_cast<std::uint32_t>(i));
+        }
+    }
+    const std::string id = GetChipId();
+    if (bad.empty()) {
+        OVEX_LOG_INFO("Digital test of '%s' - good: %zu, bad: %zu.", id.c_str(), tpx3::kPixelCount,
+                      bad.size());
+    } else {
+        OVEX_LOG_WARN("Digital test of '%s' - good: %zu, bad: %zu.", id.c_str(),
+                      tpx3::kPixelCount - bad.size(), bad.size());
+    }
+    return {};
+}
+
+std::error_code Timepix3::CreateThresholdControl(const configuration::ConfigLoader* config) {
+    try {
+        m_threshold = std::make_unique<Tpx3ThresholdCtlr>(m_dacs, config, GetChipId());
+    } catch (const std::bad_alloc&) {
+        OVEX_LOG_ERROR("Failed to create the threshold controller - allocation failed.");
+        return std::make_error_code(std::errc::not_enough_memory);
+    }
+    return {};
+}
+
+std::error_code Timepix3::SetPolarity(std::uint8_t polarity) {
+    if (polarity != 1 && polarity != 2) {
+        OVEX_LOG_ERROR("Unsupported polarity: %d", polarity);
+        return std::make_error_code(std::errc::not_supported);
+    }
+    return BoardStates().Set("TPX_CHIP_POLARITY", polarity == 1 ? 0 : 1);
+}
+
+std::string Timepix3::GetChipId() {
+    if (StartsWithLetter(m_chip_id)) {
+        return m_chip_id;
+    }
+    int word = 0;
+    if (const auto ec = BoardStates().Get("TPX_CHIP_ID", word)) {
+        OVEX_LOG_EC(log::kError, "Failed to read chip efuses: %s: %s.", ec);
+        return kUnknownId;
+    }
+    const auto efuses = static_cast<std::uint32_t>(word);
+    m_chip_id = DecodeChipId(efuses);
+    if (efuses != 0 && !StartsWithLetter(m_chip_id)) {
+        OVEX_LOG_ERROR("Chip ID decoded from efuses 0x%08X is not valid.", efuses);
+    }
+    return m_chip_id;
+}
+
+std::error_code Timepix3::SetMode(ovexsdk_chip_mode mode) {
+    std::uint8_t byte = 0;
+    switch (mode) {
+        case ToAToTDD:
+            byte = 1;
+            break;
+        case ToAToTFBZS:
+            byte = 0;
+            break;
+        case IToTEvCountFBZS:
+            byte = 2;
+            break;
+        default:
+            OVEX_LOG_ERROR("Unsupported operational mode: %d", static_cast<int>(mode));
+            return std::make_error_code(std::errc::not_supported);
+    }
+    if (const auto ec =
+            BoardCommands().Invoke("TPX_OPMODE", std::span<const std::uint8_t>(&byte, 1))) {
+        OVEX_LOG_EC(log::kError, "Failed to configure chip operation mode - %s: %s", ec);
+        m_mode = 0;
+        return ec;
+    }
+    m_mode = static_cast<std::uint8_t>(mode);
+    return {};
+}
+
+}  // namespace ovex::sdk

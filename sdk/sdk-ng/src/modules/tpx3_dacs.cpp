@@ -1,0 +1,138 @@
+#include "modules/tpx3_dacs.hpp"
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "ovex/log/log.hpp"
+#include "ovex/range/range.hpp"
+
+namespace ovex::sdk {
+namespace {
+
+struct DacEntry {
+    const char* state;
+    const char* name;
+    bool measurable;
+};
+
+const std::map<std::uint8_t, DacEntry>& Table() {
+    static const std::map<std::uint8_t, DacEntry> table{
+        {1, {"DAC_PreampOn_0", "PreampOn", true}},
+        {2, {"DAC_PreampOff_0", "PreampOff", true}},
+        {3, {"DAC_NCas_0", "NCas", true}},
+        {4, {"DAC_Ikrum_0", "Ikrum", true}},
+        {5, {"DAC_Fbk_0", "Fbk", true}},
+        {6, {"DAC_THLFine_0", "THLFine", true}},
+        {7, {"DAC_THLCoarse_0", "THLCoarse", true}},
+        {8, {"DAC_DiscS1On_0", "DiscS1On", true}},
+        {9, {"DAC_DiscS1Off_0", "DiscS1Off", true}},
+        {10, {"DAC_DiscS2On_0", "DiscS2On", true}},
+        {11, {"DAC_DiscS2Off_0", "DiscS2Off", true}},
+        {12, {"DAC_PixelDac_0", "PixelDac", true}},
+        {13, {"DAC_TpBuffIn_0", "TpBuffIn", true}},
+        {14, {"DAC_TpBuffOut_0", "TpBuffOut", true}},
+        {15, {"DAC_TpCoarse_0", "TpCoarse", true}},
+        {16, {"DAC_TpFine_0", "TpFine", true}},
+        {17, {"DAC_CpPll_0", "CpPll", true}},
+        {18, {"DAC_PllVCntrl_0", "PllVCntrl", true}},
+    };
+    return table;
+}
+
+constexpr const char* kSelect = "TPX_DAC_SELECT";
+constexpr const char* kSense = "TPX_DAC_OUT";
+
+// An id outside the table reaches the board under a name that no board knows, which the item
+// set refuses.
+const char* StateName(std::uint8_t id) {
+    const auto& table = Table();
+    const auto found = table.find(id);
+    return found != table.end() ? found->second.state : "<invalid state>";
+}
+
+ModuleRequirements DacItems(States* states) {
+    std::vector<std::string> names;
+    for (const auto& [id, entry] : Table()) {
+        names.emplace_back(entry.state);
+    }
+    names.emplace_back(kSelect);
+    names.emplace_back(kSense);
+    ModuleRequirements requirements;
+    requirements.states = {{states, std::move(names)}};
+    return requirements;
+}
+
+}  // namespace
+
+Tpx3Dacs::Tpx3Dacs(States* states) : ITimepixDacs(DacItems(states), false) {}
+
+States& Tpx3Dacs::BoardStates() const {
+    States* maybe_states = GetStates();
+    OVEX_CHECK(maybe_states != nullptr, "BUG: States object is invalid.");
+    return *maybe_states;
+}
+
+std::vector<DacInfo> Tpx3Dacs::GetDacList() {
+    std::vector<DacInfo> list;
+    list.reserve(Table().size());
+    for (const auto& [id, entry] : Table()) {
+        range::Range<int> limits;
+        if (const auto ec = BoardStates().GetRange(entry.state, limits)) {
+            OVEX_LOG_EC(log::kWarning, "Failed to obtain limits of DAC %s - %s: %s.", ec,
+                        entry.name);
+            limits = range::Range<int>(-32768, 32767);
+        }
+        list.push_back(DacInfo{.id = id,
+                               .name = entry.name,
+                               .min = limits.min(),
+                               .max = limits.max(),
+                               .measurable = entry.measurable});
+    }
+    return list;
+}
+
+std::error_code Tpx3Dacs::SetDac(std::uint8_t id, std::uint32_t value) {
+    return BoardStates().Set(StateName(id), static_cast<int>(value));
+}
+
+std::error_code Tpx3Dacs::GetDac(std::uint8_t id, std::uint32_t& value) {
+    int read = 0;
+    const auto ec = BoardStates().Get(StateName(id), read);
+    if (!ec) {
+        value = static_cast<std::uint32_t>(read);
+    }
+    return ec;
+}
+
+std::error_code Tpx3Dacs::SelectSenseDac(std::uint8_t id) {
+    const auto& table = Table();
+    const auto found = table.find(id);
+    if (found == table.end()) {
+        OVEX_LOG_ERROR("DAC ID %d is invalid.", id);
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    if (!found->second.measurable) {
+        OVEX_LOG_ERROR("DAC '%s' cannot be measured using DAC_OUT chip pin.", found->second.name);
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    const auto ec = BoardStates().Set(kSelect, id);
+    if (!ec) {
+        // The sense pin's analog output needs this long to settle on the new DAC.
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return ec;
+}
+
+std::error_code Tpx3Dacs::ReadDacOut(float& value) {
+    int read = 0;
+    if (const auto ec = BoardStates().Get(kSense, read)) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Unable to read measured value of DAC_OUT");
+        return ec;
+    }
+    value = static_cast<float>(read);
+    return {};
+}
+
+}  // namespace ovex::sdk
