@@ -170,9 +170,7 @@ OvexboardBackend::OvexboardBackend(Commands* commands, States* states)
                              "TRIG_O_LEVEL", "TRIG_O_EDGE", "TRIG_O_1PULSE", "MAIN_CLK_SETUP"}}},
               .states = {{states, {"READY_IO_EN", "SYNC_IO_ACT_LOW", "DETECTOR_EN", "MAIN_CLK"}}},
               .monitors = {}},
-          false) {
-    TriggerInputs();
-}
+          false) {}
 
 Commands& OvexboardBackend::CheckedCommands() const {
     Commands* commands = GetCommands();
