@@ -118,8 +118,6 @@ Timepix3::Timepix3(Commands* commands, States* states, Monitors*, usb::device::U
     m_threshold = std::make_unique<Tpx3ThresholdCtlr>(m_dacs, nullptr, m_chip_id);
 }
 
-Timepix3::~Timepix3() = default;
-
 Commands& Timepix3::BoardCommands() const {
     Commands* maybe_commands = GetCommands();
     OVEX_CHECK(maybe_commands != nullptr, "BUG: Commands object is invalid.");

@@ -25,7 +25,6 @@ public:
     // reads no monitor: `monitors` is taken so that every chip module is built alike.
     Timepix3(Commands* commands, States* states, Monitors* monitors,
              usb::device::UsbDevice* device);
-    ~Timepix3() override;
 
     const char* GetName() const override { return "Timepix3 chip"; }
     std::error_code GetPolarity(std::uint8_t& polarity) override;
