@@ -6,7 +6,9 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <future>
+#include <mutex>
 #include <new>
 #include <variant>
 
@@ -94,16 +96,29 @@ public:
         if (buffer.transferred < tpx3::kReadbackSize) {
             OVEX_LOG_ERROR("Configuration data incomplete.");
         }
-        m_received = buffer.transferred;
+        {
+            const std::lock_guard lock(m_mutex);
+            m_received = buffer.transferred;
+        }
+        m_delivered.notify_all();
     }
     void Release(const usb::device::XferBuffer&) override {}
 
+    // Only a whole read-back ends the wait early: a transfer that times out on a silent board
+    // delivers too, and the wait must still end as a timeout then, whichever comes first.
+    bool WaitComplete(std::chrono::steady_clock::time_point deadline) {
+        std::unique_lock lock(m_mutex);
+        return m_delivered.wait_until(lock, deadline,
+                                      [this] { return m_received == tpx3::kReadbackSize; });
+    }
     // Valid once the transfer has been collected.
     std::span<const std::uint8_t> Received() const { return {m_buffer.data(), m_received}; }
 
 private:
     std::vector<std::uint8_t> m_buffer;
     std::atomic<bool> m_finished{false};
+    std::mutex m_mutex;
+    std::condition_variable m_delivered;
     std::size_t m_received = 0;
 };
 
@@ -229,9 +244,6 @@ std::error_code Timepix3::WriteMatrix(std::span<const std::uint8_t> data) {
 }
 
 std::error_code Timepix3::ReadMatrix(std::vector<std::uint8_t>& out) {
-    // The wait counts from before the transfer starts, so that it ends ahead of the transfer's
-    // own timeout when the board sends nothing.
-    const auto deadline = std::chrono::steady_clock::now() + kReadbackWait;
     auto* endpoint = m_device != nullptr
                          ? m_device->FindEndpoint<usb::device::UsbBulkEp>(kDataEndpoint)
                          : nullptr;
@@ -258,14 +270,13 @@ std::error_code Timepix3::ReadMatrix(std::vector<std::uint8_t>& out) {
                     "Failed to trigger configuration matrix readout");
         return ec;
     }
-    auto future = transfer.Future();
-    if (future.wait_until(deadline) == std::future_status::timeout) {
+    if (!producer->WaitComplete(std::chrono::steady_clock::now() + kReadbackWait)) {
         OVEX_LOG_ERROR("Waiting for configuration matrix data timed-out.");
         if (const auto ec = transfer.Abort()) {
             OVEX_LOG_EC(log::kError, "Failed to abort the transfer - %s: %s", ec);
         }
     }
-    const usb::device::UsbResult result = future.get();
+    const usb::device::UsbResult result = transfer.Future().get();
     if (result.error) {
         OVEX_LOG_EC(log::kError, "Readout of configuration matrix data failed - %s: %s.",
                     result.error);
