@@ -66,9 +66,10 @@ PowerRails::PowerRails(const ItemTables& tables, const HardwareFaults& faults)
     }
     const Ids ddr = IdsOf(tables.states, std::array{"DDR_PWR_EN"});
     m_main_power.insert(m_main_power.end(), ddr.begin(), ddr.end());
-    // Without a command that configures the FPGA its followers aren't held back.
+    // Without a command that configures the FPGA its followers aren't held back. The Timepix3
+    // front end's supply is switched by the FPGA too.
     if (m_fpga_conf != kNone || m_fpga_reconf != kNone) {
-        for (const char* name : {"GPIF_EN", "MAIN_CLK"}) {
+        for (const char* name : {"GPIF_EN", "MAIN_CLK", "FRONTEND_EN"}) {
             const Ids state = IdsOf(tables.states, std::array{name});
             m_needs_fpga.insert(m_needs_fpga.end(), state.begin(), state.end());
         }

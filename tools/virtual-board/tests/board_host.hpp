@@ -85,6 +85,16 @@ public:
     std::uint32_t Invoke(const std::string& name, Bytes input = {}) {
         return Outcome(Out(kCommands, 2, Id(kCommands, name), std::move(input)));
     }
+    // The DC/DC rails on and the FPGA configured, as the backend's power-up leaves them: what
+    // the FPGA switches can then be switched. The first refusal's word, 0 when all went.
+    std::uint32_t ConfigureFpga() {
+        for (const char* rail : {"DC_1V0", "DC_1V8", "DC_2V5", "DC_3V3"}) {
+            if (const std::uint32_t word = SetState(rail, 1)) {
+                return word;
+            }
+        }
+        return Invoke("FPGA_CONF");
+    }
     // What a monitor reads; NaN if the read is refused.
     float Monitor(const std::string& name) {
         Bytes value(4);

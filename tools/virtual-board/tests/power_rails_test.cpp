@@ -58,6 +58,10 @@ TEST_F(Rails, Timepix3FrontEndRailFeedsTheChipRails) {
     ExpectOff(host, {"PG_FE_5V", "MONITOR_5V", "PG_1V8", "PG_VDD", "PG_VDDA"});
     ExpectGood(host, {"PG_5V"});
 
+    // The FPGA switches the front end's 5 V.
+    EXPECT_EQ(host.SetState("FRONTEND_EN", 1), 0x44u);
+    ASSERT_EQ(host.ConfigureFpga(), 0u);
+
     // The chip's regulators stay off without the front end's 5 V.
     ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0u);
     ExpectOff(host, {"PG_1V8", "PG_VDD", "PG_VDDA"});
@@ -67,6 +71,12 @@ TEST_F(Rails, Timepix3FrontEndRailFeedsTheChipRails) {
 
     ASSERT_EQ(host.SetState("FRONTEND_EN", 0), 0u);
     ExpectOff(host, {"PG_FE_5V", "MONITOR_5V", "PG_1V8", "PG_VDD", "PG_VDDA"});
+
+    // The front end's supply goes down with the FPGA.
+    ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0u);
+    ASSERT_EQ(host.Invoke("MAIN_PWR_RESET"), 0u);
+    EXPECT_EQ(host.State("FRONTEND_EN"), 0);
+    ExpectOff(host, {"PG_FE_5V", "PG_VDDA"});
 }
 
 TEST_F(Rails, Timepix4ChipRailsGoOffByCommandAndTheEnableShowsIt) {
@@ -190,6 +200,7 @@ TEST_F(Rails, NobeFrontEndCommandsNeedTheFrontEndSupply) {
 
 TEST_F(Rails, FaultsKeepARailDownAndAMonitorUnreadableUntilCleared) {
     BoardHost& host = Start(BoardKind::kTimepix3);
+    ASSERT_EQ(host.ConfigureFpga(), 0u);
     FirmwareEngine& engine = Board().Engine();
     engine.FailRail("PG_FE_5V");
     engine.BreakMonitor("PG_VDD");
@@ -211,6 +222,7 @@ TEST_F(Rails, FaultsKeepARailDownAndAMonitorUnreadableUntilCleared) {
     // Faults are the hardware's: a reset of the firmware keeps them.
     Bytes none;
     ASSERT_EQ(host.In(0xE0, 0, 0, none), 0);
+    ASSERT_EQ(host.ConfigureFpga(), 0u);
     ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0u);
     ExpectOff(host, {"PG_FE_5V"});
     EXPECT_EQ(host.MonitorRefusal("PG_VDD"), kNoAcknowledge);

@@ -100,6 +100,7 @@ protected:
     BoardHost& Start(bool powered = true) {
         AddBoard();
         BoardHost& host = m_host.emplace();
+        EXPECT_EQ(host.ConfigureFpga(), 0U);
         if (powered) {
             EXPECT_EQ(host.SetState("FRONTEND_EN", 1), 0U);
             EXPECT_EQ(host.SetState("DETECTOR_EN", 1), 0U);
