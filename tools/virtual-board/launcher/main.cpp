@@ -27,7 +27,10 @@ void PrintUsage(std::FILE* out) {
         "Options:\n"
         "  --boards N     number of boards (default 1)\n"
         "  --kind KIND    board kind: tpx3 (default), tpx2cb, tpx4cb or nobe\n"
-        "  --rate BPS     data stream rate in bytes per second (default 0: as fast as read)\n"
+        "  --counting-stream\n"
+        "                 send the counting test stream on the data endpoint (default: the\n"
+        "                 endpoint sends only what the chip reads back)\n"
+        "  --rate BPS     counting stream rate in bytes per second (default 0: as fast as read)\n"
         "  --serial TEXT  serial number of the first board (default OVX00001); later boards\n"
         "                 count up the number it ends in\n"
         "  --boot-loader ID\n"
@@ -44,6 +47,7 @@ struct Options {
     int boards = 1;
     ovex::vboard::BoardKind kind = ovex::vboard::BoardKind::kTimepix3;
     double rate = 0.0;
+    bool counting_stream = false;
     std::string serial = ovex::vboard::BoardIdentity{}.serial;
     std::optional<std::string> boot_loader;
     std::uint16_t bcd_device = 0;  // 0: the kind's
@@ -119,6 +123,8 @@ bool Parse(int argc, char** argv, Options& options) {
                 return false;
             }
             options.kind = *kind;
+        } else if (arg == "--counting-stream") {
+            options.counting_stream = true;
         } else if (arg == "--rate" && has_value) {
             options.rate = std::atof(argv[++i]);
         } else if (arg == "--serial" && has_value) {
@@ -158,6 +164,9 @@ int main(int argc, char** argv) {
             settings.kind = options.kind;
             settings.identity.serial = i == 0 ? options.serial : NthSerial(options.serial, i);
             settings.stream.bytes_per_second = options.rate;
+            if (!options.counting_stream) {
+                settings.stream.total_bytes = 0;
+            }
             settings.identity.bcd_device = options.bcd_device;
             if (options.boot_loader) {
                 settings.boot_loader =
