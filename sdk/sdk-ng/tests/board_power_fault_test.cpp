@@ -438,7 +438,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(LowRail{"Timepix3Frontend", BoardKind::kTimepix3, 1, "PG_FE_5V", 6,
                               "Frontend power rail: FAIL", "invoke IO_EXP_INIT", OVEXSDK_OK},
                       LowRail{"Timepix3Chip", BoardKind::kTimepix3, 1, "PG_VDDA", 6,
-                              "Chip power rail: FAIL", "", OVEXSDK_OK},
+                              "Chip power rail: FAIL", "invoke TPX_CHIP_INFO", OVEXSDK_OK},
                       LowRail{"Timepix4Pll", BoardKind::kTimepix4Cb, 1, "PG_PLL", 7,
                               "Chip power rail: OK", "monitor PG_PST", OVEXSDK_OK},
                       LowRail{"Timepix4Last", BoardKind::kTimepix4Cb, 1, "PG_1V8D", 7,

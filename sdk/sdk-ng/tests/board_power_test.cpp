@@ -193,7 +193,7 @@ INSTANTIATE_TEST_SUITE_P(
         OvexBoard("Timepix3", vboard::BoardKind::kTimepix3,
                   {"get FRONTEND_EN", "set PELTIER_EN", "set FRONTEND_EN", "monitor PG_FE_5V",
                    "invoke IO_EXP_INIT", "invoke ADC_INIT", "invoke TSENS_RESET", "set DETECTOR_EN",
-                   "monitor PG_1V8", "monitor PG_VDD", "monitor PG_VDDA"},
+                   "monitor PG_1V8", "monitor PG_VDD", "monitor PG_VDDA", "invoke TPX_CHIP_INFO"},
                   kTpx3Check, {"set BIAS", "set PELTIER", "set DETECTOR_EN", "set FRONTEND_EN"},
                   {"Peltier configuration: OK", "Frontend power rail: OK", "Chip power rail: OK"},
                   {{"PELTIER_EN", 1}, {"FRONTEND_EN", 1}, {"DETECTOR_EN", 1}, {"PELTIER", 350}},

@@ -1,0 +1,55 @@
+#include "sdk_ovexboard_tpx3.hpp"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+
+#include "modules/backend.hpp"
+#include "modules/ovexboard_backend.hpp"
+#include "modules/timepix_chip.hpp"
+#include "modules/tpx3_chip.hpp"
+#include "modules/tpx3efe.hpp"
+#include "ovex/log/log.hpp"
+
+namespace ovex::sdk {
+
+std::error_code OvexBoardTpx3::BackendPoweredUp() {
+    if (GetModule<IBackend>() != nullptr) {
+        OVEX_LOG_DEBUG("Device backend power-up callback already invoked, skipping.");
+        return {};
+    }
+    if (!m_commands) {
+        OVEX_LOG_ERROR("Failed to build a device after power up. Missing commands.");
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    if (!m_states) {
+        OVEX_LOG_ERROR("Failed to build a device after power up. Missing states.");
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    AddModule<IBackend>(std::make_unique<OvexboardBackend>(m_commands.get(), m_states.get()));
+    return {};
+}
+
+std::error_code OvexBoardTpx3::FrontendPoweredUp() {
+    if (GetModule<IFrontend>() != nullptr) {
+        OVEX_LOG_DEBUG("Device frontend already created, skipping.");
+        return {};
+    }
+    std::array<std::uint8_t, 8> record{};
+    if (!m_commands || !m_states ||
+        m_commands->Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(record))) {
+        OVEX_LOG_ERROR("Failed to build a device after power up. Cannot fetch a chip info.");
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    // The chip type is the record's first byte; 1 to 4 are types, anything else none.
+    if (record[0] != 3) {
+        OVEX_LOG_ERROR("Failed to set a device. Unknown/unsupported chip type.");
+        return std::make_error_code(std::errc::not_supported);
+    }
+    AddModule<IFrontend>(std::make_unique<Tpx3efe>(m_commands.get(), m_states.get()));
+    AddModule<ITimepixChip>(std::make_unique<Timepix3>(m_commands.get(), m_states.get(),
+                                                       m_monitors.get(), m_usb_device.get()));
+    return {};
+}
+
+}  // namespace ovex::sdk
