@@ -42,6 +42,11 @@ protected:
     ovexsdk_err_code OpenKind(vboard::BoardKind kind) {
         vboard::VirtualBoard::Settings settings;
         settings.kind = kind;
+        return OpenBoard(std::move(settings));
+    }
+
+    ovexsdk_err_code OpenBoard(vboard::VirtualBoard::Settings settings) {
+        const auto kind = settings.kind;
         const auto result = AddAndOpen(std::move(settings));
         m_journal = std::make_shared<BoardJournal>(vboard::TablesOf(kind));
         ovex::log::AddSink(m_journal, ovex::log::kDebug);
