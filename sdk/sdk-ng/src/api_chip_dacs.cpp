@@ -29,15 +29,19 @@ ovexsdk_err_code FindDacs(Context& context, std::uint8_t chip, ITimepixDacs*& da
     return OVEXSDK_OK;
 }
 
-// Whether the DAC list has this id; logs the refusal if not.
-bool IsDac(ITimepixDacs& dacs, std::uint8_t dac) {
-    const auto list = dacs.GetDacList();
+// As FindDacs, for a call on one DAC: an id that the chip's list lacks is refused too.
+ovexsdk_err_code FindDac(Context& context, std::uint8_t chip, std::uint8_t dac,
+                         ITimepixDacs*& dacs) {
+    if (const auto result = FindDacs(context, chip, dacs); result != OVEXSDK_OK) {
+        return result;
+    }
+    const auto list = dacs->GetDacList();
     if (std::none_of(list.begin(), list.end(),
                      [dac](const DacInfo& info) { return info.id == dac; })) {
         OVEX_LOG_ERROR("Value %d is not a valid DAC identifier.", dac);
-        return false;
+        return OVEXSDK_ERR_FAILED;
     }
-    return true;
+    return OVEXSDK_OK;
 }
 
 ovexsdk_err_code ChipGetDacCount(Context& context, std::uint8_t chip, std::uint8_t* count) {
@@ -85,11 +89,8 @@ ovexsdk_err_code ChipGetDacInfo(Context& context, std::uint8_t chip, ovexsdk_chi
 ovexsdk_err_code ChipSetDac(Context& context, std::uint8_t chip, std::uint8_t dac,
                             std::uint16_t value) {
     ITimepixDacs* dacs = nullptr;
-    if (const auto result = FindDacs(context, chip, dacs); result != OVEXSDK_OK) {
+    if (const auto result = FindDac(context, chip, dac, dacs); result != OVEXSDK_OK) {
         return result;
-    }
-    if (!IsDac(*dacs, dac)) {
-        return OVEXSDK_ERR_FAILED;
     }
     if (const auto ec = dacs->SetDac(dac, value)) {
         OVEX_LOG_EC(ovex::log::kError, "Failed to set DAC value - %s: %s", ec);
@@ -104,11 +105,8 @@ ovexsdk_err_code ChipGetDac(Context& context, std::uint8_t chip, std::uint8_t da
         return OVEXSDK_ERR_INVALID;
     }
     ITimepixDacs* dacs = nullptr;
-    if (const auto result = FindDacs(context, chip, dacs); result != OVEXSDK_OK) {
+    if (const auto result = FindDac(context, chip, dac, dacs); result != OVEXSDK_OK) {
         return result;
-    }
-    if (!IsDac(*dacs, dac)) {
-        return OVEXSDK_ERR_FAILED;
     }
     std::uint32_t read = 0;
     if (const auto ec = dacs->GetDac(dac, read)) {
@@ -125,11 +123,8 @@ ovexsdk_err_code ChipMeasureDac(Context& context, std::uint8_t chip, std::uint8_
         return OVEXSDK_ERR_INVALID;
     }
     ITimepixDacs* dacs = nullptr;
-    if (const auto result = FindDacs(context, chip, dacs); result != OVEXSDK_OK) {
+    if (const auto result = FindDac(context, chip, dac, dacs); result != OVEXSDK_OK) {
         return result;
-    }
-    if (!IsDac(*dacs, dac)) {
-        return OVEXSDK_ERR_FAILED;
     }
     if (const auto ec = dacs->SelectSenseDac(dac)) {
         OVEX_LOG_EC(ovex::log::kError, "Failed to select DAC for measurement - %s: %s", ec);
