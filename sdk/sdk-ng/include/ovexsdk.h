@@ -152,6 +152,97 @@ typedef struct ovexsdk_chip_thld_info {
     uint32_t calibrated; /* nonzero when a calibration other than raw = keV is loaded */
 } ovexsdk_chip_thld_info;
 
+/* Peripherals. Each family numbers its controllers from 0 in the order the device has them. */
+typedef struct ovexsdk_bias_info {
+    float minimum; /* lowest settable voltage, volts */
+    float maximum; /* highest settable voltage, volts */
+} ovexsdk_bias_info;
+
+typedef struct ovexsdk_temp_ctrl_info {
+    float minimum;
+    float maximum;
+    uint32_t unit; /* 1 degrees Celsius, 2 percent */
+} ovexsdk_temp_ctrl_info;
+
+typedef union ovexsdk_mon_value {
+    int32_t i;
+    float f;
+} ovexsdk_mon_value;
+
+typedef struct ovexsdk_mon_info {
+    const char* id; /* the monitor's name; valid while the device is open */
+    uint32_t type;  /* 1 integer, 2 float: which member of ovexsdk_mon_value holds the value */
+    ovexsdk_mon_value minimum;
+    ovexsdk_mon_value maximum;
+} ovexsdk_mon_info;
+
+/* The records a monitor callback gets; they and what they point to are valid during the call. */
+typedef struct ovexsdk_mon_on_avail_changed_args {
+    const ovexsdk_mon_info* info;
+    uint8_t available;  /* the notification's flags: bit 0 available, 1 warning, 2 error */
+    uint32_t timestamp; /* the board's own clock */
+} ovexsdk_mon_on_avail_changed_args;
+
+typedef struct ovexsdk_mon_on_value_changed_args {
+    const ovexsdk_mon_info* info;
+    const uint8_t* flags; /* three bytes, 0 or 1: warning, error, available */
+    ovexsdk_mon_value value;
+    uint32_t timestamp;
+} ovexsdk_mon_on_value_changed_args;
+
+/* Monitor callbacks run on the library's notification tasks, several at a time. */
+typedef void (*ovexsdk_mon_avail_changed_cb)(const ovexsdk_mon_on_avail_changed_args* args,
+                                             void* param);
+typedef void (*ovexsdk_mon_value_changed_cb)(const ovexsdk_mon_on_value_changed_args* args,
+                                             void* param);
+
+typedef struct ovexsdk_eeprom_info {
+    char id[64];          /* such as "i2c0-eeprom" */
+    char part_number[64]; /* such as "24CS512" */
+    uint8_t region_count;
+} ovexsdk_eeprom_info;
+
+typedef struct ovexsdk_eeprom_region {
+    uint8_t kind;
+    uint16_t sector_count;
+    uint16_t sector_size;
+    uint16_t first_address;
+    uint16_t last_address;
+} ovexsdk_eeprom_region;
+
+#define OVEXSDK_FLASH_ID_MAX_SIZE 32
+
+typedef struct ovexsdk_flash_info {
+    char id[32];          /* such as "flash_fpga_be" */
+    char part_number[32]; /* as the flash names itself */
+    uint32_t first_number;
+    uint16_t second_number;
+    uint16_t region_count;
+} ovexsdk_flash_info;
+
+typedef struct ovexsdk_flash_region_info {
+    uint32_t start_address;
+    uint16_t sector_count;
+    uint32_t sector_size;
+} ovexsdk_flash_region_info;
+
+typedef struct ovexsdk_flash_buffer {
+    uint8_t* data;
+    uint64_t size;
+} ovexsdk_flash_buffer;
+
+typedef struct ovexsdk_flash_read_input {
+    uint8_t flash_id;
+    uint32_t address;
+    uint64_t length;
+} ovexsdk_flash_read_input;
+
+typedef struct ovexsdk_flash_program_input {
+    uint8_t flash_id;
+    uint32_t address;
+    const ovexsdk_flash_buffer* buffer;
+} ovexsdk_flash_program_input;
+
 /* Version of the library: 0.10.1. Never null. */
 OVEXSDK_API const ovexsdk_version* ovexsdk_version_get(void);
 
@@ -219,6 +310,72 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_chip_set_raw_thld(ovexsdk_dev_ctx* ctx, uin
 OVEXSDK_API ovexsdk_err_code ovexsdk_chip_get_thld_info(ovexsdk_dev_ctx* ctx,
                                                         ovexsdk_chip_thld_info thld_infos[],
                                                         uint8_t* chip_count);
+
+/* Bias supplies. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_bias_get_count(ovexsdk_dev_ctx* ctx, uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_bias_get_info(ovexsdk_dev_ctx* ctx, ovexsdk_bias_info infos[],
+                                                   uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_bias_get_desired(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                      float* value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_bias_get_actual(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                     float* value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_bias_set_desired(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                      float value);
+
+/* Temperature controllers. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_temp_get_count(ovexsdk_dev_ctx* ctx, uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_temp_get_info(ovexsdk_dev_ctx* ctx,
+                                                   ovexsdk_temp_ctrl_info infos[], uint64_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_temp_get_desired(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                      float* value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_temp_get_actual(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                     float* value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_temp_set_desired(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                      float value);
+
+/* Monitors, by their index in the board's list. A new callback replaces the monitor's old one. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_mon_get_count(ovexsdk_dev_ctx* ctx, uint32_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_mon_get_info(ovexsdk_dev_ctx* ctx, uint32_t index,
+                                                  ovexsdk_mon_info* mon_info);
+OVEXSDK_API ovexsdk_err_code ovexsdk_mon_get_value(ovexsdk_dev_ctx* ctx, uint32_t index,
+                                                   ovexsdk_mon_value* value);
+OVEXSDK_API ovexsdk_err_code ovexsdk_mon_set_avail_changed_cb(ovexsdk_dev_ctx* ctx, uint32_t index,
+                                                              ovexsdk_mon_avail_changed_cb function,
+                                                              void* param);
+OVEXSDK_API ovexsdk_err_code ovexsdk_mon_set_value_changed_cb(ovexsdk_dev_ctx* ctx, uint32_t index,
+                                                              ovexsdk_mon_value_changed_cb function,
+                                                              void* param);
+
+/* EEPROMs. `*length` goes in as the bytes asked for and comes back as the bytes done. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_eeprom_get_count(ovexsdk_dev_ctx* ctx, uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_eeprom_get_info(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                     ovexsdk_eeprom_info* out_info);
+OVEXSDK_API ovexsdk_err_code ovexsdk_eeprom_get_region_info(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                            uint8_t region,
+                                                            ovexsdk_eeprom_region* region_out);
+OVEXSDK_API ovexsdk_err_code ovexsdk_eeprom_read(ovexsdk_dev_ctx* ctx, uint8_t id, uint16_t address,
+                                                 uint8_t* buffer, uint64_t* length);
+OVEXSDK_API ovexsdk_err_code ovexsdk_eeprom_write(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                  uint16_t address, const uint8_t* buffer,
+                                                  uint64_t* length);
+OVEXSDK_API ovexsdk_err_code ovexsdk_eeprom_erase(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                  uint16_t address, uint64_t* length);
+
+/* Flash memories. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_flash_get_count(ovexsdk_dev_ctx* ctx, uint8_t* count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_flash_get_info(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                    ovexsdk_flash_info* info);
+OVEXSDK_API ovexsdk_err_code ovexsdk_flash_get_region_info(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                           uint16_t region,
+                                                           ovexsdk_flash_region_info* info);
+/* Reads `read_input->length` bytes into `buffer->data`; sets `buffer->size` to that length. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_flash_read(ovexsdk_dev_ctx* ctx,
+                                                const ovexsdk_flash_read_input* read_input,
+                                                ovexsdk_flash_buffer* buffer);
+OVEXSDK_API ovexsdk_err_code ovexsdk_flash_program_sector(
+    ovexsdk_dev_ctx* ctx, const ovexsdk_flash_program_input* program_input);
+OVEXSDK_API ovexsdk_err_code ovexsdk_flash_erase_sector(ovexsdk_dev_ctx* ctx, uint8_t id,
+                                                        uint32_t address);
 
 /* Log. `format` must not be null; a null `function` stops the delivery. The registration takes
  * effect after the lines already queued, which still go to the previous callback. */
