@@ -25,6 +25,12 @@ struct ovexsdk_chip_dac_info {
     std::uint8_t flag;      // 1: the chip's sense pin can be switched to this DAC
 };
 
+// A component of the board and its version text.
+struct ovexsdk_comp_info {
+    char name[32];
+    char version[32];
+};
+
 namespace ovex::sdk {
 
 // Replaces the context's locator if the text is valid; the device already built stays.
@@ -52,6 +58,12 @@ ovexsdk_err_code ovexsdk_chip_configure_from_matrix(ovexsdk_dev_ctx* ctx, std::u
                                                     ovexsdk_chip_matrix* matrix,
                                                     ovexsdk_chip_pix_indices indices[],
                                                     std::uint64_t* count);
+
+// The board's component versions, for the legacy interface. `*count` is the capacity of `infos`
+// on entry; a component whose version can't be read keeps its element as the host left it.
+ovexsdk_err_code ovexsdk_comp_get_ver_count(ovexsdk_dev_ctx* ctx, std::uint8_t* count);
+ovexsdk_err_code ovexsdk_comp_get_info(ovexsdk_dev_ctx* ctx, ovexsdk_comp_info infos[],
+                                       std::uint8_t* count);
 
 // Fills an identity record from a device's USB texts.
 void FillEnumInfo(const usb::device::DeviceInfo& info, ovexsdk_enum_info& record);
