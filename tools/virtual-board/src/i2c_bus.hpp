@@ -19,13 +19,18 @@ struct I2cDevice {
     std::uint16_t address;  // 7-bit, or 10-bit when `ten_bit`
     bool ten_bit;
     int register_bytes;                // width of the register address, 1 or 2
-    std::vector<std::uint8_t> memory;  // register r holds memory[r]; reads and writes go on
+    std::vector<std::uint8_t> memory;  // register first + r holds memory[r]; transfers go on
+    std::uint16_t first = 0;
+    // An EEPROM's write wraps at the end of its page to the page's start; 0: no pages.
+    std::size_t page_size = 0;
+    // The first registers that refuse writes (their data bytes are not acknowledged).
+    std::size_t read_only = 0;
 };
 
 class I2cBus {
 public:
-    // An EEPROM with 16-bit registers at 0x50, a sensor with 8-bit registers at 0x48 and a
-    // 10-bit device at 0x2A5.
+    // A 24CS512 EEPROM with 16-bit registers at 0x50 and its security area at 0x58, a sensor
+    // with 8-bit registers at 0x48 and a 10-bit device at 0x2A5.
     I2cBus();
 
     ControlReply Handle(const SetupPacket& setup, std::span<const std::uint8_t> out);

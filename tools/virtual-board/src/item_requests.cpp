@@ -63,6 +63,7 @@ ItemRequests::ItemRequests(ItemTables tables, const HardwareFaults& faults)
     : m_tables(std::move(tables)),
       m_power(m_tables, faults),
       m_chip(m_tables, faults),
+      m_flash(m_tables),
       m_invocations(m_tables.commands.size()) {
     for (const MonitorItem& monitor : m_tables.monitors) {
         m_monitors.push_back(monitor.value);
@@ -77,6 +78,7 @@ void ItemRequests::PowerOn() {
     }
     m_power.PowerOn();
     m_chip.PowerOn(m_states);
+    m_flash.PowerOn();
 }
 
 ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {
@@ -100,11 +102,19 @@ ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std
     if (const auto refusal = m_chip.CommandRefusal(setup.wIndex, out, m_states)) {
         return ControlReply::Stall(refusal);
     }
+    const std::size_t answer_room = setup.IsIn() ? setup.wLength : 0;
+    if (const auto refusal = m_flash.CommandRefusal(setup.wIndex, out, answer_room)) {
+        return ControlReply::Stall(refusal);
+    }
     m_invocations[setup.wIndex].emplace_back(out.begin(), out.end());
     m_power.AfterCommand(setup.wIndex, out, m_states);
     m_chip.AfterCommand(setup.wIndex, out, m_states);
     m_chip.FollowSupply(m_states);
-    return ControlReply::Answer(setup.IsIn() ? command.answer : std::vector<std::uint8_t>{});
+    auto flash_answer = m_flash.AfterCommand(setup.wIndex, out);
+    if (!setup.IsIn()) {
+        return ControlReply::Answer();
+    }
+    return ControlReply::Answer(flash_answer ? *std::move(flash_answer) : command.answer);
 }
 
 ControlReply ItemRequests::Version(const SetupPacket& setup,

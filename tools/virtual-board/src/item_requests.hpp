@@ -3,7 +3,7 @@
 // The four item lists a board publishes: commands to invoke, versions to read, states to get
 // and set within their limits, monitors to read. An item's id is its place in its list. The
 // board's rails couple them: enables switch what monitors read, and commands and switches wait
-// for what they need. The Timepix3 chip hangs on them too.
+// for what they need. The Timepix3 chip and the back end's flash hang on them too.
 
 #include <cstdint>
 #include <span>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "ovex/vboard/firmware_model.hpp"
+#include "backend_flash.hpp"
 #include "ovex/vboard/item_tables.hpp"
 #include "power_rails.hpp"
 #include "tpx3_chip.hpp"
@@ -52,6 +53,7 @@ private:
     ItemTables m_tables;
     PowerRails m_power;
     Tpx3Chip m_chip;                // inert on boards without it
+    BackendFlash m_flash;           // likewise
     std::vector<int> m_states;      // current value by id
     std::vector<float> m_monitors;  // current value by id
     std::vector<std::vector<std::vector<std::uint8_t>>> m_invocations;  // inputs by command id

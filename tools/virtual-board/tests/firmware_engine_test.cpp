@@ -229,7 +229,7 @@ TEST_F(Firmware, I2cReachesDevicesByTheirBusByteAndRegisterWidth) {
     // EEPROM at 0x50: 16-bit registers, bus byte 0xA0 to write, 0xA1 to read.
     Write(kI2c, 0x0123, 0x03A0, {0x11, 0x22, 0x33});
     EXPECT_EQ(Read(kI2c, 0x0123, 0x03A1, 3), (Bytes{0x11, 0x22, 0x33}));
-    EXPECT_EQ(Read(kI2c, 0x1FFE, 0x03A1, 2), (Bytes{0xFF, 0xFF}));
+    EXPECT_EQ(Read(kI2c, 0xFFFE, 0x03A1, 2), (Bytes{0xFF, 0xFF}));
     // Sensor at 0x48: 8-bit registers.
     EXPECT_EQ(Read(kI2c, 0, 0x0191, 1), Bytes{0x19});
     Write(kI2c, 1, 0x0190, {0x60});
@@ -245,7 +245,7 @@ TEST_F(Firmware, I2cRefusalsNameTheByteThatWasNotAcknowledged) {
     EXPECT_TRUE(Refused(In(kI2c, 0, 0x0391, 1), 0x01000001));          // sensor, 16-bit register
     EXPECT_TRUE(Refused(In(kI2c, 0, 0x01A1, 1), 0x01000001));          // EEPROM, 8-bit register
     EXPECT_TRUE(Refused(In(kI2c, 4, 0x0191, 1), 0x01000001));          // no register 4
-    EXPECT_TRUE(Refused(In(kI2c, 0x1FFF, 0x03A1, 2), 0x01000008));     // past the EEPROM's end
+    EXPECT_TRUE(Refused(In(kI2c, 0xFFFF, 0x03A1, 2), 0x01000008));     // past the EEPROM's end
     EXPECT_TRUE(Refused(Out(kI2c, 3, 0x0190, {1, 2}), 0x01000008));
     // Not a bus byte the firmware can send: no width flag, a read bit on a write, a register
     // too wide for 8 bits.
