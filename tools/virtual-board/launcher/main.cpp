@@ -4,13 +4,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ovex/vboard/virtual_board.hpp"
@@ -37,6 +42,9 @@ void PrintUsage(std::FILE* out) {
         "                 start the boards in boot loader mode with the board id ID (e.g.\n"
         "                 OVBD), waiting for the host to load an application image\n"
         "  --pcb X.YY     PCB version of the boards (default: the kind's, 3.03 or 3.00)\n"
+        "  --monitor-period MS\n"
+        "                 push a round of monitor readings on the interrupt endpoint every MS\n"
+        "                 milliseconds (default 0: the monitor stream stays silent)\n"
         "  --help         this text\n\n"
         "Examples:\n"
         "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n"
@@ -51,6 +59,7 @@ struct Options {
     std::string serial = ovex::vboard::BoardIdentity{}.serial;
     std::optional<std::string> boot_loader;
     std::uint16_t bcd_device = 0;  // 0: the kind's
+    long monitor_period_ms = 0;    // 0: no monitor stream
     std::vector<char*> program;
 };
 
@@ -137,11 +146,43 @@ bool Parse(int argc, char** argv, Options& options) {
                 return false;
             }
             options.bcd_device = *bcd;
+        } else if (arg == "--monitor-period" && has_value) {
+            options.monitor_period_ms = std::atol(argv[++i]);
+            if (options.monitor_period_ms < 0) {
+                return false;
+            }
         } else {
             return false;
         }
     }
     return false;
+}
+
+// Pushes a round of monitor readings on every board at each period until stopped, as boards at
+// work do by themselves.
+std::jthread MonitorPusher(std::vector<std::unique_ptr<ovex::vboard::VirtualBoard>>& boards,
+                           long period_ms) {
+    if (period_ms <= 0) {
+        return {};
+    }
+    return std::jthread([&boards, period_ms](std::stop_token token) {
+        std::mutex mutex;
+        std::condition_variable_any stopped;
+        std::unique_lock lock(mutex);
+        for (;;) {
+            stopped.wait_for(lock, token, std::chrono::milliseconds(period_ms),
+                             [] { return false; });
+            if (token.stop_requested()) {
+                return;
+            }
+            // A round still waiting for the host isn't piled upon: the host reads fresh values.
+            for (const auto& board : boards) {
+                if (board->Frames().Queued() == 0) {
+                    board->PushMonitorRound();
+                }
+            }
+        }
+    });
 }
 
 }  // namespace
@@ -190,6 +231,7 @@ int main(int argc, char** argv) {
                          std::strerror(errno));
             ::_exit(127);
         }
+        const std::jthread pusher = MonitorPusher(boards, options.monitor_period_ms);
         int status = 0;
         while (::waitpid(child, &status, 0) < 0) {
             if (errno != EINTR) {

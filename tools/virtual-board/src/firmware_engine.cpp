@@ -211,4 +211,12 @@ std::size_t FirmwareEngine::ReadOut(std::span<std::uint8_t> out) {
     return m_parts->items.ReadOut(out);
 }
 
+std::vector<std::uint8_t> FirmwareEngine::MonitorRound() {
+    std::lock_guard lock(m_mutex);
+    if (m_parts->boot_loader) {
+        return {};
+    }
+    return m_parts->items.MonitorRecords(++m_monitor_rounds);
+}
+
 }  // namespace ovex::vboard

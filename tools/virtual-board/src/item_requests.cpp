@@ -206,15 +206,46 @@ ControlReply ItemRequests::Monitor(const SetupPacket& setup,
         if (const auto refusal = m_power.MonitorRefusal(setup.wIndex)) {
             return ControlReply::Stall(refusal);
         }
-        const float measured =
-            m_chip.MonitorReading(setup.wIndex, m_states)
-                .value_or(m_power.Reading(setup.wIndex, m_monitors[setup.wIndex], m_states));
-        wire::PutFloat(answer, measured);
+        wire::PutFloat(answer, Reading(setup.wIndex));
     } else {
         wire::PutFloat(answer, monitor.min);
         wire::PutFloat(answer, monitor.max);
     }
     return ControlReply::Answer(std::move(answer));
+}
+
+float ItemRequests::Reading(std::size_t id) const {
+    return m_chip.MonitorReading(id, m_states)
+        .value_or(m_power.Reading(id, m_monitors[id], m_states));
+}
+
+std::vector<std::uint8_t> ItemRequests::MonitorRecords(std::uint32_t timestamp) const {
+    constexpr std::uint8_t kAvailable = 0x01;
+    constexpr std::uint8_t kWarning = 0x02;
+    constexpr std::uint8_t kError = 0x04;
+    // The record has one byte for the id.
+    const std::size_t count = std::min<std::size_t>(m_tables.monitors.size(), 256);
+    std::vector<std::uint8_t> records;
+    for (std::size_t id = 0; id < count; ++id) {
+        const MonitorItem& monitor = m_tables.monitors[id];
+        // A broken converter gives no value; a monitor on a rail that is switched off has none.
+        std::uint8_t flags = 0;
+        float value = 0.0F;
+        if (m_power.MonitorRefusal(id) != kNoError) {
+            flags = kError;
+        } else if (m_power.IsSwitchedOn(id, m_states)) {
+            value = Reading(id);
+            flags = kAvailable;
+            if (!(monitor.min <= value && value <= monitor.max)) {
+                flags |= kWarning;
+            }
+        }
+        records.push_back(static_cast<std::uint8_t>(id));
+        records.push_back(flags);
+        wire::PutFloat(records, value);
+        wire::PutU32(records, timestamp);
+    }
+    return records;
 }
 
 void ItemRequests::SetMonitorValue(std::string_view name, float value) {

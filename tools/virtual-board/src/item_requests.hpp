@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "ovex/vboard/firmware_model.hpp"
 #include "backend_flash.hpp"
+#include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/item_tables.hpp"
 #include "power_rails.hpp"
 #include "tpx3_chip.hpp"
@@ -48,8 +48,14 @@ public:
     const std::vector<std::uint8_t>& ChipMatrix() const { return m_chip.Matrix(); }
     // The measurements of `before`'s monitors that this board has too, by name.
     void KeepMeasurements(const ItemRequests& before);
+    // One 10-byte record of each monitor for the monitor stream, in id order: id, flags
+    // (available, warning, error), value, time stamp.
+    std::vector<std::uint8_t> MonitorRecords(std::uint32_t timestamp) const;
 
 private:
+    // What monitor `id` reads now.
+    float Reading(std::size_t id) const;
+
     ItemTables m_tables;
     PowerRails m_power;
     Tpx3Chip m_chip;                // inert on boards without it

@@ -175,6 +175,11 @@ float PowerRails::Reading(std::size_t monitor, float measured,
     return AllOn(supply.enables, states) && !IsFailed(supply) ? measured : 0.0F;
 }
 
+bool PowerRails::IsSwitchedOn(std::size_t monitor, const std::vector<int>& states) const {
+    const auto rail = m_rail_of_monitor.find(monitor);
+    return rail == m_rail_of_monitor.end() || AllOn(m_rails[rail->second].enables, states);
+}
+
 bool PowerRails::MeasuresRail(std::string_view monitor) const {
     return std::any_of(m_rails.begin(), m_rails.end(), [&](const Rail& rail) {
         return std::find(rail.monitor_names.begin(), rail.monitor_names.end(), monitor) !=

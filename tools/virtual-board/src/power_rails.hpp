@@ -47,6 +47,9 @@ public:
 
     // True if `monitor` measures one of the board's rails.
     bool MeasuresRail(std::string_view monitor) const;
+    // True unless monitor `id` is on a rail whose enables aren't all on: what the firmware
+    // switched, which a failed rail doesn't change.
+    bool IsSwitchedOn(std::size_t monitor, const std::vector<int>& states) const;
 
     // The FPGA unconfigured, as after power-on.
     void PowerOn() { m_fpga_configured = false; }

@@ -1,5 +1,7 @@
 #include "ovex/vboard/virtual_board.hpp"
 
+#include <algorithm>
+
 namespace ovex::vboard {
 namespace {
 
@@ -36,10 +38,23 @@ private:
     std::shared_ptr<CountingSource> m_stream;
 };
 
+constexpr std::size_t kMonitorRecordSize = 10;
+
+std::size_t MonitorFrameSize(const BoardIdentity& identity) {
+    for (const EndpointLayout& endpoint : identity.endpoints) {
+        if (endpoint.address == kMonitorEndpoint) {
+            return std::max<std::size_t>(endpoint.max_packet_size / kMonitorRecordSize, 1) *
+                   kMonitorRecordSize;
+        }
+    }
+    return kMonitorRecordSize;
+}
+
 }  // namespace
 
 VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
-    : m_model(IdentityIn(settings)),
+    : m_monitor_frame_size(MonitorFrameSize(settings.identity)),
+      m_model(IdentityIn(settings)),
       m_engine(m_model, TablesIn(settings), settings.boot_loader),
       m_stream(std::make_shared<CountingSource>(settings.stream)),
       m_frames(std::make_shared<FrameSource>()),
@@ -53,6 +68,18 @@ VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
 void VirtualBoard::RestartStream(CountingSource::Settings settings) {
     m_stream = std::make_shared<CountingSource>(settings);
     m_model.AttachSource(kDataEndpoint, std::make_shared<DataEndpoint>(m_engine, m_stream));
+}
+
+std::size_t VirtualBoard::PushMonitorRound() {
+    const std::vector<std::uint8_t> records = m_engine.MonitorRound();
+    std::size_t frames = 0;
+    for (std::size_t offset = 0; offset < records.size(); offset += m_monitor_frame_size) {
+        const std::size_t size = std::min(m_monitor_frame_size, records.size() - offset);
+        m_frames->Push({records.begin() + static_cast<std::ptrdiff_t>(offset),
+                        records.begin() + static_cast<std::ptrdiff_t>(offset + size)});
+        ++frames;
+    }
+    return frames;
 }
 
 }  // namespace ovex::vboard

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <initializer_list>
 #include <optional>
 #include <stdexcept>
@@ -231,6 +232,56 @@ TEST_F(Rails, FaultsKeepARailDownAndAMonitorUnreadableUntilCleared) {
     ExpectGood(host, {"PG_FE_5V"});
     EXPECT_EQ(host.MonitorRefusal("FPGA_TEMP"), 0u);
     EXPECT_EQ(host.Monitor("FPGA_TEMP"), 45.0F);
+}
+
+// The record of one monitor in a round of the monitor stream: flags, value, time stamp.
+struct StreamRecord {
+    std::uint8_t flags;
+    float value;
+    std::uint32_t timestamp;
+};
+
+StreamRecord RecordIn(const std::vector<std::uint8_t>& round, const char* monitor) {
+    const auto& monitors = TablesOf(BoardKind::kTimepix3).monitors;
+    for (std::size_t id = 0; id < monitors.size(); ++id) {
+        if (monitors[id].name == monitor) {
+            const std::uint8_t* record = round.data() + id * 10;
+            EXPECT_EQ(record[0], id);
+            StreamRecord found{record[1], 0.0F, 0};
+            std::memcpy(&found.value, record + 2, 4);
+            std::memcpy(&found.timestamp, record + 6, 4);
+            return found;
+        }
+    }
+    throw std::out_of_range(monitor);
+}
+
+TEST_F(Rails, MonitorStreamAvailabilityFollowsTheSwitchedRails) {
+    BoardHost& host = Start(BoardKind::kTimepix3);
+    FirmwareEngine& engine = Board().Engine();
+    auto round = engine.MonitorRound();
+    ASSERT_EQ(round.size(), TablesOf(BoardKind::kTimepix3).monitors.size() * 10);
+    EXPECT_EQ(RecordIn(round, "MONITOR_5V").flags, 0x00);
+    EXPECT_EQ(RecordIn(round, "MONITOR_5V").value, 0.0F);
+    EXPECT_EQ(RecordIn(round, "MONITOR_5V").timestamp, 1u);
+    EXPECT_EQ(RecordIn(round, "PG_5V").flags, 0x01);
+    EXPECT_EQ(RecordIn(round, "PG_5V").value, 1.0F);
+
+    ASSERT_EQ(host.ConfigureFpga(), 0u);
+    ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0u);
+    engine.SetMonitorValue("MONITOR_5V", 5.75F);  // above its 5.5 V
+    round = engine.MonitorRound();
+    EXPECT_EQ(RecordIn(round, "MONITOR_5V").flags, 0x03);
+    EXPECT_EQ(RecordIn(round, "MONITOR_5V").value, 5.75F);
+    EXPECT_EQ(RecordIn(round, "MONITOR_5V").timestamp, 2u);
+
+    // The firmware switched the rail on; that it never came good shows only in the readings.
+    engine.FailRail("PG_FE_5V");
+    engine.BreakMonitor("FPGA_TEMP");
+    round = engine.MonitorRound();
+    EXPECT_EQ(RecordIn(round, "PG_FE_5V").flags, 0x01);
+    EXPECT_EQ(RecordIn(round, "PG_FE_5V").value, 0.0F);
+    EXPECT_EQ(RecordIn(round, "FPGA_TEMP").flags, 0x04);
 }
 
 }  // namespace

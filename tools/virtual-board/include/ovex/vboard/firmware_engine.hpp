@@ -61,6 +61,13 @@ public:
     // endpoint sends these ahead of its stream.
     std::size_t ReadOut(std::span<std::uint8_t> out);
 
+    // One round of the monitor stream: a 10-byte record of every monitor (id, flags, value,
+    // time stamp), in id order. A monitor is available while its rail is switched on and it
+    // answers; the warning flag marks a value outside its range, the error flag a broken
+    // monitor. The time stamp is the board's round counter, 1 for the first round after the
+    // board came up. A boot loader has no stream: empty.
+    std::vector<std::uint8_t> MonitorRound();
+
 private:
     struct Parts;
 
@@ -73,6 +80,7 @@ private:
     FirmwareModel& m_model;
     mutable std::mutex m_mutex;
     std::unique_ptr<Parts> m_parts;
+    std::uint32_t m_monitor_rounds = 0;
 };
 
 }  // namespace ovex::vboard

@@ -49,7 +49,13 @@ public:
     // Starts the data stream anew, with other settings.
     void RestartStream(CountingSource::Settings settings);
 
+    // Queues one round of the monitor stream on the interrupt endpoint: the records of every
+    // monitor as they read now, in frames of as many whole records as fit in one packet. The
+    // number of frames queued (0 in boot loader mode).
+    std::size_t PushMonitorRound();
+
 private:
+    std::size_t m_monitor_frame_size;  // whole records in one packet of the interrupt endpoint
     FirmwareModel m_model;
     FirmwareEngine m_engine;
     std::shared_ptr<CountingSource> m_stream;
