@@ -183,7 +183,11 @@ TEST_F(BoardHousekeepingTest, ValuesRangesAndLegacyNamesOnRequest) {
     EXPECT_EQ(control.ToLegacyId("TSENS_TEMP"), "T_SENS");
     EXPECT_EQ(control.FromLegacyId("T_FPGA"), "FPGA_TEMP");
     log.Clear();
-    EXPECT_EQ(control.ToLegacyId("VCC_INT"), "VCC_INT");
+    // A known name without a conversion comes back as the module's own text.
+    const std::string vcc_int = "VCC_INT";
+    const std::string& same = control.ToLegacyId(vcc_int);
+    EXPECT_EQ(same, vcc_int);
+    EXPECT_NE(&same, &vcc_int);
     EXPECT_EQ(control.FromLegacyId("VCC_INT"), "VCC_INT");
     EXPECT_EQ(control.FromLegacyId("T_NOWHERE"), "T_NOWHERE");
     EXPECT_EQ(log.Messages(), (std::vector<testing::CapturedLine>{

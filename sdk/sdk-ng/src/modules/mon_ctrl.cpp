@@ -179,10 +179,12 @@ const std::string& MonitorControl::ToLegacyId(const std::string& regular_id) {
     OVEX_LOG_DEBUG(
         "\"Regular monitor ID\"->\"legacy monitor ID\" conversion not possible,using regular "
         "monitor ID instead.");
-    if (!m_metadata.regular_ids_to_types.contains(regular_id)) {
+    const auto known = m_metadata.regular_ids_to_types.find(regular_id);
+    if (known == m_metadata.regular_ids_to_types.end()) {
         OVEX_LOG_ERROR("BUG: Requested type of unrecognized monitor '%s'.", regular_id.c_str());
+        return regular_id;
     }
-    return regular_id;
+    return known->first;
 }
 
 const std::string& MonitorControl::FromLegacyId(const std::string& legacy_id) {
@@ -193,11 +195,13 @@ const std::string& MonitorControl::FromLegacyId(const std::string& legacy_id) {
     OVEX_LOG_DEBUG(
         "\"Legacy monitor ID\"->\"regular monitor ID\" conversion not possible,using legacy "
         "monitor ID instead.");
-    if (!m_metadata.regular_ids_to_types.contains(legacy_id)) {
+    const auto known = m_metadata.regular_ids_to_types.find(legacy_id);
+    if (known == m_metadata.regular_ids_to_types.end()) {
         OVEX_LOG_ERROR("BUG: Requested type of unrecognized legacy monitor '%s'.",
                        legacy_id.c_str());
+        return legacy_id;
     }
-    return legacy_id;
+    return known->first;
 }
 
 std::error_code MonitorControl::Start() {

@@ -137,8 +137,9 @@ public:
     std::error_code GetRange(std::string_view name, range::Range<float>& range) override;
     std::error_code GetRange(std::string_view name, range::Range<int>& range) override;
     std::error_code GetType(std::string_view name, ValueType& type) override;
-    // A name that is in neither table is logged as an error and comes back as it is; the
-    // monitor functions then refuse it as unknown.
+    // The text lives as long as the module, but a name that is in neither table: that is logged
+    // as an error and comes back as the argument itself, and the monitor functions then refuse
+    // it as unknown.
     const std::string& ToLegacyId(const std::string& regular_id) override;
     const std::string& FromLegacyId(const std::string& legacy_id) override;
     const std::vector<std::string>& GetIds() override;
