@@ -1,9 +1,14 @@
 #include "sdk_ovexboard.hpp"
 
+#include <optional>
 #include <stdexcept>
+#include <string>
 
 #include "modules/axi_lite.hpp"
+#include "modules/bias_ctrl.hpp"
+#include "modules/mon_ctrl.hpp"
 #include "modules/power_module.hpp"
+#include "modules/temp_control.hpp"
 #include "modules/usb_device_props.hpp"
 #include "modules/usb_link.hpp"
 #include "ovex/log/log.hpp"
@@ -13,6 +18,9 @@
 namespace ovex::sdk {
 
 namespace {
+
+// The interrupt endpoint on which a board pushes its monitor values.
+constexpr std::uint8_t kMonitorEndpoint = 0x82;
 
 std::shared_ptr<usb::device::UsbDevice> Required(std::shared_ptr<usb::device::UsbDevice> device) {
     if (!device) {
@@ -25,8 +33,10 @@ std::shared_ptr<usb::device::UsbDevice> Required(std::shared_ptr<usb::device::Us
 
 OvexBoard::OvexBoard(std::shared_ptr<usb::device::UsbDevice> usb_device,
                      usb::device::DeviceInfo info, PowerUnitRecipe backend,
-                     PowerUnitRecipe frontend)
-    : SdkDevice(Required(std::move(usb_device)), std::move(info)), m_units{backend, frontend} {
+                     PowerUnitRecipe frontend, HousekeepingRecipe housekeeping)
+    : SdkDevice(Required(std::move(usb_device)), std::move(info)),
+      m_units{backend, frontend},
+      m_housekeeping(housekeeping) {
     AddModule<IDeviceConnection>(std::make_unique<UsbLink>(m_usb_device));
     AddModule<UsbDeviceProperties>(std::make_unique<UsbDeviceProperties>(m_usb_device));
     AddModule<IAxiLite>(std::make_unique<AxiLite>(m_usb_device));
@@ -46,6 +56,9 @@ std::error_code OvexBoard::LoadItems(LuaState& lua) {
                   m_commands->Names().size(), m_states->Names().size(), m_monitors->Names().size(),
                   m_versions->Names().size());
 
+    if (const auto ec = AddHousekeeping()) {
+        return ec;
+    }
     try {
         const PowerModule::PostPowerUp callbacks[] = {[this] { return BackendPoweredUp(); },
                                                       [this] { return FrontendPoweredUp(); }};
@@ -65,12 +78,68 @@ std::error_code OvexBoard::LoadItems(LuaState& lua) {
     return {};
 }
 
-// The asynchronous monitors are built on the item sets: without them the items never loaded, and
-// the close that follows fails, keeping the device.
+// The monitor control, the temperature controllers in the board's order, and the bias supply.
+std::error_code OvexBoard::AddHousekeeping() {
+    mon_metadata metadata;
+    for (const auto& row : m_housekeeping.monitors) {
+        metadata.regular_ids_to_types.emplace(row.name, row.type);
+    }
+    for (const auto& name : m_housekeeping.legacy_names) {
+        metadata.regular_ids_to_legacy_ids.emplace(name.monitor, name.legacy);
+        metadata.legacy_ids_to_regular_ids.emplace(name.legacy, name.monitor);
+    }
+    try {
+        AddModule<IMonitorControl>(std::make_unique<MonitorControl>(
+            m_usb_device, kMonitorEndpoint, m_monitors.get(), std::move(metadata)));
+    } catch (const std::invalid_argument& e) {
+        OVEX_LOG_ERROR("Failed to create the monitor control: %s.", e.what());
+        return std::make_error_code(std::errc::no_such_device);
+    }
+    for (const auto& temperature : m_housekeeping.temperatures) {
+        std::optional<std::string> monitor;
+        if (temperature.monitor != nullptr) {
+            monitor = temperature.monitor;
+        }
+        AddModule<TemperatureControl>(std::make_unique<TemperatureControl>(
+            m_states.get(), m_monitors.get(),
+            std::make_unique<DefaultTempElement>(temperature.state, std::move(monitor),
+                                                 temperature.unit)));
+    }
+    AddModule<IBiasControl>(std::make_unique<BiasCtrl>(
+        m_states.get(), m_monitors.get(), m_housekeeping.bias_state, m_housekeeping.bias_monitor));
+    return {};
+}
+
+void OvexBoard::StartMonitors() {
+    std::error_code ec;
+    if (auto* monitors = GetModule<IMonitorControl>(); monitors == nullptr) {
+        OVEX_LOG_WARN(
+            "Async monitors not available, skipping asynchronous monitors initialization.");
+        ec = std::make_error_code(std::errc::invalid_argument);
+    } else if (!monitors->IsRunning()) {
+        ec = monitors->Start();
+        if (ec) {
+            OVEX_LOG_EC(ovex::log::kError,
+                        "Failed to start asynchronous monitor processing: - %s: %s.", ec);
+        }
+    }
+    if (ec) {
+        OVEX_LOG_EC(ovex::log::kError, "Failed to start asynchronous monitors: - %s: %s.", ec);
+    }
+}
+
 std::error_code OvexBoard::Epilogue() {
-    if (!m_commands || !m_states || !m_monitors || !m_versions) {
+    auto* monitors = GetModule<IMonitorControl>();
+    if (monitors == nullptr) {
         OVEX_LOG_WARN("Async monitors unavailable, skipping attempt to stop them.");
         return std::make_error_code(std::errc::invalid_argument);
+    }
+    if (monitors->IsRunning()) {
+        if (const auto ec = monitors->Stop()) {
+            OVEX_LOG_EC(ovex::log::kError,
+                        "Failed to stop asynchronous monitor processing: - %s: %s.", ec);
+            return ec;
+        }
     }
     return {};
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <system_error>
 
@@ -14,16 +16,48 @@ struct PowerUnitRecipe {
     std::string_view script;
 };
 
+// One monitor of a board's table: the firmware's name and its value type (1 integer, 2 float).
+struct MonitorRow {
+    const char* name;
+    std::uint8_t type;
+};
+
+// What the legacy interface calls a monitor.
+struct LegacyMonitorName {
+    const char* monitor;
+    const char* legacy;
+};
+
+// A temperature controller: the state that sets it, the monitor that measures it (null: none)
+// and its unit (1 degrees Celsius, 2 percent).
+struct TemperatureRecipe {
+    const char* state;
+    const char* monitor;
+    std::uint8_t unit;
+};
+
+// A board's housekeeping, in static tables of the board class: its monitors, its temperature
+// controllers and its bias supply.
+struct HousekeepingRecipe {
+    std::span<const MonitorRow> monitors;
+    std::span<const LegacyMonitorName> legacy_names;
+    std::span<const TemperatureRecipe> temperatures;
+    const char* bias_state;
+    const char* bias_monitor;
+};
+
 // What every board has, whatever its chip board: the USB link, its USB properties and the
-// AXI-Lite bus from the start; item sets and two power units, the backend's first, once the
-// board is open. The board classes name the units and their scripts.
+// AXI-Lite bus from the start; once the board is open its item sets, its monitor control,
+// temperature and bias controllers, and two power units, the backend's first. The board classes
+// name the units, their scripts and the housekeeping tables.
 class OvexBoard : public SdkDevice {
 public:
     // Throws std::invalid_argument for a null device.
     OvexBoard(std::shared_ptr<usb::device::UsbDevice> usb_device, usb::device::DeviceInfo info,
-              PowerUnitRecipe backend, PowerUnitRecipe frontend);
+              PowerUnitRecipe backend, PowerUnitRecipe frontend, HousekeepingRecipe housekeeping);
 
     std::error_code LoadItems(LuaState& lua) override;
+    // Stops the monitor stream.
     std::error_code Epilogue() override;
 
 protected:
@@ -33,8 +67,14 @@ protected:
     virtual std::error_code BackendPoweredUp() { return {}; }
     virtual std::error_code FrontendPoweredUp() { return {}; }
 
+    // Starts the monitor stream unless it runs; a failure is logged and doesn't stop the caller.
+    void StartMonitors();
+
 private:
+    std::error_code AddHousekeeping();
+
     PowerUnitRecipe m_units[2];
+    HousekeepingRecipe m_housekeeping;
 };
 
 }  // namespace ovex::sdk

@@ -14,6 +14,7 @@
 namespace ovex::sdk {
 
 std::error_code OvexBoardTpx3::BackendPoweredUp() {
+    StartMonitors();
     if (GetModule<IBackend>() != nullptr) {
         OVEX_LOG_DEBUG("Device backend power-up callback already invoked, skipping.");
         return {};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ovex/lua_scripts/scripts.hpp"
+#include "sdk_board_housekeeping.hpp"
 #include "sdk_ovexboard.hpp"
 
 namespace ovex::sdk {
@@ -12,7 +13,7 @@ class OvexBoardTpx3 final : public OvexBoard {
 public:
     OvexBoardTpx3(std::shared_ptr<usb::device::UsbDevice> usb_device, usb::device::DeviceInfo info)
         : OvexBoard(std::move(usb_device), std::move(info), {"backend", lua_scripts::kPowerOvbd},
-                    {"frontend", lua_scripts::kPowerTpx3efe}) {}
+                    {"frontend", lua_scripts::kPowerTpx3efe}, Tpx3Housekeeping()) {}
 
 private:
     std::error_code BackendPoweredUp() override;

@@ -1,17 +1,19 @@
 #pragma once
 
 #include "ovex/lua_scripts/scripts.hpp"
-#include "sdk_ovexboard.hpp"
+#include "sdk_board_housekeeping.hpp"
+#include "sdk_ovexboard_chipboard.hpp"
 
 namespace ovex::sdk {
 
 // A readout board with a Timepix4 chip board.
-class OvexBoardTpx4Cb final : public OvexBoard {
+class OvexBoardTpx4Cb final : public OvexChipBoard {
 public:
     OvexBoardTpx4Cb(std::shared_ptr<usb::device::UsbDevice> usb_device,
                     usb::device::DeviceInfo info)
-        : OvexBoard(std::move(usb_device), std::move(info), {"backend", lua_scripts::kPowerOvbd},
-                    {"frontend", lua_scripts::kPowerTpx4cb}) {}
+        : OvexChipBoard(std::move(usb_device), std::move(info),
+                        {"backend", lua_scripts::kPowerOvbd},
+                        {"frontend", lua_scripts::kPowerTpx4cb}, Tpx4CbHousekeeping()) {}
 };
 
 }  // namespace ovex::sdk
