@@ -9,9 +9,11 @@
 
 #include "board_fixture.hpp"
 #include "modules/eeprom_24CS512.hpp"
+#include "modules/flash_S25FL128S.hpp"
 #include "modules/flash_S25FS128S.hpp"
 #include "ovex/vboard/item_tables.hpp"
 #include "ovex/vendor_cmd/board_io.hpp"
+#include "ovex/vendor_cmd/spi.hpp"
 #include "sdk_dev_item_sets.hpp"
 #include "support/log_capture.hpp"
 
@@ -355,6 +357,189 @@ TEST_F(MemoriesTest, FlashInformationThatRunsPastItsAnswerIsRefused) {
         ADD_FAILURE() << "no exception";
     } catch (const std::invalid_argument& e) {
         EXPECT_STREQ(e.what(), "Offset points to data behind the buffer");
+    }
+}
+
+// --- Flash driven by the host over SPI ---------------------------------------------------------
+
+class SpiFlashTest : public MemoriesTest {
+protected:
+    void SetUp() override {
+        MemoriesTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        vboard::VirtualBoard::Settings settings;
+        settings.kind = vboard::BoardKind::kNobe;
+        OpenBoard(std::move(settings));
+    }
+    // Writes the chip's configuration register as a host tool would.
+    void WriteConfiguration(std::uint8_t cr1) {
+        using usb::vendor_cmd::spi::SpiBusId;
+        const Bytes enable{0x06};
+        const Bytes write{0x01, 0x00, cr1};
+        ASSERT_FALSE(usb::vendor_cmd::spi::Transmit(Device(), SpiBusId{1}, 0, enable));
+        ASSERT_FALSE(usb::vendor_cmd::spi::Transmit(Device(), SpiBusId{1}, 0, write));
+    }
+    vboard::FirmwareEngine& Engine() { return Board().Engine(); }
+};
+
+TEST_F(SpiFlashTest, InformationComesFromTheChipsCfiWithParameterSectorsMerged) {
+    FlashS25FL128S flash(SharedDevice(), "flash_fpga_fe");
+    EXPECT_STREQ(flash.GetName(), "S25FL128S flash memory");
+    FlashInfo info;
+    ASSERT_FALSE(flash.GetInfo(info));
+    EXPECT_EQ(info.id, "flash_fpga_fe");
+    EXPECT_EQ(info.part_number, "S25FL128S");
+    EXPECT_EQ(info.flash_size, 16u * 1024 * 1024);
+    EXPECT_EQ(info.page_size, 256);
+    ASSERT_EQ(info.regions.size(), 2u);
+    // 32 parameter sectors of 4 KiB are two sectors of 64 KiB.
+    EXPECT_EQ(info.regions[0].start, 0u);
+    EXPECT_EQ(info.regions[0].sector_count, 2);
+    EXPECT_EQ(info.regions[0].sector_size, 65536u);
+    EXPECT_EQ(info.regions[0].merged, 1);
+    EXPECT_EQ(info.regions[1].start, 0x20000u);
+    EXPECT_EQ(info.regions[1].sector_count, 254);
+    EXPECT_EQ(info.regions[1].sector_size, 65536u);
+    EXPECT_EQ(info.regions[1].merged, 0);
+
+    // With the parameter sectors at the top the regions change places.
+    WriteConfiguration(0x04);
+    FlashS25FL128S top(SharedDevice(), "flash_fpga_fe");
+    ASSERT_FALSE(top.GetInfo(info));
+    ASSERT_EQ(info.regions.size(), 2u);
+    EXPECT_EQ(info.regions[0].start, 0u);
+    EXPECT_EQ(info.regions[0].sector_count, 254);
+    EXPECT_EQ(info.regions[0].merged, 0);
+    EXPECT_EQ(info.regions[1].start, 0xFE0000u);
+    EXPECT_EQ(info.regions[1].sector_count, 2);
+    EXPECT_EQ(info.regions[1].merged, 1);
+}
+
+TEST_F(SpiFlashTest, SectorRoundTripPageByPageWithEitherReadLatency) {
+    FlashS25FL128S flash(SharedDevice(), "flash_fpga_fe");
+    constexpr std::uint32_t kSector = 0x30000;
+    const Bytes data = Pattern(65536, 11);
+    ASSERT_FALSE(flash.ProgramSector(kSector, data));
+    EXPECT_EQ(m_log.Count(log::kInfo,
+                          "Chunk of size 256 successfully written at address 0x30100 on S25FL128S "
+                          "flash memory"),
+              1);
+    Bytes back(300);
+    ASSERT_FALSE(flash.Read(kSector + 200, back));
+    EXPECT_EQ(back, Bytes(data.begin() + 200, data.begin() + 500));
+    EXPECT_EQ(m_log.Count(log::kInfo,
+                          "Chunk of size 44 successfully read from address 0x301c8 on S25FL128S "
+                          "flash memory"),
+              1);
+
+    // Latency code 3 reads with no dummy byte.
+    WriteConfiguration(0xC0);
+    FlashS25FL128S no_dummy(SharedDevice(), "flash_fpga_fe");
+    Bytes again(300);
+    ASSERT_FALSE(no_dummy.Read(kSector + 200, again));
+    EXPECT_EQ(again, back);
+
+    ASSERT_FALSE(flash.EraseSector(kSector));
+    EXPECT_TRUE(m_log.Contains(
+        log::kInfo, "Sector at address 0x30000 successfully erased from S25FL128S flash memory"));
+    ASSERT_FALSE(flash.Read(kSector, back));
+    EXPECT_EQ(back, Bytes(300, 0xFF));
+}
+
+TEST_F(SpiFlashTest, BadAddressesAndSizesAreRefusedBeforeTheBus) {
+    FlashS25FL128S flash(SharedDevice(), "flash_fpga_fe");
+    FlashInfo info;
+    ASSERT_FALSE(flash.GetInfo(info));
+    Forget();
+    const auto out_of_domain = std::make_error_code(std::errc::argument_out_of_domain);
+    EXPECT_EQ(flash.ProgramSector(0x30000, Bytes(32768)), out_of_domain);
+    EXPECT_TRUE(
+        Logged("Provided buffer size does not match the S25FL128S flash memory sector "
+               "size (32768 != 65536)"));
+    EXPECT_EQ(flash.ProgramSector(0x30100, Bytes(65536)), out_of_domain);
+    EXPECT_TRUE(Logged(
+        "Flash address 0x30100 does not point to the start of any S25FL128S flash memory sector"));
+    EXPECT_EQ(flash.ProgramSector(0x1000000, Bytes(65536)), out_of_domain);
+    EXPECT_TRUE(Logged(
+        "Flash address 0x1000000 does not correspond to any S25FL128S flash memory region."));
+    EXPECT_EQ(flash.EraseSector(0x10000000), out_of_domain);
+    EXPECT_TRUE(Logged("Flash address 0x10000000 does not correspond to any flash memory region."));
+    EXPECT_EQ(flash.EraseSector(0x1000), out_of_domain);
+    EXPECT_TRUE(
+        Logged("Flash address 0x1000  does not point to the start of any flash memory sector"));
+    Bytes two(2);
+    EXPECT_EQ(flash.Read(0xFFFFFF, two), std::errc::invalid_argument);
+    EXPECT_TRUE(NewRequests().empty());
+}
+
+TEST_F(SpiFlashTest, ASlowChipGetsItsMaximumTimeAndAStuckOneTimesOut) {
+    FlashS25FL128S flash(SharedDevice(), "flash_fpga_fe");
+    FlashInfo info;
+    ASSERT_FALSE(flash.GetInfo(info));
+
+    // Busy at the first status read after the typical time, done at the maximum.
+    Engine().SlowFrontEndFlash(1);
+    EXPECT_FALSE(flash.EraseSector(0x40000));
+    EXPECT_TRUE(m_log.Contains(
+        log::kInfo,
+        "Sector erase did not finish in typical time, waiting until maximum time elapses..."));
+    // A page gets no time at all: still busy is a failed page.
+    EXPECT_EQ(flash.ProgramSector(0x40000, Bytes(65536)), std::errc::io_error);
+    EXPECT_TRUE(Logged("Failed to program page at address 0x40000 on S25FL128S flash memory"));
+
+    Engine().SlowFrontEndFlash(SIZE_MAX);
+    EXPECT_EQ(flash.EraseSector(0x40000), std::errc::timed_out);
+    EXPECT_TRUE(Logged("Erase did not finish in maximum possible time."));
+    // The busy chip takes no write enable.
+    EXPECT_EQ(flash.EraseSector(0x40000), std::errc::result_out_of_range);
+    EXPECT_TRUE(m_log.Contains(log::kInfo,
+                               "Write-enable latch is not set to 1 after write-enable command"));
+    EXPECT_EQ(m_log
+                  .StartingWith("Failed to execute enable-write command before erase command on "
+                                "S25FL128S flash memory. - ")
+                  .size(),
+              1u);
+}
+
+TEST_F(SpiFlashTest, BusRefusalsAndFailedExchangesEndWithTheirMessages) {
+    Firmware().StallNext(0xD3, 1, 0x03000005);
+    EXPECT_THROW(FlashS25FL128S(SharedDevice(), "flash_fpga_fe"), std::runtime_error);
+
+    FlashS25FL128S flash(SharedDevice(), "flash_fpga_fe");
+    Firmware().StallNext({0xD5, std::nullopt, std::nullopt});
+    FlashInfo info;
+    EXPECT_TRUE(flash.GetInfo(info));
+    for (const char* start : {"Failed to transmit command over bus 1 to bus slave 0 - ",
+                              "Failed to execute read-identification command. - ",
+                              "Failed to read identification from S25FL128S flash memory. - "}) {
+        EXPECT_EQ(m_log.StartingWith(start).size(), 1u) << start;
+    }
+}
+
+TEST(CommandBuilder, RefusesAppendsAfterFinalizeAndPastOneSpiTransfer) {
+    FlashS25FL128S::CommandBuilder builder;
+    builder.Instruction(0x0C).Address(0x01020304).Bytes(Bytes{9}).Pad(2);
+    EXPECT_EQ(builder.Finalize(), (Bytes{0x0C, 1, 2, 3, 4, 9, 0, 0}));
+    try {
+        builder.Pad(1);
+        ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(),
+                     "It is not possible to manipulate CommandBuilder object, it has already been "
+                     "finalized.");
+    }
+    FlashS25FL128S::CommandBuilder full;
+    full.Pad(508);
+    try {
+        full.Address(0);
+        full.Instruction(0);
+        ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(),
+                     "Failed to append bytes to command data. Required command size 513B is "
+                     "bigger than maximum SPI dataload size 512B.");
     }
 }
 

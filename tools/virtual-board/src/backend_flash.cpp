@@ -6,8 +6,6 @@
 namespace ovex::vboard {
 namespace {
 
-constexpr std::uint8_t kErased = 0xFF;
-
 bool Is(const std::optional<std::size_t>& id, std::size_t command) {
     return id && *id == command;
 }
@@ -48,11 +46,6 @@ std::uint32_t BackendFlash::CommandRefusal(std::size_t command, std::span<const 
     return input.size() == block.size ? kNoError : kBadArgument;
 }
 
-std::uint8_t BackendFlash::ByteAt(std::uint32_t address) const {
-    const auto sector = m_sectors.find(address / kSectorSize);
-    return sector != m_sectors.end() ? sector->second[address % kSectorSize] : kErased;
-}
-
 std::optional<std::vector<std::uint8_t>> BackendFlash::AfterCommand(
     std::size_t command, std::span<const std::uint8_t> input) {
     if (Is(m_configure, command)) {
@@ -60,20 +53,15 @@ std::optional<std::vector<std::uint8_t>> BackendFlash::AfterCommand(
     } else if (Is(m_read, command)) {
         std::vector<std::uint8_t> answer;
         for (std::uint32_t i = 0; i < m_block->size; ++i) {
-            answer.push_back(ByteAt(m_block->address + i));
+            answer.push_back(m_cells.Read(m_block->address + i));
         }
         return answer;
     } else if (Is(m_write, command)) {
         for (std::uint32_t i = 0; i < m_block->size; ++i) {
-            const std::uint32_t address = m_block->address + i;
-            auto& sector = m_sectors[address / kSectorSize];
-            if (sector.empty()) {
-                sector.assign(kSectorSize, kErased);
-            }
-            sector[address % kSectorSize] &= input[i];
+            m_cells.Program(m_block->address + i, input[i]);
         }
     } else if (Is(m_erase, command)) {
-        m_sectors.erase(m_block->address / kSectorSize);
+        m_cells.Erase(m_block->address, kSectorSize);
     }
     return std::nullopt;
 }

@@ -8,11 +8,11 @@
 // transfer carries. Boards without the flash commands have no flash.
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include "nor_array.hpp"
 #include "ovex/vboard/item_tables.hpp"
 
 namespace ovex::vboard {
@@ -34,21 +34,20 @@ public:
                                                           std::span<const std::uint8_t> input);
     // Power-on: no block configured; the contents stay.
     void PowerOn() { m_block.reset(); }
+    // The contents are the chip's: they stay when another application takes the board over.
+    void KeepContents(BackendFlash& before) { m_cells = std::move(before.m_cells); }
 
 private:
     struct Block {
         std::uint32_t address;
         std::uint32_t size;
     };
-    std::uint8_t ByteAt(std::uint32_t address) const;
-
     std::optional<std::size_t> m_configure;
     std::optional<std::size_t> m_read;
     std::optional<std::size_t> m_write;
     std::optional<std::size_t> m_erase;
     std::optional<Block> m_block;
-    // Sectors that were ever programmed, by number; the others read erased.
-    std::map<std::uint32_t, std::vector<std::uint8_t>> m_sectors;
+    NorArray m_cells{kSize};
 };
 
 }  // namespace ovex::vboard

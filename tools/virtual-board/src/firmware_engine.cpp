@@ -35,6 +35,7 @@ struct FirmwareEngine::Parts {
     Parts(ItemTables tables, std::optional<BootLoader> loader)
         : items(std::move(tables), faults),
           controller(items.Tables()),
+          spi(items.Tables().board_id == "NOBE"),
           boot_loader(std::move(loader)) {}
 
     HardwareFaults faults;  // first: the items refer to it
@@ -142,6 +143,7 @@ ControlReply FirmwareEngine::Ram(const SetupPacket& setup, std::span<const std::
     // are at power-on still. What the monitors measure is the hardware's and stays.
     ItemRequests items(ApplicationTables(*application), parts.faults);
     items.KeepMeasurements(parts.items);
+    items.KeepFlash(parts.items);
     parts.items = std::move(items);
     parts.controller.Identify(parts.items.Tables());
     parts.boot_loader.reset();
@@ -199,6 +201,15 @@ void FirmwareEngine::StickPixel(std::uint32_t pixel, std::uint8_t bits) {
 void FirmwareEngine::ClearChipFaults() {
     std::lock_guard lock(m_mutex);
     m_parts->faults.stuck_pixels.clear();
+}
+
+void FirmwareEngine::SlowFrontEndFlash(std::size_t busy_reads) {
+    std::lock_guard lock(m_mutex);
+    SpiFlash* flash = m_parts->spi.FrontEndFlash();
+    if (flash == nullptr) {
+        throw std::out_of_range("This board has no front-end flash.");
+    }
+    flash->SlowDown(busy_reads);
 }
 
 std::vector<std::uint8_t> FirmwareEngine::ChipMatrix() const {

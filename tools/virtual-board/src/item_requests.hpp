@@ -48,6 +48,8 @@ public:
     const std::vector<std::uint8_t>& ChipMatrix() const { return m_chip.Matrix(); }
     // The measurements of `before`'s monitors that this board has too, by name.
     void KeepMeasurements(const ItemRequests& before);
+    // The back end's flash contents of `before`, which are the chip's, not the firmware's.
+    void KeepFlash(ItemRequests& before) { m_flash.KeepContents(before.m_flash); }
     // One 10-byte record of each monitor for the monitor stream, in id order: id, flags
     // (available, warning, error), value, time stamp.
     std::vector<std::uint8_t> MonitorRecords(std::uint32_t timestamp) const;

@@ -14,10 +14,17 @@ std::uint32_t NoData(const SetupPacket& setup, std::span<const std::uint8_t> out
 
 }  // namespace
 
-SpiBuses::SpiBuses() {
+SpiBuses::SpiBuses(bool front_end_flash) {
     for (Bus& bus : m_buses) {
         bus.slaves[0] = SpiMemory{};
     }
+    if (front_end_flash) {
+        m_buses[1].slaves[0] = SpiFlash{};
+    }
+}
+
+SpiFlash* SpiBuses::FrontEndFlash() {
+    return std::get_if<SpiFlash>(&m_buses[1].slaves[0]);
 }
 
 void SpiBuses::PowerOn() {
@@ -26,7 +33,7 @@ void SpiBuses::PowerOn() {
         bus.started = false;
         bus.counters = {};
         for (auto& [number, slave] : bus.slaves) {
-            slave.Deselect();
+            std::visit([](auto& device) { device.Deselect(); }, slave);
         }
     }
 }
@@ -60,13 +67,13 @@ ControlReply SpiBuses::Init(const SetupPacket& setup, std::span<const std::uint8
 }
 
 ControlReply SpiBuses::Reset(const SetupPacket& setup, std::span<const std::uint8_t> out) {
-    const auto [bus, error] = Select(setup, NoData(setup, out), true);
+    const auto [bus, error] = Select(setup, NoData(setup, out), false);
     if (error != kNoError) {
         return ControlReply::Stall(error);
     }
     bus->started = false;
     for (auto& [number, slave] : bus->slaves) {
-        slave.Deselect();
+        std::visit([](auto& device) { device.Deselect(); }, slave);
     }
     return ControlReply::Answer();
 }
@@ -138,9 +145,9 @@ ControlReply SpiBuses::Data(const SetupPacket& setup, std::span<const std::uint8
     const std::size_t count = setup.IsIn() ? setup.wLength : out.size();
     std::vector<std::uint8_t> answer;
     if (setup.IsIn()) {
-        answer = slave->second.Receive(count);
+        answer = std::visit([&](auto& device) { return device.Receive(count); }, slave->second);
     } else {
-        slave->second.Transmit(out);
+        std::visit([&](auto& device) { device.Transmit(out); }, slave->second);
     }
     if (count > 0) {
         bus->counters.transferred += static_cast<std::uint32_t>(count);

@@ -2,14 +2,17 @@
 
 // The FPGA's SPI masters as the firmware drives them, one per bus (wIndex). A bus must be
 // initialised before anything else and started before it transfers; it counts what it does.
-// Each bus has an SPI memory as slave 0; other slaves are not connected.
+// Each bus has an SPI memory as slave 0, except bus 1 of a NoBE, where the front end's S25FL128S
+// flash is; other slaves are not connected.
 
 #include <array>
 #include <cstdint>
 #include <map>
 #include <span>
+#include <variant>
 
 #include "ovex/vboard/firmware_model.hpp"
+#include "spi_flash.hpp"
 #include "spi_memory.hpp"
 
 namespace ovex::vboard {
@@ -18,7 +21,7 @@ class SpiBuses {
 public:
     static constexpr std::size_t kBusCount = 2;
 
-    SpiBuses();
+    explicit SpiBuses(bool front_end_flash);
 
     ControlReply Init(const SetupPacket& setup, std::span<const std::uint8_t> out);
     ControlReply Reset(const SetupPacket& setup, std::span<const std::uint8_t> out);
@@ -30,6 +33,8 @@ public:
 
     // Every bus uninitialised, stopped and with clear counters; the memories keep their data.
     void PowerOn();
+    // The front end's flash, if the board has one.
+    SpiFlash* FrontEndFlash();
 
 private:
     struct Counters {
@@ -44,7 +49,7 @@ private:
         bool initialised = false;
         bool started = false;
         Counters counters;
-        std::map<std::uint16_t, SpiMemory> slaves;
+        std::map<std::uint16_t, std::variant<SpiMemory, SpiFlash>> slaves;
     };
 
     struct Selected {

@@ -54,6 +54,10 @@ public:
     // digital test shows it. std::out_of_range for a pixel or bits beyond those.
     void StickPixel(std::uint32_t pixel, std::uint8_t bits);
     void ClearChipFaults();
+    // After each program or erase the NoBE front end's SPI flash keeps its busy flag for
+    // `busy_reads` reads of its status register (SIZE_MAX: it never finishes); 0 ends the
+    // fault. std::out_of_range on a board without that flash.
+    void SlowFrontEndFlash(std::size_t busy_reads);
 
     // The Timepix3 chip's pixel configuration memory, the bytes in the order they came.
     std::vector<std::uint8_t> ChipMatrix() const;
