@@ -98,6 +98,34 @@ void AddFreeFunctions(lua_State* L, int vendor) {
     SetFunction(L, vendor, "gpio_get", bind::Fn<&script::GpioGet>);
 }
 
+script::ScriptUpdateReceiver ReceiverOn(SharedDevice device, std::uint8_t endpoint) {
+    return {std::move(device), endpoint};
+}
+
+// receiver:start(observer, types, timeout)
+int StartReceiver(lua_State* L) {
+    auto& receiver = bind::Check<script::ScriptUpdateReceiver>(L, 1);
+    luaL_checktype(L, 2, LUA_TTABLE);
+    const double timeout = bind::detail::CheckNumber(L, 4);
+    return bind::Convert<std::error_code>::Push(L, receiver.start(L, 2, 3, timeout));
+}
+
+// Monitors.Flags, what an observer is given, and Monitors.UpdateReceiver.
+void AddMonitorStream(lua_State* L, int monitors) {
+    using script::ScriptUpdateReceiver;
+    bind::UserType<monitor::Flags>(L, "Flags")
+        .Getter("is_available", bind::Fn<&monitor::Flags::is_available>)
+        .Getter("is_error", bind::Fn<&monitor::Flags::is_error>)
+        .Getter("is_warning", bind::Fn<&monitor::Flags::is_warning>)
+        .SetIn(monitors);
+    bind::UserType<ScriptUpdateReceiver>(L, "UpdateReceiver")
+        .Constructor(bind::Fn<&ReceiverOn>)
+        .Method("start", bind::Raw<&StartReceiver>)
+        .Method("stop", bind::Fn<&ScriptUpdateReceiver::stop>)
+        .Method("is_running", bind::Fn<&ScriptUpdateReceiver::is_running>)
+        .SetIn(monitors);
+}
+
 void AddCollections(lua_State* L, int vendor) {
     using script::ScriptCommands;
     using script::ScriptMonitors;
@@ -136,6 +164,7 @@ void AddCollections(lua_State* L, int vendor) {
     monitors.PushTable();
     bind::PushEnumTable(L, kValueTypes);
     lua_setfield(L, -2, "ValueType");
+    AddMonitorStream(L, lua_gettop(L));
     lua_pop(L, 1);
     bind::UserType<ScriptVersions>(L, "Versions")
         .Constructor(bind::Fn<&WithDevice<ScriptVersions>>)

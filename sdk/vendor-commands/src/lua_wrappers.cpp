@@ -1,8 +1,13 @@
 #include "lua_wrappers.hpp"
 
-#include <stdexcept>
+#include <lua.hpp>
 
+#include <stdexcept>
+#include <string>
+
+#include "lua_observer.hpp"
 #include "ovex/log/log.hpp"
+#include "ovex/lua/core/values.hpp"
 #include "ovex/lua/core/wait_limits.hpp"
 #include "ovex/usb/lua_bindings.hpp"
 #include "ovex/usb/usb_device.hpp"
@@ -281,6 +286,110 @@ std::error_code ScriptNobe::acquire_multi(float time) {
 
 std::error_code ScriptNobe::acquire_abort() {
     return OnOpen(*m_device, [&] { return nobe::AcquireAbort(*m_device); });
+}
+
+namespace {
+
+// The table's field of that name, pushed, without metamethods; its type.
+int RawField(lua_State* L, int table, const char* name) {
+    lua_pushstring(L, name);
+    return lua_rawget(L, table);
+}
+
+TypeInfo ParseTypeInfo(lua_State* L, int item) {
+    if (!lua_istable(L, item)) {
+        throw std::invalid_argument("Type info table value must be a table");
+    }
+    TypeInfo info;
+    if (RawField(L, item, "name") != LUA_TSTRING) {
+        lua_pop(L, 1);
+        throw std::invalid_argument(
+            "Type info table is missing 'name' field, or it has wrong type");
+    }
+    info.name = lua_tostring(L, -1);
+    lua_pop(L, 1);
+    if (RawField(L, item, "type") != LUA_TNUMBER) {
+        lua_pop(L, 1);
+        throw std::invalid_argument(
+            "Type info item table is missing 'type' field, or it has wrong type");
+    }
+    const lua_Number type = lua_tonumber(L, -1);
+    if (type != 1 && type != 2) {
+        const std::string text = luaL_tolstring(L, -1, nullptr);
+        lua_pop(L, 2);
+        throw std::invalid_argument(
+            "Type info table 'type' field must be either 1 (integer) or 2 (float), but is " + text);
+    }
+    lua_pop(L, 1);
+    info.type = type == 1 ? ValueType::Integer : ValueType::Float;
+    return info;
+}
+
+}  // namespace
+
+impl::UpdateReceiver::TypeInfos ParseTypeInfos(lua_State* L, int index) {
+    index = lua_absindex(L, index);
+    if (!lua_istable(L, index)) {
+        throw std::invalid_argument("Invalid type information table");
+    }
+    impl::UpdateReceiver::TypeInfos infos;
+    lua_pushnil(L);
+    while (lua_next(L, index) != 0) {
+        int exact = 0;
+        const lua_Integer key = lua_type(L, -2) == LUA_TNUMBER ? lua_tointegerx(L, -2, &exact) : 0;
+        if (exact == 0) {
+            lua_pop(L, 2);
+            throw std::invalid_argument("Type info table key must be a number");
+        }
+        // Scripts count from 1, the board from 0.
+        const auto id = static_cast<std::uint16_t>((key & 0xFFFF) - 1);
+        TypeInfo info;
+        try {
+            info = ParseTypeInfo(L, lua_absindex(L, -1));
+        } catch (const std::invalid_argument& error) {
+            lua_pop(L, 2);
+            throw std::invalid_argument("Error while parsing type info table for ID" +
+                                        std::to_string(id) + ": " + error.what());
+        }
+        if (!infos.emplace(id, std::move(info)).second) {
+            OVEX_LOG_ERROR("BUG: Failed to insert type information for monitor ID%d.", id);
+        }
+        lua_pop(L, 1);
+    }
+    return infos;
+}
+
+ScriptUpdateReceiver::ScriptUpdateReceiver(SharedDevice device, std::uint8_t endpoint)
+    : m_receiver(std::make_unique<impl::UpdateReceiver>(std::move(device), endpoint)) {}
+
+ScriptUpdateReceiver::~ScriptUpdateReceiver() {
+    // The state may be closing: the functions go first, then the stream stops.
+    if (m_observer) {
+        m_observer->Detach();
+    }
+}
+
+std::error_code ScriptUpdateReceiver::start(lua_State* L, int observer, int types, double timeout) {
+    if (const auto error = lua::core::CheckTimeout(timeout)) {
+        return error;
+    }
+    if (!m_observer) {
+        try {
+            m_observer = std::make_shared<impl::LuaObserver>(L, observer);
+        } catch (const std::exception& error) {
+            OVEX_LOG_ERROR("Error while attempting to create value change observer - %s.",
+                           error.what());
+            return std::make_error_code(std::errc::invalid_argument);
+        }
+    }
+    impl::UpdateReceiver::TypeInfos infos;
+    try {
+        infos = ParseTypeInfos(L, types);
+    } catch (const std::exception& error) {
+        OVEX_LOG_ERROR("Error while parsing type information table - %s.", error.what());
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    return m_receiver->Start(m_observer, infos, timeout);
 }
 
 }  // namespace ovex::usb::vendor_cmd::script

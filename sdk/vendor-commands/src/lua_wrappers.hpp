@@ -17,8 +17,15 @@
 #include "ovex/range/range.hpp"
 #include "ovex/vendor_cmd/cypress.hpp"
 #include "ovex/vendor_cmd/item_collection.hpp"
+#include "ovex/vendor_cmd/monitor_stream.hpp"
 #include "ovex/vendor_cmd/nobe.hpp"
 #include "ovex/vendor_cmd/spi.hpp"
+
+struct lua_State;
+
+namespace ovex::usb::vendor_cmd::impl {
+class LuaObserver;
+}
 
 namespace ovex::usb::vendor_cmd::script {
 
@@ -140,5 +147,31 @@ public:
 private:
     SharedDevice m_device;
 };
+
+// The monitor stream for scripts. The first start makes the observer from its table and keeps
+// it for every later start.
+class ScriptUpdateReceiver {
+public:
+    // Throws std::invalid_argument for a device without an interrupt endpoint of this address.
+    ScriptUpdateReceiver(SharedDevice device, std::uint8_t endpoint);
+    // Stops a running stream; no notification reaches the script after it began.
+    ~ScriptUpdateReceiver();
+    ScriptUpdateReceiver(ScriptUpdateReceiver&&) noexcept = default;
+    ScriptUpdateReceiver& operator=(ScriptUpdateReceiver&&) = delete;
+
+    // `observer` and `types` are stack indices of tables in L. A table that can't be used is
+    // refused with invalid_argument and a log line.
+    std::error_code start(lua_State* L, int observer, int types, double timeout);
+    std::error_code stop() { return m_receiver->Stop(); }
+    bool is_running() const { return m_receiver->IsRunning(); }
+
+private:
+    std::shared_ptr<impl::LuaObserver> m_observer;
+    std::unique_ptr<impl::UpdateReceiver> m_receiver;
+};
+
+// The type information of a script's table: monitor id + 1 to {name, type}. Throws
+// std::invalid_argument with the reason.
+impl::UpdateReceiver::TypeInfos ParseTypeInfos(lua_State* L, int index);
 
 }  // namespace ovex::usb::vendor_cmd::script

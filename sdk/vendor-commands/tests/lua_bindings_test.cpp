@@ -5,6 +5,8 @@
 
 #include <lua.hpp>
 
+#include <algorithm>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -16,6 +18,7 @@
 #include "ovex/lua/bind/state.hpp"
 #include "ovex/lua/core/lua_core.hpp"
 #include "ovex/usb/lua_bindings.hpp"
+#include "ovex/vboard/item_tables.hpp"
 #include "ovex/vendor_cmd/device_error.hpp"
 #include "ovex/vendor_cmd/lua_bindings.hpp"
 #include "ovex/vendor_cmd/spi.hpp"
@@ -507,6 +510,149 @@ TEST_F(LuaBindingsTest, NobeRequests) {
     EXPECT_EQ(acquired, (std::vector<std::uint8_t>{0x00, 0x00, 0xC0, 0x3F}));
     EXPECT_EQ(Eval("return tostring(nobe:acquire_abort())"),
               CodeText(error::TranslateDeviceError(vboard::kNotSupported)));
+}
+
+// What the observer functions of a script hand to `record(...)`: their arguments as text, joined
+// by spaces. They run on the receiver's tasks, so the test waits here.
+struct ScriptRecord {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> lines;
+
+    bool Has(const std::string& line) {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+    void WaitFor(const std::string& line) {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return Has(line); });
+    }
+};
+
+ScriptRecord g_script_record;
+
+int Record(lua_State* L) {
+    std::string line;
+    for (int i = 1; i <= lua_gettop(L); ++i) {
+        line += (i > 1 ? " " : "") + std::string(luaL_tolstring(L, i, nullptr));
+        lua_pop(L, 1);
+    }
+    std::lock_guard lock(g_script_record.mutex);
+    g_script_record.lines.push_back(line);
+    g_script_record.changed.notify_all();
+    return 0;
+}
+
+std::string LuaKeyOf(const std::string& monitor) {
+    const auto& monitors = vboard::TablesOf(BoardKind::kTimepix3).monitors;
+    for (std::size_t id = 0; id < monitors.size(); ++id) {
+        if (monitors[id].name == monitor) {
+            return std::to_string(id + 1);
+        }
+    }
+    ADD_FAILURE() << monitor << " is not on the board";
+    return "0";
+}
+
+TEST_F(LuaBindingsTest, MonitorStreamCallsTheScriptsFunctions) {
+    ovex::testing::LogCapture log(log::kWarning);
+    ShareBoard();
+    {
+        std::lock_guard lock(g_script_record.mutex);
+        g_script_record.lines.clear();
+    }
+    lua_register(L, "record", &Record);
+    ASSERT_EQ(Run("local M = Usb.VendorCmd.Monitors\n"
+                  "rx = M.UpdateReceiver.new(device, 0x82)\n"
+                  "observer = {\n"
+                  "  on_avail_change = function(name, flags, ts)\n"
+                  "    if name == 'VCC_AUX' then error('no news') end\n"
+                  "    record('avail', name, flags.is_available, flags.is_error, ts)\n"
+                  "  end,\n"
+                  "  on_float_update = function(name, flags, value, ts)\n"
+                  "    record('float', name, flags.is_warning, value, ts)\n"
+                  "  end,\n"
+                  "  on_int_update = function(name, flags, value, ts)\n"
+                  "    record('int', name, value, ts)\n"
+                  "  end}\n"
+                  "types = {[" +
+                  LuaKeyOf("TSENS_TEMP") +
+                  "] = {name = 'TSENS_TEMP', type = M.ValueType.Integer},\n"
+                  "         [" +
+                  LuaKeyOf("FPGA_TEMP") +
+                  "] = {name = 'FPGA_TEMP', type = M.ValueType.Float}}\n"
+                  "assert(rx:start(observer, types, 5.0):value() == 0)\n"
+                  "assert(rx:is_running())"),
+              "");
+    Board().Engine().SetMonitorValue("TSENS_TEMP", 30.7F);
+    Board().Engine().SetMonitorValue("FPGA_TEMP", 130.0F);
+    Board().PushMonitorRound();
+    g_script_record.WaitFor("float PG_5V false 1.0 1");
+    EXPECT_EQ(Eval("return rx:stop():value() .. ' ' .. tostring(rx:is_running())"), "0 false");
+
+    std::lock_guard lock(g_script_record.mutex);
+    EXPECT_TRUE(g_script_record.Has("avail FPGA_TEMP true false 1"));
+    EXPECT_TRUE(g_script_record.Has("float FPGA_TEMP true 130.0 1"));
+    EXPECT_TRUE(g_script_record.Has("int TSENS_TEMP 30 1"));
+    EXPECT_FALSE(g_script_record.Has("avail VCC_AUX true false 1"));
+    EXPECT_TRUE(g_script_record.Has("float VCC_AUX false 1.7999999523163 1"));
+    const auto failures = log.StartingWith("Exception thrown during value change notification: ");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_NE(failures[0].message.find("no news"), std::string::npos);
+}
+
+TEST_F(LuaBindingsTest, MonitorStreamRefusesTablesItCantUse) {
+    ovex::testing::LogCapture log;
+    ShareBoard();
+    const std::string refused = ErrcValue(std::errc::invalid_argument);
+    ASSERT_EQ(Run("rx = Usb.VendorCmd.Monitors.UpdateReceiver.new(device, 0x82)"), "");
+    EXPECT_EQ(Eval("return rx:start({}, {}, 5.0):value()"), refused);
+    EXPECT_TRUE(log.Contains(log::kError,
+                             "Error while attempting to create value change observer - No "
+                             "callback functions were found in the observer table.."));
+    EXPECT_TRUE(log.Contains(log::kWarning,
+                             "Missing 'on_int_update' callback in observer table, no callback will "
+                             "be invoked."));
+
+    const auto parse_error = [&](const std::string& types) {
+        log.Clear();
+        EXPECT_EQ(Eval("return rx:start({on_int_update = print}, " + types + ", 5.0):value()"),
+                  refused)
+            << types;
+        const auto lines = log.StartingWith("Error while parsing type information table - ");
+        return lines.size() == 1 ? lines[0].message : "";
+    };
+    const std::string prefix = "Error while parsing type information table - ";
+    EXPECT_EQ(parse_error("5"), prefix + "Invalid type information table.");
+    EXPECT_EQ(parse_error("{x = {name = 'A', type = 1}}"),
+              prefix + "Type info table key must be a number.");
+    EXPECT_EQ(parse_error("{[3] = 5}"), prefix +
+                                            "Error while parsing type info table for ID2: Type "
+                                            "info table value must be a table.");
+    EXPECT_EQ(parse_error("{[1] = {type = 1}}"),
+              prefix +
+                  "Error while parsing type info table for ID0: Type info table is missing "
+                  "'name' field, or it has wrong type.");
+    EXPECT_EQ(parse_error("{[1] = {name = 'A', type = '1'}}"),
+              prefix +
+                  "Error while parsing type info table for ID0: Type info item table is missing "
+                  "'type' field, or it has wrong type.");
+    EXPECT_EQ(parse_error("{[1] = {name = 'A', type = 3}}"),
+              prefix +
+                  "Error while parsing type info table for ID0: Type info table 'type' field "
+                  "must be either 1 (integer) or 2 (float), but is 3.");
+    EXPECT_EQ(Eval("return tostring(rx:is_running())"), "false");
+
+    // The first observer made stays, whatever table a later start gives.
+    EXPECT_EQ(Eval("return rx:start({}, {}, 5.0):value()"), "0");
+    EXPECT_EQ(Eval("return rx:start({}, {}, 5.0):value()"),
+              ErrcValue(std::errc::operation_not_permitted));
+    EXPECT_EQ(Eval("return rx:stop():value()"), "0");
+    EXPECT_EQ(Eval("return rx:stop():value()"), ErrcValue(std::errc::operation_not_permitted));
+
+    EXPECT_NE(Run("Usb.VendorCmd.Monitors.UpdateReceiver.new(device, 0x83)")
+                  .find("Device doesn't have interrupt endpoint with address 0x83"),
+              std::string::npos);
+    EXPECT_EQ(Eval("return tostring(Usb.VendorCmd.Monitors.Flags.new)"), "nil");
 }
 
 }  // namespace
