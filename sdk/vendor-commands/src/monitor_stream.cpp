@@ -14,6 +14,7 @@
 
 #include "bitmanip/bitmanip.hpp"
 #include "ovex/log/log.hpp"
+#include "ovex/usb/lua_bindings.hpp"
 #include "ovex/usb/usb_device.hpp"
 #include "ovex/vendor_cmd/impl/logging_observer.hpp"
 #include "ovex/vendor_cmd/impl/monitor_receiver.hpp"
@@ -296,6 +297,16 @@ device::UsbInterruptEp* InterruptEndpoint(const std::shared_ptr<device::UsbDevic
     return endpoint;
 }
 
+// Closing a device destroys its endpoints; one opened again has new ones.
+bool HoldsEndpoint(device::UsbDevice& device, const device::UsbInterruptEp* endpoint) {
+    for (device::AnyEndpoint& any : device.GetEndpoints()) {
+        if (std::get_if<device::UsbInterruptEp>(&any) == endpoint) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 void RunReceiver(const std::shared_ptr<FrameQueue>& queue,
@@ -339,6 +350,15 @@ std::error_code UpdateReceiver::Start(std::weak_ptr<monitor::IValueObserver> obs
                                       const TypeInfos& type_infos, double timeout) {
     if (IsRunning()) {
         return std::make_error_code(std::errc::operation_not_permitted);
+    }
+    if (const auto error = device::RequireOpen(*m_device)) {
+        return error;
+    }
+    if (!HoldsEndpoint(*m_device, m_ep)) {
+        OVEX_LOG_ERROR(
+            "The monitor receiver's interrupt endpoint is gone: the device was closed after the "
+            "receiver was made.");
+        return std::make_error_code(std::errc::not_connected);
     }
     MetaData metadata;
     if (const auto error = ReadMetaData(*m_device, metadata)) {

@@ -149,6 +149,10 @@ TEST_F(MonitorStreamTest, FailedReadOfTheMonitorListLeavesItStopped) {
     EXPECT_TRUE(receiver.Start(observer, {}, kTransferTimeout));
     EXPECT_TRUE(log.Contains(log::kError, "Failed to retrieve range of monitor ID2."));
     EXPECT_FALSE(receiver.IsRunning());
+
+    ASSERT_FALSE(Device().Close());
+    EXPECT_EQ(receiver.Start(observer, {}, kTransferTimeout),
+              std::make_error_code(std::errc::not_connected));
 }
 
 TEST_F(MonitorStreamTest, ConstructionNeedsADeviceWithTheInterruptEndpoint) {
