@@ -112,6 +112,7 @@ TEST_F(MemoriesTest, EepromRefusesRangesPastItsEndBeforeTheBusAndReportsAFailedC
     EXPECT_EQ(eeprom.Write(65535, two, count), std::errc::invalid_argument);
     EXPECT_TRUE(Logged("Write exceeds the valid EEPROM address range."));
     EXPECT_EQ(eeprom.Erase(65000, 600, count), std::errc::invalid_argument);
+    EXPECT_EQ(eeprom.Erase(0, std::uint64_t{1} << 40, count), std::errc::invalid_argument);
     EXPECT_EQ(count, 0u);
     EXPECT_TRUE(I2cTransfers().empty());
 

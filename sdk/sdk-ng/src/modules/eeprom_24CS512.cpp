@@ -12,6 +12,7 @@ namespace ovex::sdk {
 namespace {
 
 constexpr std::size_t kPageSize = 128;
+constexpr std::uint64_t kAddressSpace = 0x10000;
 constexpr double kTransferTimeout = 10.0;
 // The chip's write cycle; reads wait the same, so that a read never catches a write in progress.
 constexpr std::chrono::milliseconds kWriteCycle{5};
@@ -81,7 +82,10 @@ std::error_code Eeprom24CS512::Write(std::uint16_t address, std::span<const std:
 
 std::error_code Eeprom24CS512::Erase(std::uint16_t address, std::uint64_t length,
                                      std::uint64_t& count) {
-    const std::vector<std::uint8_t> erased(length, 0xFF);
+    // No region is longer than the address space: a longer range is cut to one byte past it,
+    // which the write's range test refuses as it would the whole.
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(length, kAddressSpace + 1));
+    const std::vector<std::uint8_t> erased(size, 0xFF);
     return Write(address, erased, count);
 }
 
