@@ -73,9 +73,20 @@ ovexsdk_err_code api_call(ovexsdk_dev_ctx* handle, ovexsdk_err_code (*impl)(Cont
     }
 }
 
-// Holds the context's device mutex for one call (see Context). A call from a log callback doesn't
-// wait for it, since the call that holds it may be waiting for that callback's thread: it is
-// refused with OVEXSDK_ERR_BUSY. A context being released refuses the call too.
+// Marks the thread as inside a host's monitor callback while it lives.
+class MonitorCallbackScope {
+public:
+    MonitorCallbackScope() noexcept;
+    ~MonitorCallbackScope();
+    MonitorCallbackScope(const MonitorCallbackScope&) = delete;
+    MonitorCallbackScope& operator=(const MonitorCallbackScope&) = delete;
+
+    static bool Active() noexcept;
+};
+
+// Holds the context's device mutex for one call (see Context). A call from a log or monitor
+// callback doesn't wait for it, since the call that holds it may be waiting for that callback's
+// thread: it is refused with OVEXSDK_ERR_BUSY. A context being released refuses the call too.
 class DeviceAccess {
 public:
     explicit DeviceAccess(Context& context);

@@ -65,6 +65,13 @@ ovexsdk_err_code ovexsdk_comp_get_ver_count(ovexsdk_dev_ctx* ctx, std::uint8_t* 
 ovexsdk_err_code ovexsdk_comp_get_info(ovexsdk_dev_ctx* ctx, ovexsdk_comp_info infos[],
                                        std::uint8_t* count);
 
+// Monitor names of the legacy interface: the legacy name of the monitor at `index` (valid while
+// the device lives), and the index of the monitor that a legacy name, or a regular one, names.
+ovexsdk_err_code ovexsdk_mon_idx_to_legacy_id(ovexsdk_dev_ctx* ctx, int index,
+                                              const char** legacy_id);
+ovexsdk_err_code ovexsdk_mon_legacy_id_to_idx(ovexsdk_dev_ctx* ctx, const char* legacy_id,
+                                              int* idx);
+
 // Fills an identity record from a device's USB texts.
 void FillEnumInfo(const usb::device::DeviceInfo& info, ovexsdk_enum_info& record);
 

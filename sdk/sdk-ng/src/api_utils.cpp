@@ -20,12 +20,27 @@ bool LogMissingDevice(Context& context) {
     return false;
 }
 
+namespace {
+thread_local bool t_in_monitor_callback = false;
+}  // namespace
+
+MonitorCallbackScope::MonitorCallbackScope() noexcept {
+    t_in_monitor_callback = true;
+}
+
+MonitorCallbackScope::~MonitorCallbackScope() {
+    t_in_monitor_callback = false;
+}
+
+bool MonitorCallbackScope::Active() noexcept {
+    return t_in_monitor_callback;
+}
+
 DeviceAccess::DeviceAccess(Context& context) : m_lock(context.DeviceMutex(), std::defer_lock) {
-    if (!Logger::OnLoggerThread()) {
+    if (!Logger::OnLoggerThread() && !MonitorCallbackScope::Active()) {
         m_lock.lock();
     } else if (!m_lock.try_lock()) {
-        OVEX_LOG_WARN(
-            "Context is busy with another call; the call from a log callback is refused.");
+        OVEX_LOG_WARN("Context is busy with another call; the call from a callback is refused.");
         m_result = OVEXSDK_ERR_BUSY;
         return;
     }

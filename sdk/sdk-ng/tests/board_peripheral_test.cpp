@@ -1,8 +1,10 @@
-// A board's peripherals through the exported interface: component versions.
+// A board's peripherals through the exported interface: component versions, bias supply,
+// temperature control and monitors.
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "api_internal.hpp"
@@ -50,6 +52,87 @@ TEST_F(BoardPeripherals, ComponentVersionsFillWhatCanBeReadAndSkipTheRest) {
     ASSERT_EQ(ovexsdk_comp_get_info(&m_ctx, infos, &count), OVEXSDK_OK);
     EXPECT_STREQ(infos[1].name, "Ovexboard");
     EXPECT_STREQ(infos[1].version, "2.7.4");
+}
+
+TEST_F(BoardPeripherals, BiasAndTemperatureGoToTheirStatesAndMeasureThroughTheirMonitors) {
+    ASSERT_EQ(OpenKind(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_OK);
+    std::uint8_t count = 0;
+    ASSERT_EQ(ovexsdk_bias_get_count(&m_ctx, &count), OVEXSDK_OK);
+    ASSERT_EQ(count, 1);
+    ovexsdk_bias_info bias{};
+    ASSERT_EQ(ovexsdk_bias_get_info(&m_ctx, &bias, &count), OVEXSDK_OK);
+    EXPECT_EQ(bias.minimum, -300.0f);
+    EXPECT_EQ(bias.maximum, 300.0f);
+    ASSERT_EQ(ovexsdk_bias_set_desired(&m_ctx, 0, 50.5f), OVEXSDK_OK);
+    EXPECT_EQ(Engine().StateValue("BIAS"), 51);
+    float value = 0;
+    ASSERT_EQ(ovexsdk_bias_get_desired(&m_ctx, 0, &value), OVEXSDK_OK);
+    EXPECT_EQ(value, 51.0f);
+    Engine().SetMonitorValue("U_BIAS", 50.75f);
+    ASSERT_EQ(ovexsdk_bias_get_actual(&m_ctx, 0, &value), OVEXSDK_OK);
+    EXPECT_EQ(value, 50.75f);
+    EXPECT_EQ(ovexsdk_bias_set_desired(&m_ctx, 0, 301.0f), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(ovexsdk_bias_get_desired(&m_ctx, 1, &value), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(Logged("Value '1' is not a valid bias controller ID."));
+
+    ASSERT_EQ(ovexsdk_temp_get_count(&m_ctx, &count), OVEXSDK_OK);
+    ASSERT_EQ(count, 1);
+    ovexsdk_temp_ctrl_info temp{};
+    std::uint64_t capacity = 1;
+    ASSERT_EQ(ovexsdk_temp_get_info(&m_ctx, &temp, &capacity), OVEXSDK_OK);
+    EXPECT_EQ(temp.minimum, 0.0f);
+    EXPECT_EQ(temp.maximum, 60.0f);
+    EXPECT_EQ(temp.unit, 1u);
+    ASSERT_EQ(ovexsdk_temp_set_desired(&m_ctx, 0, 21.5f), OVEXSDK_OK);
+    EXPECT_EQ(Engine().StateValue("PELTIER"), 215);
+    ASSERT_EQ(ovexsdk_temp_get_desired(&m_ctx, 0, &value), OVEXSDK_OK);
+    EXPECT_FLOAT_EQ(value, 21.5f);
+    ASSERT_EQ(ovexsdk_temp_get_actual(&m_ctx, 0, &value), OVEXSDK_OK);
+    EXPECT_EQ(value, 26.0f);
+    EXPECT_EQ(ovexsdk_temp_set_desired(&m_ctx, 0, 61.0f), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(Engine().StateValue("PELTIER"), 215);
+    EXPECT_EQ(ovexsdk_temp_get_actual(&m_ctx, 2, &value), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(Logged("Value '2' is not a valid temperature controller ID."));
+}
+
+TEST_F(BoardPeripherals, MonitorsAreListedDescribedAndReadByIndex) {
+    ASSERT_EQ(OpenKind(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
+    std::uint32_t count = 0;
+    ASSERT_EQ(ovexsdk_mon_get_count(&m_ctx, &count), OVEXSDK_OK);
+    ASSERT_EQ(count, 26u);
+    std::uint32_t tsens = count;
+    for (std::uint32_t index = 0; index < count; ++index) {
+        ovexsdk_mon_info info{};
+        ASSERT_EQ(ovexsdk_mon_get_info(&m_ctx, index, &info), OVEXSDK_OK);
+        EXPECT_EQ(info.type, 2u);
+        if (std::strcmp(info.id, "TSENS_TEMP") == 0) {
+            tsens = index;
+            EXPECT_EQ(info.minimum.f, -40.0f);
+            EXPECT_EQ(info.maximum.f, 125.0f);
+        }
+    }
+    ASSERT_LT(tsens, count);
+    ovexsdk_mon_value value{};
+    ASSERT_EQ(ovexsdk_mon_get_value(&m_ctx, tsens, &value), OVEXSDK_OK);
+    EXPECT_EQ(value.f, 26.0f);
+
+    // An index beyond the list ends in the frame's exception barrier.
+    ovexsdk_mon_info info{};
+    EXPECT_EQ(ovexsdk_mon_get_info(&m_ctx, count, &info), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(ovexsdk_mon_get_value(&m_ctx, count, &value), OVEXSDK_ERR_FAILED);
+
+    // Legacy names both ways; a monitor without one keeps its own.
+    const char* legacy = nullptr;
+    ASSERT_EQ(ovexsdk_mon_idx_to_legacy_id(&m_ctx, static_cast<int>(tsens), &legacy), OVEXSDK_OK);
+    EXPECT_STREQ(legacy, "T_SENS");
+    int index = -1;
+    ASSERT_EQ(ovexsdk_mon_legacy_id_to_idx(&m_ctx, "T_SENS", &index), OVEXSDK_OK);
+    EXPECT_EQ(index, static_cast<int>(tsens));
+    ASSERT_EQ(ovexsdk_mon_legacy_id_to_idx(&m_ctx, "TPX_DAC_OUT", &index), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_mon_idx_to_legacy_id(&m_ctx, index, &legacy), OVEXSDK_OK);
+    EXPECT_STREQ(legacy, "TPX_DAC_OUT");
+    EXPECT_EQ(ovexsdk_mon_legacy_id_to_idx(&m_ctx, "T_NOWHERE", &index), OVEXSDK_ERR_FAILED);
 }
 
 }  // namespace
