@@ -65,8 +65,14 @@ TEST_F(MemoriesTest, EepromRoundTripGoesPageByPageAndCountsWhatItDid) {
     EXPECT_EQ(info.regions[0].first, 0u);
     EXPECT_EQ(info.regions[0].last, 65535u);
 
-    // A write that starts inside a page ends its first chunk at the page's end, so that the chip
-    // never wraps it.
+    // The chip wraps a write at its page's end to the page's start...
+    Bytes wrapped{1, 2, 3, 4};
+    ASSERT_FALSE(usb::vendor_cmd::i2c_transfer_16(Device(), 0xA0, 0x007E, wrapped));
+    Bytes page_start(2);
+    ASSERT_FALSE(usb::vendor_cmd::i2c_transfer_16(Device(), 0xA1, 0x0000, page_start));
+    EXPECT_EQ(page_start, (Bytes{3, 4}));
+    Forget();
+    // ...so a write that starts inside a page ends its first chunk at the page's end.
     const Bytes data = Pattern(300, 3);
     std::uint64_t count = 0;
     ASSERT_FALSE(eeprom.Write(0x0170, data, count));
@@ -152,22 +158,21 @@ TEST_F(MemoriesTest, SecureEepromWritesOnlyItsUserHalf) {
 
     const Bytes data = Pattern(128, 1);
     ASSERT_FALSE(secure.Write(0x0880, data, count));
-    Bytes factory(128);
-    count = 0;
-    ASSERT_FALSE(secure.Read(0x0800, factory, count));  // the serial number half reads
     Bytes user(128);
     count = 0;
     ASSERT_FALSE(secure.Read(0x0880, user, count));
     EXPECT_EQ(user, data);
 
     // The chip itself doesn't take a write to the factory half either.
-    Bytes serial(16);
-    ASSERT_FALSE(usb::vendor_cmd::i2c_transfer_16(Device(), 0xB1, 0x0800, serial));
+    Bytes factory(128);
+    count = 0;
+    ASSERT_FALSE(secure.Read(0x0800, factory, count));
     Bytes attempt(16, 0);
     EXPECT_TRUE(usb::vendor_cmd::i2c_transfer_16(Device(), 0xB0, 0x0800, attempt));
-    Bytes again(16);
-    ASSERT_FALSE(usb::vendor_cmd::i2c_transfer_16(Device(), 0xB1, 0x0800, again));
-    EXPECT_EQ(again, serial);
+    Bytes again(128);
+    count = 0;
+    ASSERT_FALSE(secure.Read(0x0800, again, count));
+    EXPECT_EQ(again, factory);
 }
 
 // --- Flash driven by the board's firmware -----------------------------------------------------
