@@ -72,6 +72,12 @@ ovexsdk_err_code ovexsdk_mon_idx_to_legacy_id(ovexsdk_dev_ctx* ctx, int index,
 ovexsdk_err_code ovexsdk_mon_legacy_id_to_idx(ovexsdk_dev_ctx* ctx, const char* legacy_id,
                                               int* idx);
 
+// The index of the EEPROM, or the flash, whose module name is `legacy_id`.
+ovexsdk_err_code ovexsdk_eeprom_convert_legacy_id_to_idx(ovexsdk_dev_ctx* ctx,
+                                                         const char* legacy_id, int* idx);
+ovexsdk_err_code ovexsdk_flash_legacy_id_to_idx(ovexsdk_dev_ctx* ctx, const char* legacy_id,
+                                                std::uint8_t* idx);
+
 // Fills an identity record from a device's USB texts.
 void FillEnumInfo(const usb::device::DeviceInfo& info, ovexsdk_enum_info& record);
 

@@ -6,6 +6,7 @@
 
 #include "modules/axi_lite.hpp"
 #include "modules/bias_ctrl.hpp"
+#include "modules/eeprom_24CS512.hpp"
 #include "modules/mon_ctrl.hpp"
 #include "modules/power_module.hpp"
 #include "modules/temp_control.hpp"
@@ -21,6 +22,10 @@ namespace {
 
 // The interrupt endpoint on which a board pushes its monitor values.
 constexpr std::uint8_t kMonitorEndpoint = 0x82;
+
+// The I2C bus addresses of the board's EEPROM and of its security area.
+constexpr std::uint8_t kEepromAddress = 80;
+constexpr std::uint8_t kSecureEepromAddress = 88;
 
 std::shared_ptr<usb::device::UsbDevice> Required(std::shared_ptr<usb::device::UsbDevice> device) {
     if (!device) {
@@ -40,6 +45,10 @@ OvexBoard::OvexBoard(std::shared_ptr<usb::device::UsbDevice> usb_device,
     AddModule<IDeviceConnection>(std::make_unique<UsbLink>(m_usb_device));
     AddModule<UsbDeviceProperties>(std::make_unique<UsbDeviceProperties>(m_usb_device));
     AddModule<IAxiLite>(std::make_unique<AxiLite>(m_usb_device));
+    AddModule<IEepromControl>(
+        std::make_unique<Eeprom24CS512>(m_usb_device, kEepromAddress, "i2c0-eeprom"));
+    AddModule<IEepromControl>(std::make_unique<Eeprom24CS512Secure>(
+        m_usb_device, kSecureEepromAddress, "i2c0-eeprom-security"));
 }
 
 std::error_code OvexBoard::LoadItems(LuaState& lua) {

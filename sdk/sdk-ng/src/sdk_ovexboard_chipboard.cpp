@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "modules/backend.hpp"
+#include "modules/flash_S25FS128S.hpp"
 #include "modules/ovexboard_backend.hpp"
 #include "ovex/log/log.hpp"
 
@@ -24,6 +25,7 @@ std::error_code OvexChipBoard::BackendPoweredUp() {
                 std::make_unique<OvexboardBackend>(m_commands.get(), m_states.get()));
         }
     }
+    AddModule<IFlashControl>(std::make_unique<FlashS25FS128S>(m_commands.get(), "flash_fpga_be"));
     return {};
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "modules/backend.hpp"
+#include "modules/flash_S25FS128S.hpp"
 #include "modules/ovexboard_backend.hpp"
 #include "modules/timepix_chip.hpp"
 #include "modules/tpx3_chip.hpp"
@@ -28,6 +29,7 @@ std::error_code OvexBoardTpx3::BackendPoweredUp() {
         return std::make_error_code(std::errc::invalid_argument);
     }
     AddModule<IBackend>(std::make_unique<OvexboardBackend>(m_commands.get(), m_states.get()));
+    AddModule<IFlashControl>(std::make_unique<FlashS25FS128S>(m_commands.get(), "flash_fpga_be"));
     return {};
 }
 

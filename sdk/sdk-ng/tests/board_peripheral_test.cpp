@@ -1,11 +1,12 @@
 // A board's peripherals through the exported interface: component versions, bias supply,
-// temperature control and monitors.
+// temperature control, monitors, EEPROMs and flash memories.
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "api_internal.hpp"
 #include "support/power_session.hpp"
@@ -133,6 +134,97 @@ TEST_F(BoardPeripherals, MonitorsAreListedDescribedAndReadByIndex) {
     ASSERT_EQ(ovexsdk_mon_idx_to_legacy_id(&m_ctx, index, &legacy), OVEXSDK_OK);
     EXPECT_STREQ(legacy, "TPX_DAC_OUT");
     EXPECT_EQ(ovexsdk_mon_legacy_id_to_idx(&m_ctx, "T_NOWHERE", &index), OVEXSDK_ERR_FAILED);
+}
+
+TEST_F(BoardPeripherals, EepromsAndTheBackendFlashReadWriteAndEraseThroughTheirModules) {
+    ASSERT_EQ(OpenKind(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
+    std::uint8_t count = 0;
+    ASSERT_EQ(ovexsdk_eeprom_get_count(&m_ctx, &count), OVEXSDK_OK);
+    ASSERT_EQ(count, 2);
+    ovexsdk_eeprom_info eeprom{};
+    ASSERT_EQ(ovexsdk_eeprom_get_info(&m_ctx, 1, &eeprom), OVEXSDK_OK);
+    EXPECT_STREQ(eeprom.id, "i2c0-eeprom-security");
+    EXPECT_STREQ(eeprom.part_number, "24CS512");
+    ASSERT_EQ(eeprom.region_count, 2);
+    ovexsdk_eeprom_region region{};
+    ASSERT_EQ(ovexsdk_eeprom_get_region_info(&m_ctx, 1, 1, &region), OVEXSDK_OK);
+    EXPECT_EQ(region.first_address, 0x0880);
+    EXPECT_EQ(region.last_address, 0x08FF);
+    EXPECT_EQ(ovexsdk_eeprom_get_region_info(&m_ctx, 1, 2, &region), OVEXSDK_ERR_INVALID);
+    EXPECT_TRUE(Logged("Region 2 is not a valid region index."));
+    EXPECT_EQ(ovexsdk_eeprom_get_info(&m_ctx, 2, &eeprom), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(Logged("Value '2' is not a valid EEPROM ID."));
+    int legacy = -1;
+    ASSERT_EQ(ovexsdk_eeprom_convert_legacy_id_to_idx(&m_ctx, "i2c0-eeprom-security", &legacy),
+              OVEXSDK_OK);
+    EXPECT_EQ(legacy, 1);
+
+    // Across a page boundary and back; the erase leaves 0xFF.
+    std::vector<std::uint8_t> data(300);
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        data[i] = static_cast<std::uint8_t>(i * 7 + 1);
+    }
+    std::uint64_t length = data.size();
+    ASSERT_EQ(ovexsdk_eeprom_write(&m_ctx, 0, 100, data.data(), &length), OVEXSDK_OK);
+    EXPECT_EQ(length, data.size());
+    std::vector<std::uint8_t> back(data.size());
+    ASSERT_EQ(ovexsdk_eeprom_read(&m_ctx, 0, 100, back.data(), &length), OVEXSDK_OK);
+    EXPECT_EQ(back, data);
+    length = 10;
+    ASSERT_EQ(ovexsdk_eeprom_erase(&m_ctx, 0, 100, &length), OVEXSDK_OK);
+    length = back.size();
+    ASSERT_EQ(ovexsdk_eeprom_read(&m_ctx, 0, 100, back.data(), &length), OVEXSDK_OK);
+    EXPECT_EQ(std::vector<std::uint8_t>(back.begin(), back.begin() + 10),
+              std::vector<std::uint8_t>(10, 0xFF));
+    EXPECT_EQ(back[10], data[10]);
+    // The security area's factory half can't be written.
+    length = 4;
+    EXPECT_EQ(ovexsdk_eeprom_write(&m_ctx, 1, 0x0800, data.data(), &length), OVEXSDK_ERR_FAILED);
+
+    // The backend flash exists behind the backend's power-up.
+    ASSERT_EQ(ovexsdk_flash_get_count(&m_ctx, &count), OVEXSDK_OK);
+    EXPECT_EQ(count, 0);
+    ASSERT_EQ(ovexsdk_dev_power_up_unit(&m_ctx, 0), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_flash_get_count(&m_ctx, &count), OVEXSDK_OK);
+    ASSERT_EQ(count, 1);
+    ovexsdk_flash_info flash{};
+    ASSERT_EQ(ovexsdk_flash_get_info(&m_ctx, 0, &flash), OVEXSDK_OK);
+    EXPECT_STREQ(flash.id, "flash_fpga_be");
+    EXPECT_STREQ(flash.part_number, "S25FS128S");
+    EXPECT_EQ(flash.first_number, 16u * 1024 * 1024);
+    EXPECT_EQ(flash.second_number, 256);
+    ASSERT_EQ(flash.region_count, 1);
+    ovexsdk_flash_region_info flash_region{};
+    ASSERT_EQ(ovexsdk_flash_get_region_info(&m_ctx, 0, 0, &flash_region), OVEXSDK_OK);
+    EXPECT_EQ(flash_region.sector_size, 65536u);
+    EXPECT_EQ(ovexsdk_flash_get_region_info(&m_ctx, 0, 1, &flash_region), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(Logged("Flash memory region with index 1 does not exist."));
+
+    const std::uint32_t sector = 3 * 65536;
+    std::vector<std::uint8_t> image(65536);
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        image[i] = static_cast<std::uint8_t>(i ^ (i >> 8));
+    }
+    ASSERT_EQ(ovexsdk_flash_erase_sector(&m_ctx, 0, sector), OVEXSDK_OK);
+    const ovexsdk_flash_buffer source{image.data(), image.size()};
+    const ovexsdk_flash_program_input program{0, sector, &source};
+    ASSERT_EQ(ovexsdk_flash_program_sector(&m_ctx, &program), OVEXSDK_OK);
+    std::vector<std::uint8_t> read(2500);
+    ovexsdk_flash_buffer target{read.data(), 0};
+    const ovexsdk_flash_read_input input{0, sector + 1000, read.size()};
+    ASSERT_EQ(ovexsdk_flash_read(&m_ctx, &input, &target), OVEXSDK_OK);
+    EXPECT_EQ(target.size, read.size());
+    EXPECT_EQ(read, std::vector<std::uint8_t>(image.begin() + 1000, image.begin() + 3500));
+    const ovexsdk_flash_buffer half{image.data(), 1000};
+    const ovexsdk_flash_program_input wrong{0, sector, &half};
+    EXPECT_EQ(ovexsdk_flash_program_sector(&m_ctx, &wrong), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(ovexsdk_flash_erase_sector(&m_ctx, 1, sector), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(Logged("Value '1' is not a valid flash controller ID."));
+    std::uint8_t flash_index = 9;
+    ASSERT_EQ(ovexsdk_flash_legacy_id_to_idx(&m_ctx, "flash_fpga_be", &flash_index), OVEXSDK_OK);
+    EXPECT_EQ(flash_index, 0);
+    EXPECT_EQ(ovexsdk_flash_legacy_id_to_idx(&m_ctx, "flash_fpga", &flash_index),
+              OVEXSDK_ERR_INVALID);
 }
 
 }  // namespace
