@@ -89,6 +89,25 @@ ovexsdk_err_code EepromGetRegionInfo(Context& context, std::uint8_t id, std::uin
     return OVEXSDK_OK;
 }
 
+// Runs one operation of the EEPROM over a range: `*length` goes in as the bytes asked for and
+// comes back as the bytes done, also when the operation fails part way.
+template <typename Operation, typename LogFailure>
+ovexsdk_err_code EepromRange(Context& context, std::uint8_t id, std::uint64_t* length,
+                             Operation operation, LogFailure log_failure) {
+    IEepromControl* eeprom = nullptr;
+    if (const auto result = FindEeprom(context, id, eeprom); result != OVEXSDK_OK) {
+        return result;
+    }
+    std::uint64_t done = 0;
+    const std::error_code ec = operation(*eeprom, done);
+    *length = done;
+    if (ec) {
+        log_failure(ec);
+        return OVEXSDK_ERR_FAILED;
+    }
+    return OVEXSDK_OK;
+}
+
 ovexsdk_err_code EepromRead(Context& context, std::uint8_t id, std::uint16_t address,
                             std::uint8_t* buffer, std::uint64_t* length) {
     if (LogMissingDevice(context)) {
@@ -97,19 +116,15 @@ ovexsdk_err_code EepromRead(Context& context, std::uint8_t id, std::uint16_t add
     if (LogInvalidPointer(buffer, "buffer") || LogInvalidPointer(length, "length")) {
         return OVEXSDK_ERR_INVALID;
     }
-    IEepromControl* eeprom = nullptr;
-    if (const auto result = FindEeprom(context, id, eeprom); result != OVEXSDK_OK) {
-        return result;
-    }
-    std::uint64_t done = 0;
-    const auto ec = eeprom->Read(address, std::span(buffer, *length), done);
-    *length = done;
-    if (ec) {
-        OVEX_LOG_EC(ovex::log::kError, "Failed to read from memory at address %d. - %s: %s.", ec,
-                    address);
-        return OVEXSDK_ERR_FAILED;
-    }
-    return OVEXSDK_OK;
+    return EepromRange(
+        context, id, length,
+        [&](IEepromControl& eeprom, std::uint64_t& done) {
+            return eeprom.Read(address, std::span(buffer, *length), done);
+        },
+        [address](const std::error_code& ec) {
+            OVEX_LOG_EC(ovex::log::kError, "Failed to read from memory at address %d. - %s: %s.",
+                        ec, address);
+        });
 }
 
 ovexsdk_err_code EepromWrite(Context& context, std::uint8_t id, std::uint16_t address,
@@ -120,19 +135,15 @@ ovexsdk_err_code EepromWrite(Context& context, std::uint8_t id, std::uint16_t ad
     if (LogInvalidPointer(buffer, "buffer") || LogInvalidPointer(length, "length")) {
         return OVEXSDK_ERR_INVALID;
     }
-    IEepromControl* eeprom = nullptr;
-    if (const auto result = FindEeprom(context, id, eeprom); result != OVEXSDK_OK) {
-        return result;
-    }
-    std::uint64_t done = 0;
-    const auto ec = eeprom->Write(address, std::span(buffer, *length), done);
-    *length = done;
-    if (ec) {
-        OVEX_LOG_EC(ovex::log::kError, "Failed to write to memory at address %d. - %s: %s.", ec,
-                    address);
-        return OVEXSDK_ERR_FAILED;
-    }
-    return OVEXSDK_OK;
+    return EepromRange(
+        context, id, length,
+        [&](IEepromControl& eeprom, std::uint64_t& done) {
+            return eeprom.Write(address, std::span(buffer, *length), done);
+        },
+        [address](const std::error_code& ec) {
+            OVEX_LOG_EC(ovex::log::kError, "Failed to write to memory at address %d. - %s: %s.", ec,
+                        address);
+        });
 }
 
 ovexsdk_err_code EepromErase(Context& context, std::uint8_t id, std::uint16_t address,
@@ -143,19 +154,15 @@ ovexsdk_err_code EepromErase(Context& context, std::uint8_t id, std::uint16_t ad
     if (LogInvalidPointer(length, "length")) {
         return OVEXSDK_ERR_INVALID;
     }
-    IEepromControl* eeprom = nullptr;
-    if (const auto result = FindEeprom(context, id, eeprom); result != OVEXSDK_OK) {
-        return result;
-    }
-    std::uint64_t done = 0;
-    const auto ec = eeprom->Erase(address, *length, done);
-    *length = done;
-    if (ec) {
-        OVEX_LOG_EC(ovex::log::kError, "Failed to erase memory at address %d. - %s: %s.", ec,
-                    address);
-        return OVEXSDK_ERR_FAILED;
-    }
-    return OVEXSDK_OK;
+    return EepromRange(
+        context, id, length,
+        [&](IEepromControl& eeprom, std::uint64_t& done) {
+            return eeprom.Erase(address, *length, done);
+        },
+        [address](const std::error_code& ec) {
+            OVEX_LOG_EC(ovex::log::kError, "Failed to erase memory at address %d. - %s: %s.", ec,
+                        address);
+        });
 }
 
 ovexsdk_err_code EepromLegacyIdToIdx(Context& context, const char* legacy_id, int* idx) {

@@ -33,6 +33,21 @@ ovexsdk_err_code FindMonitors(Context& context, IMonitorControl*& monitors) {
     return OVEXSDK_OK;
 }
 
+// The monitor at `index` with its name in the module's list and its type. An index beyond the
+// list throws std::out_of_range, which the frame reports.
+ovexsdk_err_code FindMonitor(Context& context, std::uint32_t index, IMonitorControl*& monitors,
+                             const std::string*& name, ValueType& type) {
+    if (const auto result = FindMonitors(context, monitors); result != OVEXSDK_OK) {
+        return result;
+    }
+    name = &monitors->GetIds().at(index);
+    if (const auto ec = monitors->GetType(*name, type)) {
+        OVEX_LOG_EC(ovex::log::kError, "Failed to get monitor value type: - %s: %s.", ec);
+        return OVEXSDK_ERR_FAILED;
+    }
+    return OVEXSDK_OK;
+}
+
 // The host's record of a monitor; its name points into `info`.
 ovexsdk_mon_info HostInfo(const MonitorInfo& info) {
     ovexsdk_mon_info host{};
@@ -62,21 +77,18 @@ ovexsdk_err_code MonGetCount(Context& context, std::uint32_t* count) {
     return OVEXSDK_OK;
 }
 
-// An index beyond the list throws std::out_of_range, which the frame reports.
 ovexsdk_err_code MonGetInfo(Context& context, std::uint32_t index, ovexsdk_mon_info* mon_info) {
     if (LogInvalidPointer(mon_info, "mon_info")) {
         return OVEXSDK_ERR_INVALID;
     }
     IMonitorControl* monitors = nullptr;
-    if (const auto result = FindMonitors(context, monitors); result != OVEXSDK_OK) {
+    const std::string* found = nullptr;
+    ValueType type{};
+    if (const auto result = FindMonitor(context, index, monitors, found, type);
+        result != OVEXSDK_OK) {
         return result;
     }
-    const std::string& name = monitors->GetIds().at(index);
-    ValueType type{};
-    if (const auto ec = monitors->GetType(name, type)) {
-        OVEX_LOG_EC(ovex::log::kError, "Failed to get monitor value type: - %s: %s.", ec);
-        return OVEXSDK_ERR_FAILED;
-    }
+    const std::string& name = *found;
     MonitorInfo info{name, range::Range<int>(0, 0)};
     if (type == ValueType::Float) {
         range::Range<float> floats(0.0F, 0.0F);
@@ -103,15 +115,13 @@ ovexsdk_err_code MonGetValue(Context& context, std::uint32_t index, ovexsdk_mon_
         return OVEXSDK_ERR_INVALID;
     }
     IMonitorControl* monitors = nullptr;
-    if (const auto result = FindMonitors(context, monitors); result != OVEXSDK_OK) {
+    const std::string* found = nullptr;
+    ValueType type{};
+    if (const auto result = FindMonitor(context, index, monitors, found, type);
+        result != OVEXSDK_OK) {
         return result;
     }
-    const std::string& name = monitors->GetIds().at(index);
-    ValueType type{};
-    if (const auto ec = monitors->GetType(name, type)) {
-        OVEX_LOG_EC(ovex::log::kError, "Failed to get monitor value type: - %s: %s.", ec);
-        return OVEXSDK_ERR_FAILED;
-    }
+    const std::string& name = *found;
     std::error_code ec;
     if (type == ValueType::Float) {
         ec = monitors->GetValue(name, value->f);
