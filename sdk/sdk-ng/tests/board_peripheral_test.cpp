@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -225,6 +228,72 @@ TEST_F(BoardPeripherals, EepromsAndTheBackendFlashReadWriteAndEraseThroughTheirM
     EXPECT_EQ(flash_index, 0);
     EXPECT_EQ(ovexsdk_flash_legacy_id_to_idx(&m_ctx, "flash_fpga", &flash_index),
               OVEXSDK_ERR_INVALID);
+}
+
+// What the monitor callbacks of one monitor received, from the notification threads.
+struct MonitorCalls {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<float> values;
+    std::vector<std::uint8_t> availability;
+    std::string name;
+    std::vector<std::uint8_t> flags;
+
+    static void OnValue(const ovexsdk_mon_on_value_changed_args* args, void* param) {
+        auto& calls = *static_cast<MonitorCalls*>(param);
+        const std::lock_guard lock(calls.mutex);
+        calls.values.push_back(args->value.f);
+        calls.name = args->info->id;
+        calls.flags.assign(args->flags, args->flags + 3);
+        calls.changed.notify_all();
+    }
+    static void OnAvailability(const ovexsdk_mon_on_avail_changed_args* args, void* param) {
+        auto& calls = *static_cast<MonitorCalls*>(param);
+        const std::lock_guard lock(calls.mutex);
+        calls.availability.push_back(args->available);
+        calls.changed.notify_all();
+    }
+    // Waits until `count` values came; the bound only keeps a broken stream from hanging the test.
+    bool WaitForValues(std::size_t count) {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, std::chrono::seconds(30),
+                                [&] { return values.size() >= count; });
+    }
+};
+
+TEST_F(BoardPeripherals, MonitorCallbacksGetTheBoardsStreamForTheirMonitorOnly) {
+    ASSERT_EQ(OpenKind(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_OK);
+    std::uint32_t count = 0;
+    ASSERT_EQ(ovexsdk_mon_get_count(&m_ctx, &count), OVEXSDK_OK);
+    std::uint32_t tsens = count;
+    for (std::uint32_t index = 0; index < count; ++index) {
+        ovexsdk_mon_info info{};
+        ASSERT_EQ(ovexsdk_mon_get_info(&m_ctx, index, &info), OVEXSDK_OK);
+        if (std::strcmp(info.id, "TSENS_TEMP") == 0) {
+            tsens = index;
+        }
+    }
+    MonitorCalls calls;
+    ASSERT_EQ(ovexsdk_mon_set_value_changed_cb(&m_ctx, tsens, &MonitorCalls::OnValue, &calls),
+              OVEXSDK_OK);
+    ASSERT_EQ(
+        ovexsdk_mon_set_avail_changed_cb(&m_ctx, tsens, &MonitorCalls::OnAvailability, &calls),
+        OVEXSDK_OK);
+
+    Engine().SetMonitorValue("TSENS_TEMP", 30.5f);
+    Board().PushMonitorRound();
+    ASSERT_TRUE(calls.WaitForValues(1));
+    Engine().SetMonitorValue("TSENS_TEMP", 31.25f);
+    Board().PushMonitorRound();
+    ASSERT_TRUE(calls.WaitForValues(2));
+    ASSERT_EQ(ovexsdk_dev_close(&m_ctx), OVEXSDK_OK);  // the stream stops; no call comes after
+
+    const std::lock_guard lock(calls.mutex);
+    EXPECT_EQ(calls.values, (std::vector<float>{30.5f, 31.25f}));
+    EXPECT_EQ(calls.name, "TSENS_TEMP");
+    EXPECT_EQ(calls.flags, (std::vector<std::uint8_t>{0, 0, 1}));
+    EXPECT_EQ(calls.availability, (std::vector<std::uint8_t>{1}));
 }
 
 }  // namespace
