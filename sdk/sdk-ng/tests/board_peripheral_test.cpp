@@ -261,19 +261,35 @@ struct MonitorCalls {
     }
 };
 
-TEST_F(BoardPeripherals, MonitorCallbacksGetTheBoardsStreamForTheirMonitorOnly) {
-    ASSERT_EQ(OpenKind(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
-    ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_OK);
-    std::uint32_t count = 0;
-    ASSERT_EQ(ovexsdk_mon_get_count(&m_ctx, &count), OVEXSDK_OK);
-    std::uint32_t tsens = count;
-    for (std::uint32_t index = 0; index < count; ++index) {
-        ovexsdk_mon_info info{};
-        ASSERT_EQ(ovexsdk_mon_get_info(&m_ctx, index, &info), OVEXSDK_OK);
-        if (std::strcmp(info.id, "TSENS_TEMP") == 0) {
-            tsens = index;
+class BoardMonitorStream : public BoardPeripherals {
+protected:
+    // A powered Timepix3 board, its monitor stream running.
+    void SetUp() override {
+        BoardPeripherals::SetUp();
+        if (IsSkipped()) {
+            return;
         }
+        ASSERT_EQ(OpenKind(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
+        ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_OK);
     }
+
+    std::uint32_t IndexOf(const char* name) {
+        std::uint32_t count = 0;
+        EXPECT_EQ(ovexsdk_mon_get_count(&m_ctx, &count), OVEXSDK_OK);
+        for (std::uint32_t index = 0; index < count; ++index) {
+            ovexsdk_mon_info info{};
+            EXPECT_EQ(ovexsdk_mon_get_info(&m_ctx, index, &info), OVEXSDK_OK);
+            if (std::strcmp(info.id, name) == 0) {
+                return index;
+            }
+        }
+        ADD_FAILURE() << name << " is not listed";
+        return count;
+    }
+};
+
+TEST_F(BoardMonitorStream, CallbacksGetTheBoardsStreamForTheirMonitorOnly) {
+    const std::uint32_t tsens = IndexOf("TSENS_TEMP");
     MonitorCalls calls;
     ASSERT_EQ(ovexsdk_mon_set_value_changed_cb(&m_ctx, tsens, &MonitorCalls::OnValue, &calls),
               OVEXSDK_OK);
@@ -294,6 +310,86 @@ TEST_F(BoardPeripherals, MonitorCallbacksGetTheBoardsStreamForTheirMonitorOnly) 
     EXPECT_EQ(calls.name, "TSENS_TEMP");
     EXPECT_EQ(calls.flags, (std::vector<std::uint8_t>{0, 0, 1}));
     EXPECT_EQ(calls.availability, (std::vector<std::uint8_t>{1}));
+}
+
+TEST_F(BoardMonitorStream, NoCallbackComesAfterItWasRemoved) {
+    MonitorCalls removed;
+    MonitorCalls kept;
+    const std::uint32_t tsens = IndexOf("TSENS_TEMP");
+    ASSERT_EQ(ovexsdk_mon_set_value_changed_cb(&m_ctx, tsens, &MonitorCalls::OnValue, &removed),
+              OVEXSDK_OK);
+    ASSERT_EQ(
+        ovexsdk_mon_set_value_changed_cb(&m_ctx, IndexOf("U_BIAS"), &MonitorCalls::OnValue, &kept),
+        OVEXSDK_OK);
+    Board().PushMonitorRound();
+    ASSERT_TRUE(removed.WaitForValues(1));
+    ASSERT_TRUE(kept.WaitForValues(1));
+
+    ASSERT_EQ(ovexsdk_mon_set_value_changed_cb(&m_ctx, tsens, nullptr, nullptr), OVEXSDK_OK);
+    Board().PushMonitorRound();
+    ASSERT_TRUE(kept.WaitForValues(2));
+    // The close waits for every notification of the stream.
+    ASSERT_EQ(ovexsdk_dev_close(&m_ctx), OVEXSDK_OK);
+    const std::lock_guard lock(removed.mutex);
+    EXPECT_EQ(removed.values.size(), 1u);
+}
+
+TEST_F(BoardMonitorStream, AnUnpluggedBoardEndsEveryCallWithAnError) {
+    MonitorCalls calls;
+    const std::uint32_t tsens = IndexOf("TSENS_TEMP");
+    ASSERT_EQ(ovexsdk_mon_set_value_changed_cb(&m_ctx, tsens, &MonitorCalls::OnValue, &calls),
+              OVEXSDK_OK);
+    Board().Usb().Unplug();
+    ovexsdk_mon_value value{};
+    EXPECT_EQ(ovexsdk_mon_get_value(&m_ctx, tsens, &value), OVEXSDK_ERR_FAILED);
+    float volts = 0;
+    EXPECT_EQ(ovexsdk_bias_get_actual(&m_ctx, 0, &volts), OVEXSDK_ERR_FAILED);
+    std::uint8_t byte = 0;
+    std::uint64_t length = 1;
+    EXPECT_EQ(ovexsdk_eeprom_read(&m_ctx, 0, 0, &byte, &length), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(length, 0u);
+    EXPECT_NE(ovexsdk_dev_power_down(&m_ctx), OVEXSDK_OK);
+    ovexsdk_dev_close(&m_ctx);
+    Release();
+}
+
+// A callback that calls the library on its own context: while the host's thread holds the
+// context (here: the close, which waits for the notifications) the call is refused at once.
+struct CallingBack {
+    ovexsdk_dev_ctx* ctx;
+    std::uint32_t index;
+    MonitorCalls calls;
+    std::vector<ovexsdk_err_code> results;
+
+    static void OnValue(const ovexsdk_mon_on_value_changed_args* args, void* param) {
+        auto& self = *static_cast<CallingBack*>(param);
+        ovexsdk_mon_value value{};
+        const auto result = ovexsdk_mon_get_value(self.ctx, self.index, &value);
+        {
+            const std::lock_guard lock(self.calls.mutex);
+            self.results.push_back(result);
+        }
+        MonitorCalls::OnValue(args, &self.calls);
+    }
+};
+
+TEST_F(BoardMonitorStream, CallbacksThatCallTheLibraryNeverStallTheClose) {
+    CallingBack callback{&m_ctx, IndexOf("TSENS_TEMP"), {}, {}};
+    ASSERT_EQ(
+        ovexsdk_mon_set_value_changed_cb(&m_ctx, callback.index, &CallingBack::OnValue, &callback),
+        OVEXSDK_OK);
+    Board().PushMonitorRound();
+    ASSERT_TRUE(callback.calls.WaitForValues(1));
+    for (int round = 0; round < 5; ++round) {
+        Board().PushMonitorRound();
+    }
+    ASSERT_EQ(ovexsdk_dev_close(&m_ctx), OVEXSDK_OK);
+    const std::lock_guard lock(callback.calls.mutex);
+    ASSERT_FALSE(callback.results.empty());
+    EXPECT_EQ(callback.results.front(), OVEXSDK_OK);
+    for (const auto result : callback.results) {
+        EXPECT_TRUE(result == OVEXSDK_OK || result == OVEXSDK_ERR_BUSY) << result;
+    }
 }
 
 }  // namespace
