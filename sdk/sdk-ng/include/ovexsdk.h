@@ -146,7 +146,7 @@ typedef struct ovexsdk_chip_pixel_mask {
 typedef struct ovexsdk_chip_thld_info {
     float energy_low;    /* lowest energy ovexsdk_chip_set_thld takes, keV */
     float energy_high;   /* highest energy ovexsdk_chip_set_thld takes, keV */
-    float min_threshold; /* the calibration's lowest meaningful threshold, keV */
+    float min_threshold; /* the raw threshold at energy_high, as the calibration gives it */
     uint32_t raw_min;    /* lowest raw threshold */
     uint32_t raw_max;    /* highest raw threshold */
     uint32_t calibrated; /* nonzero when a calibration other than raw = keV is loaded */
