@@ -365,18 +365,24 @@ std::error_code UpdateReceiver::Start(std::weak_ptr<monitor::IValueObserver> obs
         return error;
     }
     MergeTypes(metadata, type_infos);
+    // The receiver runs before the stream does: a thread that can't start leaves nothing behind,
+    // and frames never wait for a reader that isn't there.
     auto queue = MakeFrameQueue();
-    auto started = m_ep->ReadPerpetual(1, m_ep->GetMaxPacketSize(),
-                                       std::make_shared<BufferProducer>(queue), timeout);
+    auto producer = std::make_shared<BufferProducer>(queue);
+    thread::WrappedThread<> receiver(
+        thread::ThreadParams{"MonitorReceiver", std::nullopt, std::nullopt},
+        [queue, observer = std::move(observer), metadata = std::move(metadata)](std::stop_token) {
+            RunReceiver(queue, observer, metadata);
+        });
+    auto started = m_ep->ReadPerpetual(1, m_ep->GetMaxPacketSize(), std::move(producer), timeout);
     if (const auto* error = std::get_if<std::error_code>(&started)) {
+        // The transfer that didn't start has released the producer, which ended the receiver.
+        receiver.Join();
         OVEX_LOG_EC(log::kError, "Failed to start asynchronous transfer - %s: %s", *error);
         return *error;
     }
     m_state.emplace(std::move(std::get<device::AsyncState>(started)));
-    m_thread = thread::WrappedThread<>(
-        thread::ThreadParams{"MonitorReceiver", std::nullopt, std::nullopt},
-        [queue = std::move(queue), observer = std::move(observer), metadata = std::move(metadata)](
-            std::stop_token) { RunReceiver(queue, observer, metadata); });
+    m_thread = std::move(receiver);
     return {};
 }
 

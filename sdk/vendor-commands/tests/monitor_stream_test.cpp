@@ -93,6 +93,13 @@ TEST_F(MonitorStreamTest, ObserverGetsTheBoardsReadingsUntilStop) {
     // Stopped: refused again, and a new start reads the board anew.
     EXPECT_EQ(receiver.Stop(), std::make_error_code(std::errc::operation_not_permitted));
     ASSERT_FALSE(receiver.Start(observer, types, kTransferTimeout));
+    // The endpoint runs one stream at a time.
+    UpdateReceiver second(SharedDevice(), kMonitorEndpoint);
+    EXPECT_EQ(second.Start(observer, types, kTransferTimeout),
+              std::make_error_code(std::errc::device_or_resource_busy));
+    EXPECT_FALSE(second.IsRunning());
+    EXPECT_EQ(log.StartingWith("Failed to start asynchronous transfer - ").size(), 1u);
+
     Board().PushMonitorRound();
     observer->WaitUntil([](const auto& notices) { return HasValue(notices, "PG_5V", 3); });
 }
