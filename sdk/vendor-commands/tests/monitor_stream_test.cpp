@@ -156,10 +156,6 @@ TEST_F(MonitorStreamTest, FailedReadOfTheMonitorListLeavesItStopped) {
     EXPECT_TRUE(receiver.Start(observer, {}, kTransferTimeout));
     EXPECT_TRUE(log.Contains(log::kError, "Failed to retrieve range of monitor ID2."));
     EXPECT_FALSE(receiver.IsRunning());
-
-    ASSERT_FALSE(Device().Close());
-    EXPECT_EQ(receiver.Start(observer, {}, kTransferTimeout),
-              std::make_error_code(std::errc::not_connected));
 }
 
 TEST_F(MonitorStreamTest, ConstructionNeedsADeviceWithTheInterruptEndpoint) {
@@ -178,6 +174,12 @@ TEST_F(MonitorStreamTest, ConstructionNeedsADeviceWithTheInterruptEndpoint) {
     // The bulk data endpoint is no interrupt endpoint.
     EXPECT_EQ(refusal(SharedDevice(), 0x81),
               "Device doesn't have interrupt endpoint with address 0x81");
+
+    // A receiver whose device was closed since has no endpoint to read.
+    UpdateReceiver receiver(SharedDevice(), kMonitorEndpoint);
+    ASSERT_FALSE(Device().Close());
+    EXPECT_EQ(receiver.Start(std::make_shared<RecordingObserver>(), {}, kTransferTimeout),
+              std::make_error_code(std::errc::not_connected));
 }
 
 }  // namespace
