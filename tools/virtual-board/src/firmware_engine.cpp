@@ -66,6 +66,7 @@ FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables,
                                [this, part, handler, boot_loader_answers](
                                    const SetupPacket& setup, std::span<const std::uint8_t> out) {
                                    std::lock_guard lock(m_mutex);
+                                   CatchUp();
                                    if (m_parts->boot_loader && !boot_loader_answers) {
                                        return ControlReply::Stall(kNotSupported);
                                    }
@@ -78,6 +79,7 @@ FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables,
                                [this, application, loader](const SetupPacket& setup,
                                                            std::span<const std::uint8_t> out) {
                                    std::lock_guard lock(m_mutex);
+                                   CatchUp();
                                    if (m_parts->boot_loader) {
                                        return ((*m_parts->boot_loader).*loader)(setup, out);
                                    }
@@ -116,6 +118,7 @@ FirmwareEngine::~FirmwareEngine() = default;
 
 ControlReply FirmwareEngine::Reset(const SetupPacket& setup) {
     std::lock_guard lock(m_mutex);
+    CatchUp();
     if (!setup.IsIn() || m_parts->boot_loader) {
         return ControlReply::Stall(kNotSupported);
     }
@@ -128,6 +131,7 @@ ControlReply FirmwareEngine::Reset(const SetupPacket& setup) {
 
 ControlReply FirmwareEngine::Ram(const SetupPacket& setup, std::span<const std::uint8_t> out) {
     std::lock_guard lock(m_mutex);
+    CatchUp();
     Parts& parts = *m_parts;
     if (!parts.boot_loader) {
         return parts.controller.Ram(setup, out);
@@ -149,6 +153,31 @@ ControlReply FirmwareEngine::Ram(const SetupPacket& setup, std::span<const std::
     parts.boot_loader.reset();
     m_model.EnableLastErrorRequest(true);
     return ControlReply::Answer();
+}
+
+void FirmwareEngine::CatchUp() {
+    if (m_real_time) {
+        const auto now = std::chrono::steady_clock::now();
+        m_parts->items.Advance(std::chrono::duration<double>(now - m_caught_up).count());
+        m_caught_up = now;
+    }
+}
+
+void FirmwareEngine::AdvanceTime(std::chrono::duration<double> elapsed) {
+    std::lock_guard lock(m_mutex);
+    m_parts->items.Advance(elapsed.count());
+    m_real_time = false;
+}
+
+void FirmwareEngine::FollowRealTime() {
+    std::lock_guard lock(m_mutex);
+    m_real_time = true;
+    m_caught_up = std::chrono::steady_clock::now();
+}
+
+double FirmwareEngine::BoardTime() const {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.BoardTime();
 }
 
 void FirmwareEngine::SetMonitorValue(std::string_view name, float value) {
@@ -224,6 +253,7 @@ std::size_t FirmwareEngine::ReadOut(std::span<std::uint8_t> out) {
 
 std::vector<std::uint8_t> FirmwareEngine::MonitorRound() {
     std::lock_guard lock(m_mutex);
+    CatchUp();
     if (m_parts->boot_loader) {
         return {};
     }

@@ -64,6 +64,8 @@ ItemRequests::ItemRequests(ItemTables tables, const HardwareFaults& faults)
       m_power(m_tables, faults),
       m_chip(m_tables, faults),
       m_flash(m_tables),
+      m_physics(m_tables),
+      m_pinned(m_tables.monitors.size(), false),
       m_invocations(m_tables.commands.size()) {
     for (const MonitorItem& monitor : m_tables.monitors) {
         m_monitors.push_back(monitor.value);
@@ -79,6 +81,7 @@ void ItemRequests::PowerOn() {
     m_power.PowerOn();
     m_chip.PowerOn(m_states);
     m_flash.PowerOn();
+    m_physics.PowerOn();
 }
 
 ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {
@@ -216,7 +219,11 @@ ControlReply ItemRequests::Monitor(const SetupPacket& setup,
 
 float ItemRequests::Reading(std::size_t id) const {
     return m_chip.MonitorReading(id, m_states)
-        .value_or(m_power.Reading(id, m_monitors[id], m_states));
+        .value_or(m_power.Reading(id, Measured(id), m_states));
+}
+
+float ItemRequests::Measured(std::size_t id) const {
+    return m_pinned[id] ? m_monitors[id] : m_physics.Measured(id, m_monitors[id], m_states);
 }
 
 std::vector<std::uint8_t> ItemRequests::MonitorRecords(std::uint32_t timestamp) const {
@@ -249,7 +256,9 @@ std::vector<std::uint8_t> ItemRequests::MonitorRecords(std::uint32_t timestamp) 
 }
 
 void ItemRequests::SetMonitorValue(std::string_view name, float value) {
-    m_monitors[IdOf(m_tables.monitors, name, "Monitor")] = value;
+    const std::size_t id = IdOf(m_tables.monitors, name, "Monitor");
+    m_monitors[id] = value;
+    m_pinned[id] = true;
 }
 
 int ItemRequests::StateValue(std::string_view name) const {
@@ -267,11 +276,13 @@ bool ItemRequests::HasMonitor(std::string_view name) const {
 
 void ItemRequests::KeepMeasurements(const ItemRequests& before) {
     for (std::size_t id = 0; id < before.m_tables.monitors.size(); ++id) {
-        const std::string& name = before.m_tables.monitors[id].name;
-        if (HasMonitor(name)) {
-            SetMonitorValue(name, before.m_monitors[id]);
+        const auto here = FindItem(m_tables.monitors, before.m_tables.monitors[id].name);
+        if (here && before.m_pinned[id]) {
+            m_monitors[*here] = before.m_monitors[id];
+            m_pinned[*here] = true;
         }
     }
+    m_physics.KeepHardware(before.m_physics);
 }
 
 }  // namespace ovex::vboard

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "backend_flash.hpp"
+#include "board_physics.hpp"
 #include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/item_tables.hpp"
 #include "power_rails.hpp"
@@ -34,8 +35,12 @@ public:
     // they measure.
     void PowerOn();
 
+    // Moves the board's clock on by `seconds` with the states as they are now.
+    void Advance(double seconds) { m_physics.Advance(seconds, m_states); }
+    double BoardTime() const { return m_physics.Time(); }
+
     // By name, the first item of that name; std::out_of_range for an unknown one. What the
-    // monitor measures while its rail is on.
+    // monitor measures while its rail is on, pinned: the model no longer moves it.
     void SetMonitorValue(std::string_view name, float value);
     int StateValue(std::string_view name) const;
     std::vector<std::vector<std::uint8_t>> Invocations(std::string_view name) const;
@@ -46,7 +51,8 @@ public:
     std::size_t ReadOut(std::span<std::uint8_t> out) { return m_chip.ReadOut(out); }
     // The chip's pixel configuration memory.
     const std::vector<std::uint8_t>& ChipMatrix() const { return m_chip.Matrix(); }
-    // The measurements of `before`'s monitors that this board has too, by name.
+    // The pinned measurements of `before`'s monitors that this board has too, by name, and the
+    // state of its hardware (clock, temperature, bias output).
     void KeepMeasurements(const ItemRequests& before);
     // The back end's flash contents of `before`, which are the chip's, not the firmware's.
     void KeepFlash(ItemRequests& before) { m_flash.KeepContents(before.m_flash); }
@@ -57,13 +63,17 @@ public:
 private:
     // What monitor `id` reads now.
     float Reading(std::size_t id) const;
+    // What monitor `id` measures while its rail is on: its pinned value or the model's.
+    float Measured(std::size_t id) const;
 
     ItemTables m_tables;
     PowerRails m_power;
-    Tpx3Chip m_chip;                // inert on boards without it
-    BackendFlash m_flash;           // likewise
+    Tpx3Chip m_chip;       // inert on boards without it
+    BackendFlash m_flash;  // likewise
+    BoardPhysics m_physics;
     std::vector<int> m_states;      // current value by id
-    std::vector<float> m_monitors;  // current value by id
+    std::vector<float> m_monitors;  // nominal or pinned value by id
+    std::vector<bool> m_pinned;     // by id: a test set the value
     std::vector<std::vector<std::vector<std::uint8_t>>> m_invocations;  // inputs by command id
 };
 

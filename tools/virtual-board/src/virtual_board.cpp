@@ -62,6 +62,9 @@ VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
     m_model.AttachSource(kDataEndpoint, std::make_shared<DataEndpoint>(m_engine, m_stream));
     m_model.AttachSource(kMonitorEndpoint, m_frames);
     m_model.AttachSink(kConfigEndpoint, m_sink);
+    if (settings.real_time) {
+        m_engine.FollowRealTime();
+    }
     m_usb = std::make_unique<UsbAttachment>(bed, m_model, port);
 }
 

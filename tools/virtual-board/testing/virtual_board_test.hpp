@@ -27,7 +27,9 @@ protected:
         m_bed.reset();
     }
 
+    // The board's clock stands still until the test moves it (`FirmwareEngine::AdvanceTime`).
     VirtualBoard& AddBoard(VirtualBoard::Settings settings = {}) {
+        settings.real_time = false;
         const int port = static_cast<int>(m_boards.size()) + 1;
         m_boards.push_back(std::make_unique<VirtualBoard>(*m_bed, port, std::move(settings)));
         return *m_boards.back();

@@ -45,6 +45,10 @@ protected:
             EXPECT_EQ(host.Monitor(monitor), 0.0F) << monitor;
         }
     }
+    // The monitor of a supply that is on reads its nominal value within its converter's noise.
+    static void ExpectNominal(BoardHost& host, const char* monitor, float nominal) {
+        EXPECT_NEAR(host.Monitor(monitor), nominal, nominal * 0.005F) << monitor;
+    }
     void ExpectGood(BoardHost& host, std::initializer_list<const char*> monitors) {
         for (const char* monitor : monitors) {
             EXPECT_EQ(host.Monitor(monitor), 1.0F) << monitor;
@@ -68,7 +72,7 @@ TEST_F(Rails, Timepix3FrontEndRailFeedsTheChipRails) {
     ExpectOff(host, {"PG_1V8", "PG_VDD", "PG_VDDA"});
     ASSERT_EQ(host.SetState("FRONTEND_EN", 1), 0u);
     ExpectGood(host, {"PG_FE_5V", "PG_1V8", "PG_VDD", "PG_VDDA"});
-    EXPECT_EQ(host.Monitor("MONITOR_5V"), 5.0F);
+    ExpectNominal(host, "MONITOR_5V", 5.0F);
 
     ASSERT_EQ(host.SetState("FRONTEND_EN", 0), 0u);
     ExpectOff(host, {"PG_FE_5V", "MONITOR_5V", "PG_1V8", "PG_VDD", "PG_VDDA"});
@@ -87,7 +91,7 @@ TEST_F(Rails, Timepix4ChipRailsGoOffByCommandAndTheEnableShowsIt) {
     ExpectGood(host, {"PG_5V"});
     ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0u);
     ExpectGood(host, chip);
-    EXPECT_EQ(host.Monitor("TPX_CURRENT_ANALOG"), 0.55F);
+    ExpectNominal(host, "TPX_CURRENT_ANALOG", 0.55F);
 
     EXPECT_EQ(host.Invoke("TPX4_POWER_UP", {0x00}), 0u);
     ExpectOff(host, chip);
@@ -115,7 +119,7 @@ TEST_F(Rails, NobeRailsAndTheDcDcConverterAndMainPowerReset) {
         ASSERT_EQ(host.SetState(state, 1), 0u);
     }
     ExpectOff(host, {"PG_LP87524", "PG_MGTAVCC"});  // all four rails or nothing
-    EXPECT_EQ(host.Monitor("I_LOAD_DC_1V0"), 0.42F);
+    ExpectNominal(host, "I_LOAD_DC_1V0", 0.42F);
     ASSERT_EQ(host.SetState("DC_3V3", 1), 0u);
     ExpectGood(host, {"PG_LP87524", "PG_MGTAVTT", "PG_MGTAVCC"});
 

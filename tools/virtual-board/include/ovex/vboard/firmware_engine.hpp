@@ -7,6 +7,7 @@
 // is that application. It installs itself on a firmware model; all its state is behind one lock, so
 // the host's requests and a test's calls may come from different threads.
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -33,9 +34,20 @@ public:
     FirmwareEngine(const FirmwareEngine&) = delete;
     FirmwareEngine& operator=(const FirmwareEngine&) = delete;
 
+    // The board's clock, which moves the monitors' physics (the Peltier loop, the bias ramp,
+    // the supplies' noise). It stands still until moved: `AdvanceTime` moves it by exactly
+    // `elapsed` with the states as they are (std::invalid_argument if negative or not finite)
+    // and takes the clock over from real time for good. `FollowRealTime` makes it catch up with
+    // the steady clock before each request and each monitor round, for boards that no test
+    // drives.
+    void AdvanceTime(std::chrono::duration<double> elapsed);
+    void FollowRealTime();
+    // Seconds on the board's clock since it came up.
+    double BoardTime() const;
+
     // For tests, by name (the first item of that name); std::out_of_range for an unknown name.
-    // What the monitor measures from now on while its rail is on; kept when an application
-    // starts.
+    // What the monitor measures from now on while its rail is on, pinned: the physics no longer
+    // moves its reading (it goes on behind it); kept when an application starts.
     void SetMonitorValue(std::string_view name, float value);
     int StateValue(std::string_view name) const;
     // The input of each invocation of the command so far, in order (empty: no input).
@@ -80,11 +92,15 @@ private:
     ControlReply Reset(const SetupPacket& setup);
     // The boot loader's RAM access and start; an application refuses it.
     ControlReply Ram(const SetupPacket& setup, std::span<const std::uint8_t> out);
+    // Catches the clock up with real time if it follows it; under the lock.
+    void CatchUp();
 
     FirmwareModel& m_model;
     mutable std::mutex m_mutex;
     std::unique_ptr<Parts> m_parts;
     std::uint32_t m_monitor_rounds = 0;
+    bool m_real_time = false;
+    std::chrono::steady_clock::time_point m_caught_up;
 };
 
 }  // namespace ovex::vboard

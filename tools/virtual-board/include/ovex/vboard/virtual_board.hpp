@@ -35,6 +35,10 @@ public:
         // Comes up in boot loader mode: waits for an application image, keeping the USB
         // identity above.
         std::optional<BootLoaderMode> boot_loader;
+        // The board's clock follows real time (a board that no test drives: the launcher's,
+        // a demo's); off, it moves only by `FirmwareEngine::AdvanceTime`. `VirtualBoardTest`
+        // turns it off for every board.
+        bool real_time = true;
     };
 
     VirtualBoard(TestBed& bed, int port, Settings settings);
