@@ -170,7 +170,9 @@ BoardPhysics::Terms BoardPhysics::TermsOf(const Loop& loop, const std::vector<in
 }
 
 float BoardPhysics::Noise(std::size_t monitor) const {
-    const auto sample = static_cast<std::uint64_t>(m_time / kNoisePeriod);
+    // The sample's number, kept within what a double counts exactly however long the board ran.
+    const auto sample =
+        static_cast<std::uint64_t>(std::fmod(std::floor(m_time / kNoisePeriod), 0x1.0p53));
     const std::uint64_t bits = Mix(kNoiseSeed ^ Mix(monitor) ^ Mix(sample + 1));
     const double unit = static_cast<double>(bits >> 11) * 0x1.0p-53;  // [0, 1)
     return static_cast<float>((2.0 * unit - 1.0) * kNoiseFraction);
