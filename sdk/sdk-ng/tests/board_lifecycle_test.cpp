@@ -153,8 +153,7 @@ TEST_F(BoardLifecycle, StatusQueryAndScriptFromALogCallbackDuringOpenAnswerBusy)
     EXPECT_EQ(ovexsdk_dev_is_open(&m_ctx, &open), OVEXSDK_OK);
     EXPECT_TRUE(open);
     Release();
-    EXPECT_EQ(HostLines("Context is busy with another call; the call from a log callback is "
-                        "refused."),
+    EXPECT_EQ(HostLines("Context is busy with another call; the call from a callback is refused."),
               4u);
 }
 

@@ -168,7 +168,7 @@ Kind OvexBoard(const char* name, vboard::BoardKind board, Lines frontend_up, Lin
     off.insert(off.end(), kOvbdOff.begin(), kOvbdOff.end());
     return {name,
             board,
-            kOvbdUp,
+            Join({kOvbdUp, {"invoke FLASH_INIT0"}}),  // the backend flash comes with the backend
             std::move(frontend_up),
             Join({kOvbdCheck, check}),
             Join({check, frontend_down, kOvbdDown}),
