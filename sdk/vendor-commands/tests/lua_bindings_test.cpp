@@ -534,7 +534,10 @@ ScriptRecord g_script_record;
 int Record(lua_State* L) {
     std::string line;
     for (int i = 1; i <= lua_gettop(L); ++i) {
-        line += (i > 1 ? " " : "") + std::string(luaL_tolstring(L, i, nullptr));
+        if (i > 1) {
+            line += ' ';
+        }
+        line += luaL_tolstring(L, i, nullptr);
         lua_pop(L, 1);
     }
     std::lock_guard lock(g_script_record.mutex);
