@@ -180,9 +180,13 @@ TEST_F(BoardPeripherals, EepromsAndTheBackendFlashReadWriteAndEraseThroughTheirM
     EXPECT_EQ(std::vector<std::uint8_t>(back.begin(), back.begin() + 10),
               std::vector<std::uint8_t>(10, 0xFF));
     EXPECT_EQ(back[10], data[10]);
-    // The security area's factory half can't be written.
+    // The security area's factory half can't be written or erased.
     length = 4;
     EXPECT_EQ(ovexsdk_eeprom_write(&m_ctx, 1, 0x0800, data.data(), &length), OVEXSDK_ERR_FAILED);
+    EXPECT_EQ(length, 0u);
+    length = 4;
+    EXPECT_EQ(ovexsdk_eeprom_erase(&m_ctx, 1, 0x0800, &length), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(Logged("The region containing the address range is read-only."));
 
     // The backend flash exists behind the backend's power-up.
     ASSERT_EQ(ovexsdk_flash_get_count(&m_ctx, &count), OVEXSDK_OK);
