@@ -20,6 +20,7 @@
 #include "modules/tpx3efe.hpp"
 #include "modules/triggers/tpx3efe.hpp"
 #include "modules/triggers/trigger.hpp"
+#include "support/item_fakes.hpp"
 #include "support/log_capture.hpp"
 
 namespace ovex::sdk {
@@ -40,90 +41,8 @@ void PrintTo(const SyncBlock& b, std::ostream* os) {
 namespace ovex::sdk::testing {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-using Journal = std::vector<std::string>;
-
 const std::error_code kIoError = std::make_error_code(std::errc::io_error);
 const std::error_code kGone = std::make_error_code(std::errc::no_such_device);
-
-// Refuses an item `times` times (always when negative), then lets it through.
-struct Refusal {
-    std::error_code ec;
-    int times = -1;
-};
-
-std::error_code Consume(std::map<std::string, Refusal, std::less<>>& refusals,
-                        std::string_view key) {
-    const auto found = refusals.find(key);
-    if (found == refusals.end() || found->second.times == 0) {
-        return {};
-    }
-    if (found->second.times > 0) {
-        --found->second.times;
-    }
-    return found->second.ec;
-}
-
-// Every call lands in the shared journal, refused ones too, as "<name>" or "<name> <hex bytes>".
-class FakeCommands final : public Commands {
-public:
-    FakeCommands(Journal& journal, std::vector<std::string> names)
-        : Commands(std::move(names)), m_journal(journal) {}
-
-    std::error_code Invoke(std::string_view name) override { return Record(name, {}); }
-    std::error_code Invoke(std::string_view name, std::span<std::uint8_t>) override {
-        return Record(name, {});
-    }
-    std::error_code Invoke(std::string_view name, std::span<const std::uint8_t> input) override {
-        return Record(name, Bytes(input.begin(), input.end()));
-    }
-
-    std::map<std::string, Refusal, std::less<>> refusals;
-    std::vector<Bytes> inputs;
-
-private:
-    std::error_code Record(std::string_view name, Bytes input) {
-        m_journal.emplace_back(name);
-        inputs.push_back(std::move(input));
-        return Consume(refusals, name);
-    }
-    Journal& m_journal;
-};
-
-// Journal entries "get <name>" and "set <name> <value>"; refusals keyed the same way.
-class FakeStates final : public States {
-public:
-    FakeStates(Journal& journal, std::vector<std::string> names)
-        : States(std::move(names)), m_journal(journal) {}
-
-    std::error_code Get(std::string_view name, int& value) override {
-        m_journal.push_back("get " + std::string(name));
-        if (const auto ec = Consume(refusals, "get " + std::string(name))) {
-            return ec;
-        }
-        value = values[std::string(name)];
-        return {};
-    }
-    std::error_code Set(std::string_view name, int value) override {
-        m_journal.push_back("set " + std::string(name) + " " + std::to_string(value));
-        if (const auto ec = Consume(refusals, "set " + std::string(name))) {
-            return ec;
-        }
-        values[std::string(name)] = value;
-        return {};
-    }
-    std::error_code GetRange(std::string_view, range::Range<int>&) override { return {}; }
-
-    std::map<std::string, int> values;
-    std::map<std::string, Refusal, std::less<>> refusals;
-
-private:
-    Journal& m_journal;
-};
-
-std::string Failure(const std::string& text, const std::error_code& ec) {
-    return text + " - " + ec.category().name() + ": " + ec.message() + ".";
-}
 
 // The board's items, with every name that these modules require.
 class ItemsTest : public ::testing::Test {
