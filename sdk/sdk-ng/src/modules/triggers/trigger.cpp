@@ -1,6 +1,7 @@
 #include "modules/triggers/trigger.hpp"
 
 #include <cmath>
+#include <span>
 
 #include "ovex/log/log.hpp"
 
@@ -50,6 +51,13 @@ void ExternalTrigger::SetDuration(double seconds) {
 std::error_code InvokeStep(Commands* commands, std::string_view command, const char* failure) {
     OVEX_CHECK(commands != nullptr, "BUG: Command items are invalid");
     return Checked(commands->Invoke(command), failure);
+}
+
+std::error_code InvokeStep(Commands* commands, std::string_view command, std::uint8_t argument,
+                           const char* failure) {
+    OVEX_CHECK(commands != nullptr, "BUG: Command items are invalid");
+    const std::uint8_t payload[] = {argument};
+    return Checked(commands->Invoke(command, std::span<const std::uint8_t>(payload)), failure);
 }
 
 std::error_code SetShutterTicks(States* states, std::uint32_t ticks, const char* failure) {

@@ -70,6 +70,9 @@ protected:
 // The steps of trigger operations. A failure is logged at error severity as
 // "<failure> - <category>: <message>." and returned unchanged.
 std::error_code InvokeStep(Commands* commands, std::string_view command, const char* failure);
+// The same with a payload of one byte.
+std::error_code InvokeStep(Commands* commands, std::string_view command, std::uint8_t argument,
+                           const char* failure);
 // Writes the shutter duration state "TPX_SHUT_DUR".
 std::error_code SetShutterTicks(States* states, std::uint32_t ticks, const char* failure);
 
