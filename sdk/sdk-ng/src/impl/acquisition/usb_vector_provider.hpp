@@ -1,0 +1,80 @@
+#pragma once
+
+// One byte vector per USB transfer of the data endpoint; serves the frame modes.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <unordered_map>
+
+#include "impl/acquisition/data_provider.hpp"
+#include "ovex/usb/async_state.hpp"
+#include "ovex/usb/data_producer.hpp"
+#include "ovex/usb/usb_device.hpp"
+#include "tpx3_pipeline/blocking_queue.hpp"
+
+namespace ovex::sdk::acquisition {
+
+namespace detail {
+
+// Lends a fresh vector to each transfer and queues it, cut to the bytes received, for the
+// consumer. Acquire, Deliver and Release run on the transfer handler thread only.
+class UsbVectorBufferProvider final : public usb::device::IUsbDataProducer {
+public:
+    using Buffer = std::shared_ptr<std::vector<std::byte>>;
+    static constexpr std::size_t kQueueCapacity = 0x100000;
+
+    usb::device::XferBuffer Acquire(std::uint32_t size) override;
+    void Deliver(const usb::device::XferBuffer& buffer) override;
+    void Release(const usb::device::XferBuffer& buffer) override;
+
+    // Consumer side: blocks until an item is there.
+    Buffer Pop() { return m_queue.Pop(); }
+    // Producer side once the transfers have ended: the null item that ends the consumer's wait.
+    bool PushEnd();
+    std::size_t Queued() const { return m_queue.Size(); }
+    // Drops what the consumer has not taken; the bytes dropped.
+    std::size_t Discard();
+    // Transfers that arrived while the consumer's queue was full, since construction.
+    std::uint64_t Refused() const { return m_refused.load(std::memory_order_relaxed); }
+
+private:
+    std::unordered_map<const std::uint8_t*, Buffer> m_lent;
+    tpx3_pipeline::BlockingQueue<Buffer> m_queue{kQueueCapacity};
+    std::atomic<std::uint64_t> m_refused{0};
+};
+
+}  // namespace detail
+
+class UsbVectorProvider final : public IVectorDataProvider {
+public:
+    static constexpr std::uint8_t kDataEndpoint = 0x81;
+
+    explicit UsbVectorProvider(std::shared_ptr<usb::device::UsbDevice> device);
+    ~UsbVectorProvider() override;
+    UsbVectorProvider(const UsbVectorProvider&) = delete;
+    UsbVectorProvider& operator=(const UsbVectorProvider&) = delete;
+
+    std::error_code Start(std::uint64_t size) override;
+    std::error_code Stop() override;
+    bool IsRunning() override;
+    // Takes a std::uint16_t: the number of transfers in flight.
+    std::error_code Configure(std::any settings) override;
+    std::error_code GetData(std::shared_ptr<std::vector<std::byte>>& data) override;
+
+    std::uint16_t QueueSize() const { return m_queue_size; }
+    // Transfers waiting for the consumer.
+    std::size_t Queued() const { return m_buffers->Queued(); }
+    std::uint64_t Refused() const { return m_buffers->Refused(); }
+
+private:
+    std::shared_ptr<usb::device::UsbDevice> m_device;
+    std::shared_ptr<detail::UsbVectorBufferProvider> m_buffers;
+    std::uint16_t m_queue_size = 4;
+    std::optional<usb::device::AsyncState> m_state;
+    std::mutex m_mutex;
+};
+
+}  // namespace ovex::sdk::acquisition
