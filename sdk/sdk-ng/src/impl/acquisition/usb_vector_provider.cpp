@@ -16,6 +16,7 @@ usb::device::XferBuffer UsbVectorBufferProvider::Acquire(std::uint32_t size) {
     try {
         auto buffer = std::make_shared<std::vector<std::byte>>(size);
         auto* data = reinterpret_cast<std::uint8_t*>(buffer->data());
+        std::lock_guard lock(m_lent_mutex);
         m_lent.emplace(data, std::move(buffer));
         return {data, size, 0};
     } catch (const std::bad_alloc&) {
@@ -26,18 +27,23 @@ usb::device::XferBuffer UsbVectorBufferProvider::Acquire(std::uint32_t size) {
 }
 
 void UsbVectorBufferProvider::Deliver(const usb::device::XferBuffer& buffer) {
-    const auto lent = m_lent.find(buffer.buffer);
-    if (lent == m_lent.end()) {
+    Buffer item;
+    {
+        std::lock_guard lock(m_lent_mutex);
+        if (const auto lent = m_lent.find(buffer.buffer); lent != m_lent.end()) {
+            item = lent->second;
+        }
+    }
+    if (!item) {
         OVEX_LOG_ERROR("BUG: Unknown buffer received from the device.");
         return;
     }
     if (buffer.transferred == 0) {
         return;
     }
-    lent->second->resize(buffer.transferred);
+    item->resize(buffer.transferred);
     // A full queue must not make the transfer callback wait: the transfer is refused, counted
     // and logged instead.
-    Buffer item = lent->second;
     if (!m_queue.TryPush(item)) {
         m_refused.fetch_add(1, std::memory_order_relaxed);
         OVEX_LOG_ERROR("Consumer queue full, dropped a transfer of %u bytes.", buffer.transferred);
@@ -45,6 +51,7 @@ void UsbVectorBufferProvider::Deliver(const usb::device::XferBuffer& buffer) {
 }
 
 void UsbVectorBufferProvider::Release(const usb::device::XferBuffer& buffer) {
+    std::lock_guard lock(m_lent_mutex);
     m_lent.erase(buffer.buffer);
 }
 

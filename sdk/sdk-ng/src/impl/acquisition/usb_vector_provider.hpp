@@ -20,7 +20,8 @@ namespace ovex::sdk::acquisition {
 namespace detail {
 
 // Lends a fresh vector to each transfer and queues it, cut to the bytes received, for the
-// consumer. Acquire, Deliver and Release run on the transfer handler thread only.
+// consumer. Acquire, Deliver and Release run on the transfer handler thread, except the first
+// acquisitions, which the starting thread makes while the first transfers may already complete.
 class UsbVectorBufferProvider final : public usb::device::IUsbDataProducer {
 public:
     using Buffer = std::shared_ptr<std::vector<std::byte>>;
@@ -41,6 +42,7 @@ public:
     std::uint64_t Refused() const { return m_refused.load(std::memory_order_relaxed); }
 
 private:
+    std::mutex m_lent_mutex;  // held for a map operation only, never while queueing
     std::unordered_map<const std::uint8_t*, Buffer> m_lent;
     tpx3_pipeline::BlockingQueue<Buffer> m_queue{kQueueCapacity};
     std::atomic<std::uint64_t> m_refused{0};
