@@ -452,6 +452,17 @@ TEST_F(SpiFlashTest, SectorRoundTripPageByPageWithEitherReadLatency) {
         log::kInfo, "Sector at address 0x30000 successfully erased from S25FL128S flash memory"));
     ASSERT_FALSE(flash.Read(kSector, back));
     EXPECT_EQ(back, Bytes(300, 0xFF));
+
+    // A bulk erase, as a host tool sends it, clears the whole chip, and only after write enable.
+    using usb::vendor_cmd::spi::SpiBusId;
+    ASSERT_FALSE(flash.ProgramSector(kSector, data));
+    ASSERT_FALSE(usb::vendor_cmd::spi::Transmit(Device(), SpiBusId{1}, 0, Bytes{0xC7}));
+    ASSERT_FALSE(no_dummy.Read(kSector + 200, back));
+    EXPECT_EQ(back, Bytes(data.begin() + 200, data.begin() + 500));
+    ASSERT_FALSE(usb::vendor_cmd::spi::Transmit(Device(), SpiBusId{1}, 0, Bytes{0x06}));
+    ASSERT_FALSE(usb::vendor_cmd::spi::Transmit(Device(), SpiBusId{1}, 0, Bytes{0xC7}));
+    ASSERT_FALSE(no_dummy.Read(kSector + 200, back));
+    EXPECT_EQ(back, Bytes(300, 0xFF));
 }
 
 TEST_F(SpiFlashTest, BadAddressesAndSizesAreRefusedBeforeTheBus) {

@@ -15,7 +15,9 @@ enum Instruction : std::uint8_t {
     kPageProgram = 0x12,
     kQuadPageProgram = 0x34,
     kReadConfiguration = 0x35,
+    kBulkErase = 0x60,
     kReadId = 0x9F,
+    kBulkEraseAlternate = 0xC7,
     kSectorErase = 0xDC,
 };
 
@@ -126,6 +128,13 @@ void SpiFlash::Transmit(std::span<const std::uint8_t> bytes) {
             if (m_write_enabled && bytes.size() >= kAddressEnd) {
                 const std::uint32_t address = Address(bytes) % kSize;
                 m_cells.Erase(address - address % kSector, kSector);
+                Finished();
+            }
+            break;
+        case kBulkErase:
+        case kBulkEraseAlternate:
+            if (m_write_enabled) {
+                m_cells.Erase(0, kSize);
                 Finished();
             }
             break;
