@@ -136,6 +136,16 @@ typedef struct ovexsdk_chip_settings {
     ovexsdk_chip_mode mode; /* 0 while no mode is set */
 } ovexsdk_chip_settings;
 
+/* What an acquisition makes of the chip's data; the name of each value is its name in log
+ * lines. DefaultProcessing is the value a context starts with. */
+typedef enum ovexsdk_acq_process_mode {
+    DefaultProcessing = 1, /* the mode's plain output */
+    SortByToa = 2,         /* data-driven records sorted by time */
+    BinEvcountImage = 3,   /* event-count image of a scan */
+    BinItotImage = 4,      /* iToT image of a scan */
+    BinCompletely = 5      /* both images and the per-pixel records of each bin */
+} ovexsdk_acq_process_mode;
+
 /* A user pixel mask: one byte per pixel, index y * width + x, nonzero masks the pixel. */
 typedef struct ovexsdk_chip_pixel_mask {
     uint8_t* data;

@@ -1,0 +1,229 @@
+#include "modules/tpx3_acq_frame_based.hpp"
+
+#include <chrono>
+#include <cmath>
+#include <exception>
+#include <limits>
+#include <thread>
+
+#include "ovex/log/log.hpp"
+
+namespace ovex::sdk::acquisition {
+namespace {
+
+// What a client's abort waits for data already on their way before it stops the transfers.
+constexpr std::chrono::milliseconds kAbortGrace{90};
+
+std::chrono::milliseconds WaitLimit(double seconds) {
+    if (!(seconds > 0.0)) {
+        return std::chrono::milliseconds{0};
+    }
+    // Beyond this the wait has no limit worth the name; the join treats it as forever.
+    constexpr double kLongest = 1e12;
+    return std::chrono::milliseconds{static_cast<std::int64_t>(std::min(seconds, kLongest) * 1e3)};
+}
+
+}  // namespace
+
+Tpx3AcqFrameBased::Tpx3AcqFrameBased(Commands* commands,
+                                     std::shared_ptr<IVectorDataProvider> provider)
+    : IAcquisition(
+          ModuleRequirements{
+              .commands = {{commands, {"TPX_T0_SYNC"}}}, .states = {}, .monitors = {}},
+          false),
+      m_provider(std::move(provider)) {}
+
+Tpx3AcqFrameBased::~Tpx3AcqFrameBased() {
+    m_stop.store(true);
+    if (m_consuming.load() && m_provider->IsRunning()) {
+        m_provider->Stop();  // its end item releases the Consumer's wait
+    }
+    std::lock_guard join(m_join_mutex);
+    m_consumer.Join();
+}
+
+std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uint32_t flags,
+                                         const AcquisitionParams& /*params*/, Callback callback) {
+    if (IsRunning()) {
+        OVEX_LOG_WARN("%s already in progress.", GetName());
+        return std::make_error_code(std::errc::operation_in_progress);
+    }
+    {
+        std::lock_guard join(m_join_mutex);
+        m_consumer.Join();  // a Consumer that ended with its readout
+    }
+    m_keep_raw = (flags & kKeepRawData) != 0;
+    m_callback = std::move(callback);
+    m_raw.clear();
+    m_raw_buffers.clear();
+    m_stop.store(false);
+    StoreStatus({});
+    OVEX_LOG_INFO("Starting %s.", GetName());
+
+    // The provider runs before the Consumer exists, so that a provider that fails to start
+    // leaves no thread waiting for data that never come; its queue holds what arrives meanwhile.
+    if (const auto ec = m_provider->Start(FrameBufferSize)) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Unable to start data provider");
+        return ec;
+    }
+    OVEX_LOG_INFO("Data provider started.");
+    try {
+        std::lock_guard join(m_join_mutex);
+        m_consuming.store(true);
+        thread::ThreadParams params;
+        params.name = "Consumer";
+        m_consumer = thread::WrappedThread<>(params, [this](std::stop_token) { Consume(); });
+    } catch (const std::system_error& error) {
+        m_consuming.store(false);
+        OVEX_LOG_ERROR("Failed to start the %s data consumer: %s.", GetName(), error.what());
+        m_provider->Stop();
+        return error.code();
+    }
+
+    Commands* commands = GetCommands();
+    const std::error_code synced = commands != nullptr
+                                       ? commands->Invoke("TPX_T0_SYNC")
+                                       : std::make_error_code(std::errc::invalid_argument);
+    if (synced) {
+        OVEX_LOG_ERROR("Failed to invoke TPX_T0_SYNC");
+        // A readout whose time base is unknown is not left running behind the client's back.
+        Abort(kAbortFromInside);
+        return synced;
+    }
+    return {};
+}
+
+bool Tpx3AcqFrameBased::IsRunning() {
+    return m_consuming.load() || m_provider->IsRunning();
+}
+
+std::error_code Tpx3AcqFrameBased::SetPixelDepth(std::uint8_t depth) {
+    if (depth != Bit48Depth) {
+        OVEX_LOG_ERROR("BUG: Pixel depth %s is not valid for %s.", PixelDepthName(depth),
+                       GetName());
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    return {};
+}
+
+void Tpx3AcqFrameBased::SetFrameCount(std::int64_t count) {
+    m_continuous.store(count == -1);
+}
+
+std::vector<RawSpan> Tpx3AcqFrameBased::GetRawData() {
+    return m_raw;
+}
+
+bool Tpx3AcqFrameBased::IsMoreDataExpected(std::span<const std::byte> buffer) {
+    return buffer.size() >= FrameBufferSize || m_continuous.load();
+}
+
+// The join is never made under m_mutex: the Consumer itself aborts at the end of a readout.
+std::error_code Tpx3AcqFrameBased::AwaitReadoutEnd(double seconds) {
+    std::lock_guard join(m_join_mutex);
+    if (m_consumer.JoinFor(WaitLimit(seconds))) {
+        OVEX_LOG_INFO("All data received for %s.", GetName());
+    } else {
+        OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
+        StoreStatus(Abort(kAbortFromInside));
+        m_consumer.Join();
+    }
+    std::lock_guard lock(m_mutex);
+    return m_status;
+}
+
+std::error_code Tpx3AcqFrameBased::Abort(AbortMode mode) {
+    std::lock_guard lock(m_mutex);
+    m_stop.store(true);
+    if (mode == kAbortByClient) {
+        OVEX_LOG_INFO("Waiting for abort acquisition data.");
+        std::this_thread::sleep_for(kAbortGrace);
+    }
+    if (m_provider->IsRunning()) {
+        if (const auto ec = m_provider->Stop()) {
+            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
+                        "Unable to stop acquisition data provider");
+            return ec;
+        }
+    }
+    return m_status;
+}
+
+void Tpx3AcqFrameBased::StoreStatus(std::error_code status) {
+    std::lock_guard lock(m_mutex);
+    m_status = status;
+}
+
+void Tpx3AcqFrameBased::Consume() {
+    OVEX_LOG_INFO("%s data consumer started.", GetName());
+    for (;;) {
+        Buffer buffer;
+        if (const auto ec = m_provider->GetData(buffer)) {
+            OVEX_LOG_EC(log::kError, "Failed to obtain data from provider - %s: %s.", ec);
+            continue;
+        }
+        if (!buffer || buffer->empty()) {
+            OVEX_LOG_DEBUG("Consumer termination requested by provider.");
+            if (m_stop.load()) {
+                break;
+            }
+            if (!m_provider->IsRunning()) {
+                CollectEndedStream();
+                break;
+            }
+            continue;
+        }
+        ConsumeBuffer(buffer);
+    }
+    OVEX_LOG_INFO("%s data consumer terminated.", GetName());
+    m_consuming.store(false);
+}
+
+void Tpx3AcqFrameBased::ConsumeBuffer(const Buffer& buffer) {
+    if (m_keep_raw) {
+        m_raw.push_back({buffer->data(), buffer->size()});
+        m_raw_buffers.push_back(buffer);
+    }
+    if (!IsMoreDataExpected(*buffer)) {
+        OVEX_LOG_INFO("End of readout reached.");
+        if (const auto ec = Abort(kAbortFromInside)) {
+            OVEX_LOG_EC(log::kError, "Unable to stop the acquisition - %s: %s.", ec);
+        }
+    }
+    bool callback_due = false;
+    try {
+        callback_due = ProcessBuffer(*buffer);
+    } catch (const std::exception& error) {
+        // A block the board garbled ends the readout with an error; what came before it reached
+        // the client.
+        OVEX_LOG_ERROR("%s failed to process a block of %zu bytes: %s", GetName(), buffer->size(),
+                       error.what());
+        StoreStatus(std::make_error_code(std::errc::bad_message));
+        Abort(kAbortFromInside);
+        m_raw.clear();
+        m_raw_buffers.clear();
+        return;  // the provider's end item follows
+    }
+    if (callback_due) {
+        try {
+            m_callback(*this);
+        } catch (const std::exception& error) {
+            OVEX_LOG_ERROR("The %s callback failed: %s", GetName(), error.what());
+        }
+        m_raw.clear();
+        m_raw_buffers.clear();
+    }
+}
+
+void Tpx3AcqFrameBased::CollectEndedStream() {
+    // Only a board that went away or a transfer that failed ends the stream without a stop.
+    std::lock_guard lock(m_mutex);
+    std::error_code ended = m_provider->Stop();
+    if (!ended) {
+        ended = std::make_error_code(std::errc::io_error);
+    }
+    OVEX_LOG_EC(log::kError, "%s ended without a stop - %s: %s.", ended, GetName());
+    m_status = ended;
+}
+
+}  // namespace ovex::sdk::acquisition
