@@ -73,13 +73,14 @@ ovexsdk_err_code api_call(ovexsdk_dev_ctx* handle, ovexsdk_err_code (*impl)(Cont
     }
 }
 
-// Marks the thread as inside a host's monitor callback while it lives.
-class MonitorCallbackScope {
+// Marks the thread as inside one of the host's callbacks (monitor or acquisition data) while it
+// lives.
+class HostCallbackScope {
 public:
-    MonitorCallbackScope() noexcept;
-    ~MonitorCallbackScope();
-    MonitorCallbackScope(const MonitorCallbackScope&) = delete;
-    MonitorCallbackScope& operator=(const MonitorCallbackScope&) = delete;
+    HostCallbackScope() noexcept;
+    ~HostCallbackScope();
+    HostCallbackScope(const HostCallbackScope&) = delete;
+    HostCallbackScope& operator=(const HostCallbackScope&) = delete;
 
     static bool Active() noexcept;
 };

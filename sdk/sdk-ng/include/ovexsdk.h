@@ -146,6 +146,92 @@ typedef enum ovexsdk_acq_process_mode {
     BinCompletely = 5      /* both images and the per-pixel records of each bin */
 } ovexsdk_acq_process_mode;
 
+/* Channels of an acquisition, a set of flags; 0 is refused. */
+typedef enum ovexsdk_acq_mode_flag {
+    OVEXSDK_ACQ_RAW = 1,      /* the bytes as the board sent them, ovexsdk_acq_get_raw_data */
+    OVEXSDK_ACQ_PROCESSED = 2 /* the records of the mode */
+} ovexsdk_acq_mode_flag;
+
+/* Parameters of a start; only the binned data-driven modes read them. */
+typedef union ovexsdk_acq_params {
+    struct {
+        uint32_t bins_per_line; /* scan pixels in a line */
+        uint32_t lines;         /* lines in a scan */
+        uint64_t dwell_time;    /* nanoseconds on one pixel */
+    } scan;
+} ovexsdk_acq_params;
+
+/* How the shutter opens and closes; the name of each value is its name in log lines. */
+typedef enum ovexsdk_trigger_mode {
+    Invalid = 0,
+    InternalStartShutterDuration = 1,   /* ovexsdk_trigger_now opens it for the duration */
+    InternalStartContinuous = 2,        /* shutter after shutter, each of the duration */
+    ExternalStartShutterDuration = 3,   /* the trigger input opens it for the duration */
+    ExternalStartExternalStopLevel = 4, /* open while the trigger input is active */
+    ExternalStartExternalStopEdge = 5   /* one edge of the input opens it, the next closes it */
+} ovexsdk_trigger_mode;
+
+typedef struct ovexsdk_trigger_config {
+    ovexsdk_trigger_mode mode;
+    float shutter_duration; /* seconds; not used by modes 4 and 5 */
+} ovexsdk_trigger_config;
+
+/* Options of the board's synchronisation lines. */
+typedef enum ovexsdk_extsync_option {
+    OVEXSDK_EXTSYNC_TRIGGER_OUT_NO = 1,
+    OVEXSDK_EXTSYNC_TRIGGER_OUT_LEVEL = 2,
+    OVEXSDK_EXTSYNC_TRIGGER_OUT_EDGE = 3,
+    OVEXSDK_EXTSYNC_TRIGGER_OUT_PULSE = 4,
+    OVEXSDK_EXTSYNC_READY_IN_NO = 5,
+    OVEXSDK_EXTSYNC_READY_IN_YES = 6,
+    OVEXSDK_EXTSYNC_READY_OUT_NO = 7,
+    OVEXSDK_EXTSYNC_READY_OUT_YES = 8,
+    OVEXSDK_EXTSYNC_INPUT_ACTIVE_HIGH = 9,
+    OVEXSDK_EXTSYNC_INPUT_ACTIVE_LOW = 10,
+    OVEXSDK_EXTSYNC_OUTPUT_ACTIVE_HIGH = 11,
+    OVEXSDK_EXTSYNC_OUTPUT_ACTIVE_LOW = 12,
+    OVEXSDK_EXTSYNC_CLOCK_OUTPUT_NO = 13,
+    OVEXSDK_EXTSYNC_CLOCK_OUTPUT_YES = 14,
+    OVEXSDK_EXTSYNC_CLOCK_INPUT_INTERNAL_200_MHZ = 15,
+    OVEXSDK_EXTSYNC_CLOCK_INPUT_EXTERNAL_40_MHZ = 16
+} ovexsdk_extsync_option;
+
+/* Acquisition results. Every pointer points into the library's memory and is valid only during
+ * the data callback. */
+typedef struct ovexsdk_acq_raw_data {
+    const uint8_t* data;
+    uint64_t size;
+} ovexsdk_acq_raw_data;
+
+/* One hit: the pixel address as the chip sends it, the ToT, and the time of arrival. In the
+ * frame-based mode the time is bits 19..0 of the packet (coarse ToA << 4 | fine ToA); in the
+ * data-driven modes it is extended, in sixteenths of a ToA tick. */
+typedef struct ovexsdk_acq_tpx3_toa_tot_record {
+    uint32_t address;
+    uint32_t tot;
+    uint64_t toa;
+} ovexsdk_acq_tpx3_toa_tot_record;
+
+typedef struct ovexsdk_acq_tpx3_tdc_list {
+    const uint64_t* stamps;
+    uint64_t count;
+} ovexsdk_acq_tpx3_tdc_list;
+
+typedef struct ovexsdk_acq_tpx3_acq_toa_tot {
+    const ovexsdk_acq_tpx3_toa_tot_record* records;
+    uint64_t count;
+    uint64_t shutter_rising_time_ticks; /* data-driven modes; 0 in the frame-based one */
+    const ovexsdk_acq_tpx3_tdc_list* tdc_lists;
+    uint64_t tdc_list_count;
+} ovexsdk_acq_tpx3_acq_toa_tot;
+
+/* One pixel of the frame-based iToT mode. */
+typedef struct ovexsdk_acq_tpx3_itot_evcount {
+    uint32_t address;
+    uint32_t itot;
+    uint64_t events;
+} ovexsdk_acq_tpx3_itot_evcount;
+
 /* A user pixel mask: one byte per pixel, index y * width + x, nonzero masks the pixel. */
 typedef struct ovexsdk_chip_pixel_mask {
     uint8_t* data;
@@ -386,6 +472,48 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_flash_program_sector(
     ovexsdk_dev_ctx* ctx, const ovexsdk_flash_program_input* program_input);
 OVEXSDK_API ovexsdk_err_code ovexsdk_flash_erase_sector(ovexsdk_dev_ctx* ctx, uint8_t id,
                                                         uint32_t address);
+
+/* Acquisition. The usual order: ovexsdk_chip_set_mode, ovexsdk_trigger_configure, optionally
+ * ovexsdk_extsync_configure, ovexsdk_acq_select_processing, ovexsdk_acq_start, then
+ * ovexsdk_acq_await_end or ovexsdk_acq_abort. The data callback runs on a thread of the library
+ * once per result; the ovexsdk_acq_get_* functions are meant to be called from it, and its data
+ * are valid only until it returns. A callback must not close or release the context. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_select_processing(ovexsdk_dev_ctx* ctx,
+                                                           ovexsdk_acq_process_mode mode);
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_start(ovexsdk_dev_ctx* ctx,
+                                               void (*data_cb)(ovexsdk_dev_ctx*, void*),
+                                               ovexsdk_acq_mode_flag flags,
+                                               const ovexsdk_acq_params* params, void* user);
+/* Waits for the end of the readout, at most the shutter duration and 0.1 s for the triggers
+ * with a duration, a year for the others. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_await_end(ovexsdk_dev_ctx* ctx);
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_abort(ovexsdk_dev_ctx* ctx);
+OVEXSDK_API ovexsdk_err_code
+ovexsdk_acq_get_tpx3_toa_tot_packets(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_acq_toa_tot* output);
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_packets(
+    ovexsdk_dev_ctx* ctx, const ovexsdk_acq_tpx3_itot_evcount** output, uint64_t* count);
+/* The raw buffers of the last result; they stay until the next callback. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_raw_data(ovexsdk_dev_ctx* ctx,
+                                                      const ovexsdk_acq_raw_data** buffer,
+                                                      uint64_t* count);
+
+/* Triggers: the modes that both the board and its front end offer, in ascending order. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_trigger_configure(ovexsdk_dev_ctx* ctx,
+                                                       const ovexsdk_trigger_config* config);
+OVEXSDK_API ovexsdk_err_code ovexsdk_trigger_list(ovexsdk_dev_ctx* ctx,
+                                                  ovexsdk_trigger_mode modes[],
+                                                  uint64_t* mode_count);
+/* Opens the shutter of an internal trigger. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_trigger_now(ovexsdk_dev_ctx* ctx);
+
+/* External synchronisation lines of the board. Invalid options in the list are skipped with a
+ * warning; the first option that fails stops the list. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_extsync_list(ovexsdk_dev_ctx* ctx,
+                                                  ovexsdk_extsync_option opts[],
+                                                  uint64_t* opt_count);
+OVEXSDK_API ovexsdk_err_code ovexsdk_extsync_configure(ovexsdk_dev_ctx* ctx,
+                                                       ovexsdk_extsync_option list[],
+                                                       uint64_t count);
 
 /* Log. `format` must not be null; a null `function` stops the delivery. The registration takes
  * effect after the lines already queued, which still go to the previous callback. */

@@ -8,6 +8,7 @@
 #include "api_chip_lookup.hpp"
 #include "api_utils.hpp"
 #include "context.hpp"
+#include "modules/acquisition.hpp"
 #include "modules/backend.hpp"
 #include "modules/timepix_chip.hpp"
 #include "ovex/log/log.hpp"
@@ -181,6 +182,13 @@ ovexsdk_err_code ChipSetMode(Context& context, ovexsdk_chip_mode mode) {
     if (const auto ec = chip->SetMode(mode)) {
         OVEX_LOG_EC(ovex::log::kError, "Failed to configure chip operational mode - %s: %s.", ec);
         return OVEXSDK_ERR_INVALID;
+    }
+    for (auto* module : device.GetModules<acquisition::IAcquisition>()) {
+        if (const auto ec = module->SetPixelDepth(DepthClass(mode))) {
+            OVEX_LOG_EC(ovex::log::kError, "Failed to configure acquisition bit depth - %s: %s.",
+                        ec);
+            return OVEXSDK_ERR_INVALID;
+        }
     }
     return OVEXSDK_OK;
 }

@@ -149,7 +149,7 @@ ovexsdk_err_code MonSetAvailChangedCb(Context& context, std::uint32_t index,
         callback = [function](const MonitorAvailability& record, void* user) {
             const ovexsdk_mon_info info = HostInfo(*record.info);
             const ovexsdk_mon_on_avail_changed_args args{&info, record.flags, record.timestamp};
-            const MonitorCallbackScope scope;
+            const HostCallbackScope scope;
             function(&args, user);
         };
     }
@@ -181,7 +181,7 @@ ovexsdk_err_code MonSetValueChangedCb(Context& context, std::uint32_t index,
             } else {
                 args.value.i = record.value.i;
             }
-            const MonitorCallbackScope scope;
+            const HostCallbackScope scope;
             function(&args, user);
         };
     }

@@ -24,20 +24,20 @@ namespace {
 thread_local bool t_in_monitor_callback = false;
 }  // namespace
 
-MonitorCallbackScope::MonitorCallbackScope() noexcept {
+HostCallbackScope::HostCallbackScope() noexcept {
     t_in_monitor_callback = true;
 }
 
-MonitorCallbackScope::~MonitorCallbackScope() {
+HostCallbackScope::~HostCallbackScope() {
     t_in_monitor_callback = false;
 }
 
-bool MonitorCallbackScope::Active() noexcept {
+bool HostCallbackScope::Active() noexcept {
     return t_in_monitor_callback;
 }
 
 DeviceAccess::DeviceAccess(Context& context) : m_lock(context.DeviceMutex(), std::defer_lock) {
-    if (!Logger::OnLoggerThread() && !MonitorCallbackScope::Active()) {
+    if (!Logger::OnLoggerThread() && !HostCallbackScope::Active()) {
         m_lock.lock();
     } else if (!m_lock.try_lock()) {
         OVEX_LOG_WARN("Context is busy with another call; the call from a callback is refused.");

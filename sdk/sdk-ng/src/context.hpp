@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "acquisition_result.hpp"
 #include "ovexsdk.h"
 #include "sdk_config.hpp"
 #include "sdk_device.hpp"
@@ -48,12 +49,15 @@ public:
     bool Releasing() const noexcept { return m_releasing.load(); }
 
     std::uint8_t ProcessingMode() const noexcept { return m_processing_mode; }
+    void SetProcessingMode(std::uint8_t mode) noexcept { m_processing_mode = mode; }
+    AcquisitionResult& Acquisition() noexcept { return m_acquisition; }
 
     const std::string& LastException() const noexcept { return m_last_exception; }
     void SetLastException(std::string text) { m_last_exception = std::move(text); }
 
 private:
     std::uint8_t m_processing_mode = 1;
+    AcquisitionResult m_acquisition;
     std::string m_last_exception = "no error";
     UsbLocator m_locator;
     std::unique_ptr<SdkDevice> m_device;

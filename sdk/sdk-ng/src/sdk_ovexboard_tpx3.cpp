@@ -8,11 +8,20 @@
 #include "modules/flash_S25FS128S.hpp"
 #include "modules/ovexboard_backend.hpp"
 #include "modules/timepix_chip.hpp"
+#include "modules/tpx3_acq_frame_based.hpp"
 #include "modules/tpx3_chip.hpp"
 #include "modules/tpx3efe.hpp"
 #include "ovex/log/log.hpp"
 
 namespace ovex::sdk {
+
+OvexBoardTpx3::OvexBoardTpx3(std::shared_ptr<usb::device::UsbDevice> usb_device,
+                             usb::device::DeviceInfo info)
+    : OvexBoard(usb_device, std::move(info), {"backend", lua_scripts::kPowerOvbd},
+                {"frontend", lua_scripts::kPowerTpx3efe}, Tpx3Housekeeping()),
+      m_vector_provider(std::make_shared<acquisition::UsbVectorProvider>(usb_device)) {
+    OVEX_LOG_DEBUG("USB single-transaction provider added to the device.");
+}
 
 std::error_code OvexBoardTpx3::BackendPoweredUp() {
     StartMonitors();
@@ -52,6 +61,10 @@ std::error_code OvexBoardTpx3::FrontendPoweredUp() {
     AddModule<IFrontend>(std::make_unique<Tpx3efe>(m_commands.get(), m_states.get()));
     AddModule<ITimepixChip>(std::make_unique<Timepix3>(m_commands.get(), m_states.get(),
                                                        m_monitors.get(), m_usb_device.get()));
+    AddModule<acquisition::IAcquisition>(
+        std::make_unique<acquisition::Tpx3AcqFBToAToT>(m_commands.get(), m_vector_provider));
+    AddModule<acquisition::IAcquisition>(
+        std::make_unique<acquisition::Tpx3AcqFBIToTEvCnt>(m_commands.get(), m_vector_provider));
     return {};
 }
 

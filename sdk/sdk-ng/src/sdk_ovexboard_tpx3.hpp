@@ -1,5 +1,8 @@
 #pragma once
 
+#include <memory>
+
+#include "impl/acquisition/usb_vector_provider.hpp"
 #include "ovex/lua_scripts/scripts.hpp"
 #include "sdk_board_housekeeping.hpp"
 #include "sdk_ovexboard.hpp"
@@ -8,16 +11,17 @@ namespace ovex::sdk {
 
 // A readout board with the Timepix3 extended front end. The backend's power-up brings the
 // readout board's trigger and synchronisation module; the frontend's brings the frontend with
-// its triggers and the chip, once the board says that a Timepix3 sits there.
+// its triggers, the chip and the acquisitions, once the board says that a Timepix3 sits there.
+// The frame modes read the data endpoint through the vector provider.
 class OvexBoardTpx3 final : public OvexBoard {
 public:
-    OvexBoardTpx3(std::shared_ptr<usb::device::UsbDevice> usb_device, usb::device::DeviceInfo info)
-        : OvexBoard(std::move(usb_device), std::move(info), {"backend", lua_scripts::kPowerOvbd},
-                    {"frontend", lua_scripts::kPowerTpx3efe}, Tpx3Housekeeping()) {}
+    OvexBoardTpx3(std::shared_ptr<usb::device::UsbDevice> usb_device, usb::device::DeviceInfo info);
 
 private:
     std::error_code BackendPoweredUp() override;
     std::error_code FrontendPoweredUp() override;
+
+    std::shared_ptr<acquisition::UsbVectorProvider> m_vector_provider;
 };
 
 }  // namespace ovex::sdk

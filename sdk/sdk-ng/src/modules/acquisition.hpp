@@ -86,7 +86,7 @@ public:
     virtual AcquisitionData GetData() = 0;
     virtual std::vector<RawSpan> GetRawData() = 0;
     // −1: the readout runs until it is aborted.
-    virtual void SetFrameCount(std::int64_t count) = 0;
+    virtual std::error_code SetFrameCount(std::int64_t count) = 0;
     virtual bool IsRunning() = 0;
     virtual std::set<ovexsdk_chip_mode> GetSupportedModes() const = 0;
     virtual ovexsdk_acq_process_mode GetProcessMode() const = 0;

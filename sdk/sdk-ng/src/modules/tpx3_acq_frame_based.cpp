@@ -106,8 +106,9 @@ std::error_code Tpx3AcqFrameBased::SetPixelDepth(std::uint8_t depth) {
     return {};
 }
 
-void Tpx3AcqFrameBased::SetFrameCount(std::int64_t count) {
+std::error_code Tpx3AcqFrameBased::SetFrameCount(std::int64_t count) {
     m_continuous.store(count == -1);
+    return {};
 }
 
 std::vector<RawSpan> Tpx3AcqFrameBased::GetRawData() {

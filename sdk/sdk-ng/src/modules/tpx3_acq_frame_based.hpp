@@ -35,7 +35,7 @@ public:
     std::error_code SetPixelDepth(std::uint8_t depth) override;
     std::error_code Abort(AbortMode mode) override;
     std::vector<RawSpan> GetRawData() override;
-    void SetFrameCount(std::int64_t count) override;
+    std::error_code SetFrameCount(std::int64_t count) override;
     bool IsRunning() override;
     ovexsdk_acq_process_mode GetProcessMode() const override { return DefaultProcessing; }
 
