@@ -182,9 +182,11 @@ void TransferEndless::FinishIfDrained() {
 }
 
 void TransferEndless::DataPath(libusb_transfer* transfer) {
+    // Every call into the producer runs under the mutex: the starting thread still acquires the
+    // first buffers while early transfers complete here.
+    std::lock_guard lock(m_mutex);
     m_result.bytes += static_cast<std::uint64_t>(std::max(transfer->actual_length, 0));
     m_producer->Deliver(BufferOf(transfer, true));
-    std::lock_guard lock(m_mutex);
     if (m_resubmit && !m_aborted.load(std::memory_order_acquire)) {
         Resubmit(transfer);
     } else {
@@ -251,8 +253,8 @@ void TransferEndless::FailurePath(libusb_transfer* transfer, int status) {
 }
 
 void TransferEndless::Release(libusb_transfer* transfer) {
-    m_producer->Release(BufferOf(transfer, false));
     std::lock_guard lock(m_mutex);
+    m_producer->Release(BufferOf(transfer, false));
     const auto found = std::find_if(
         m_in_flight.begin(), m_in_flight.end(),
         [transfer](const impl::PooledTransfer& pooled) { return pooled->Get() == transfer; });

@@ -73,6 +73,19 @@ TEST_F(PerpetualTest, GigabyteArrivesCompleteAndInOrderUntilTheProducerRunsDry) 
     EXPECT_EQ(producer->Lent(), 0u);  // every buffer came back
 }
 
+TEST_F(PerpetualTest, ProducerCallsNeverOverlapWhileTheFirstBuffersAreLent) {
+    AddBoard();
+    OpenBoard();
+    // Small transfers complete while the starting thread still lends the first buffers.
+    for (int round = 0; round < 20; ++round) {
+        auto producer = std::make_shared<CountingProducer>(kInFlight + 4, 512, 200);
+        AsyncState state = Start(producer, 512);
+        EXPECT_FALSE(state.Future().get().error);
+        EXPECT_EQ(producer->Overlaps(), 0u) << round;
+        EXPECT_EQ(producer->Lent(), 0u);
+    }
+}
+
 TEST_F(PerpetualTest, AbortAtAnyMomentReturnsEveryBufferAndFreesTheEndpoint) {
     AddBoard();
     OpenBoard();

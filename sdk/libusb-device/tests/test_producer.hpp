@@ -2,14 +2,17 @@
 
 // A data consumer for perpetual transfers in tests: lends a fixed set of buffers, checks that
 // the delivered bytes continue the board's counting stream, and can run dry after n buffers.
+// Calls that overlap, which the transport must never make, count as faults.
 // Lending allocates nothing, so that it never fails where the transport's allocations are made
 // to fail.
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "ovex/usb/data_producer.hpp"
@@ -29,6 +32,7 @@ public:
     }
 
     XferBuffer Acquire(std::uint32_t size) override {
+        const Call call(*this);
         std::lock_guard lock(m_mutex);
         if (m_free.empty() || size > m_storage.front().size() ||
             (m_acquire_limit && m_acquired == *m_acquire_limit)) {
@@ -42,6 +46,7 @@ public:
     }
 
     void Deliver(const XferBuffer& buffer) override {
+        const Call call(*this);
         std::lock_guard lock(m_mutex);
         ++m_deliveries;
         if (std::find(m_lent.begin(), m_lent.end(), buffer.buffer) == m_lent.end()) {
@@ -71,6 +76,7 @@ public:
     }
 
     void Release(const XferBuffer& buffer) override {
+        const Call call(*this);
         std::lock_guard lock(m_mutex);
         const auto lent = std::find(m_lent.begin(), m_lent.end(), buffer.buffer);
         if (lent == m_lent.end()) {
@@ -89,17 +95,37 @@ public:
         std::lock_guard lock(m_mutex);
         return m_deliveries;
     }
-    // Bytes out of sequence, unknown buffers, double releases.
+    // Bytes out of sequence, unknown buffers, double releases, overlapping calls.
     std::size_t Faults() const {
         std::lock_guard lock(m_mutex);
-        return m_faults;
+        return m_faults + m_overlaps.load();
     }
+    std::size_t Overlaps() const { return m_overlaps.load(); }
     std::size_t Lent() const {
         std::lock_guard lock(m_mutex);
         return m_lent.size();
     }
 
 private:
+    // Marks a call as running; another call that comes meanwhile is a fault.
+    class Call {
+    public:
+        explicit Call(CountingProducer& producer) : m_producer(producer) {
+            if (m_producer.m_calls.fetch_add(1) != 0) {
+                m_producer.m_overlaps.fetch_add(1);
+            }
+            std::this_thread::yield();  // gives a concurrent call its chance to show
+        }
+        ~Call() { m_producer.m_calls.fetch_sub(1); }
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+
+    private:
+        CountingProducer& m_producer;
+    };
+
+    std::atomic<int> m_calls{0};
+    std::atomic<std::size_t> m_overlaps{0};
     mutable std::mutex m_mutex;
     std::vector<std::vector<std::uint8_t>> m_storage;
     std::vector<std::uint8_t*> m_free;

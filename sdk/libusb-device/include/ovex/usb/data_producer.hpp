@@ -12,7 +12,9 @@ struct XferBuffer {
     std::uint32_t transferred = 0;  // bytes the device delivered; 0 on a fresh buffer
 };
 
-// Called on the endpoint's completion thread only, never concurrently.
+// Never called concurrently: the perpetual transfer makes every call under its own lock. The
+// first acquisitions run on the thread that starts the transfer, everything else on the
+// endpoint's completion thread. A call must not wait for long, since it holds up the stream.
 class IUsbDataProducer {
 public:
     virtual ~IUsbDataProducer() = default;
