@@ -40,7 +40,9 @@ Produced CountingSource::Produce(std::span<std::uint8_t> out, Clock::time_point 
         out[done] = ByteAt(m_offset + done);
     }
     m_offset += count;
-    return {count, false};
+    // The transfer that carries the last bytes of a finite stream ends short, as the firmware's
+    // short packet does, so that the host gets them without waiting for more.
+    return {count, count != 0 && m_settings.total_bytes && m_offset == *m_settings.total_bytes};
 }
 
 std::uint64_t CountingSource::BytesSent() const {

@@ -2,7 +2,8 @@
 
 // A byte stream that counts: the 64-bit little-endian word at stream offset 8k holds k. Any
 // lost, repeated or reordered byte shows, whatever the transfer sizes. It is sent at a chosen
-// rate (0: as fast as the host takes it) and may stop after a given number of bytes.
+// rate (0: as fast as the host takes it) and may stop after a given number of bytes: the
+// transfer that carries the last of them ends short there.
 
 #include <cstdint>
 #include <mutex>
