@@ -3,102 +3,21 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
 #include <latch>
 #include <thread>
 
 #include "impl/acquisition/usb_vector_provider.hpp"
-#include "ovex/usb/usb_context.hpp"
-#include "ovex/vboard/counting_source.hpp"
 #include "support/log_capture.hpp"
-#include "virtual_board_test.hpp"
+#include "usb_provider_fixture.hpp"
 
 namespace ovex::sdk::acquisition {
 namespace {
 
 using ovex::sdk::testing::LogCapture;
-using Buffer = std::shared_ptr<std::vector<std::byte>>;
-
-// Follows the counting stream across the consumer's items.
-struct StreamCheck {
-    void Take(const std::vector<std::byte>& data) {
-        for (const std::byte byte : data) {
-            if (std::to_integer<std::uint8_t>(byte) != vboard::CountingSource::ByteAt(offset)) {
-                ++faults;
-            }
-            ++offset;
-        }
-        ++items;
-    }
-    std::uint64_t offset = 0;
-    std::size_t faults = 0;
-    std::size_t items = 0;
-};
-
-// Takes items until the provider's end, checking each; optionally waits for a latch first.
-class Consumer {
-public:
-    explicit Consumer(IVectorDataProvider& provider, std::latch* hold = nullptr)
-        : m_thread([this, &provider, hold] {
-              if (hold != nullptr) {
-                  hold->wait();
-              }
-              for (;;) {
-                  Buffer data;
-                  EXPECT_FALSE(provider.GetData(data));
-                  if (!data) {
-                      return;
-                  }
-                  EXPECT_FALSE(data->empty());
-                  m_check.Take(*data);
-                  m_sizes.push_back(data->size());
-                  m_bytes.store(m_check.offset, std::memory_order_release);
-              }
-          }) {}
-
-    void AwaitBytes(std::uint64_t bytes) const {
-        while (m_bytes.load(std::memory_order_acquire) < bytes) {
-            std::this_thread::yield();
-        }
-    }
-    // After the end: what arrived.
-    const StreamCheck& Finish() {
-        m_thread.join();
-        return m_check;
-    }
-    const std::vector<std::size_t>& Sizes() const { return m_sizes; }
-
-private:
-    StreamCheck m_check;
-    std::vector<std::size_t> m_sizes;
-    std::atomic<std::uint64_t> m_bytes{0};
-    std::thread m_thread;
-};
-
-class UsbProviderTest : public vboard::VirtualBoardTest {
-protected:
-    void Open(vboard::CountingSource::Settings stream = {}) {
-        vboard::VirtualBoard::Settings settings;
-        settings.stream = stream;
-        m_board = &AddBoard(std::move(settings));
-        m_context.emplace();
-        auto devices = m_context->EnumerateDevices(0x1209, 0xAD0E);
-        ASSERT_EQ(devices.size(), 1u);
-        m_device = std::make_shared<usb::device::UsbDevice>(std::move(devices[0]));
-        ASSERT_FALSE(m_device->Open());
-    }
-
-    void TearDown() override {
-        m_device.reset();
-        m_context.reset();
-        VirtualBoardTest::TearDown();
-    }
-
-    vboard::VirtualBoard* m_board = nullptr;
-    std::optional<usb::device::UsbContext> m_context;
-    std::shared_ptr<usb::device::UsbDevice> m_device;
-};
+using testing::ItemShape;
+using testing::StreamCheck;
+using testing::UsbProviderTest;
+using Consumer = testing::VectorConsumer;
 
 TEST_F(UsbProviderTest, VectorStreamArrivesWholeInTransferSizedItemsThenNull) {
     constexpr std::uint64_t kTotal = 41 * 4096;
@@ -116,8 +35,7 @@ TEST_F(UsbProviderTest, VectorStreamArrivesWholeInTransferSizedItemsThenNull) {
     const StreamCheck& check = consumer.Finish();
     EXPECT_EQ(check.offset, kTotal);
     EXPECT_EQ(check.faults, 0u);
-    ASSERT_EQ(consumer.Sizes().size(), 41u);
-    EXPECT_EQ(std::count(consumer.Sizes().begin(), consumer.Sizes().end(), 4096u), 41);
+    EXPECT_EQ(consumer.Shapes(), std::vector<ItemShape>(41, {4096, false}));
     EXPECT_TRUE(log.Contains(log::kInfo, "Total received bytes of data: 167936."));
     EXPECT_TRUE(log.Contains(log::kInfo, "USB data provider stopped."));
     EXPECT_EQ(provider.Refused(), 0u);
@@ -167,20 +85,10 @@ TEST_F(UsbProviderTest, StopWithTransfersInFlightLosesNothingAndRestarts) {
     }
 }
 
-TEST_F(UsbProviderTest, UnplugEndsTheTransfersAndStopReportsIt) {
+TEST_F(UsbProviderTest, UnplugEndsTheRunWithOneEndItem) {
     Open();
-    LogCapture log;
     UsbVectorProvider provider(m_device);
-    Consumer consumer(provider);
-    ASSERT_FALSE(provider.Start(16384));
-    consumer.AwaitBytes(1 << 18);
-    m_board->Usb().Unplug();
-    EXPECT_EQ(provider.Stop(), std::errc::no_such_device);
-    const StreamCheck& check = consumer.Finish();
-    EXPECT_EQ(check.faults, 0u);
-    EXPECT_TRUE(log.Contains(
-        log::kInfo, "Total received bytes of data: " + std::to_string(check.offset) + "."));
-    EXPECT_EQ(provider.Start(16384).value() != 0, true);  // a gone device is refused, no crash
+    ExpectUnplugEndsTheRun<Consumer>(provider, "Total received bytes of data: ");
 }
 
 TEST_F(UsbProviderTest, RefusedStartsAndSettings) {
@@ -230,8 +138,33 @@ TEST(UsbVectorBufferProviderTest, EmptyUnknownAndOverflowingTransfers) {
     EXPECT_EQ(buffers.Refused(), 1u);
     EXPECT_TRUE(log.Contains(log::kError, "Consumer queue full, dropped a transfer of 1 bytes."));
     EXPECT_FALSE(buffers.PushEnd());
+    EXPECT_TRUE(log.Contains(log::kError, "Potential deadlock: failed to unblock data consumer."));
     EXPECT_EQ(buffers.Discard(), detail::UsbVectorBufferProvider::kQueueCapacity);
-    EXPECT_TRUE(buffers.PushEnd());
+    EXPECT_TRUE(buffers.PushEnd());  // the run had its end item
+    EXPECT_EQ(buffers.Queued(), 0u);
+}
+
+TEST(UsbVectorBufferProviderTest, RunEndsOnceWhenItsLastBufferComesBack) {
+    detail::UsbVectorBufferProvider buffers;
+    // The transfers end by themselves after they have started.
+    buffers.Begin();
+    usb::device::XferBuffer first = buffers.Acquire(8);
+    usb::device::XferBuffer second = buffers.Acquire(8);
+    buffers.Started();
+    buffers.Release(first);
+    EXPECT_FALSE(buffers.Ended());
+    buffers.Release(second);
+    EXPECT_TRUE(buffers.Ended());
+    EXPECT_EQ(buffers.Queued(), 1u);
+    EXPECT_TRUE(buffers.PushEnd());  // the stop that follows adds nothing
+    EXPECT_EQ(buffers.Queued(), 1u);
+    EXPECT_EQ(buffers.Pop(), nullptr);
+    // They ended before the start was known: the end comes with it.
+    buffers.Begin();
+    buffers.Release(buffers.Acquire(8));
+    EXPECT_EQ(buffers.Queued(), 0u);
+    buffers.Started();
+    EXPECT_EQ(buffers.Queued(), 1u);
 }
 
 }  // namespace

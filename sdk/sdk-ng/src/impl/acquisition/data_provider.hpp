@@ -7,8 +7,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <system_error>
 #include <vector>
+
+namespace tpx3_pipeline {
+class Arena;
+}
 
 namespace ovex::sdk::acquisition {
 
@@ -28,6 +33,21 @@ class IVectorDataProvider : public IDataProvider {
 public:
     // Blocks until a transfer's bytes are there; a null vector means that the provider stopped.
     virtual std::error_code GetData(std::shared_ptr<std::vector<std::byte>>& data) = 0;
+};
+
+// A span of transfers that landed side by side in one arena; the consumer owns it.
+struct ArenaData {
+    std::shared_ptr<tpx3_pipeline::Arena> arena;  // keeps the memory alive
+    std::span<std::uint8_t> data;                 // whole USB blocks, then the final short one
+    bool ended_short = false;                     // the last transfer was shorter than asked
+};
+
+class IArenaDataProvider : public IDataProvider {
+public:
+    // Blocks until a span is there; a null item means that the provider stopped.
+    virtual std::error_code GetData(std::unique_ptr<ArenaData>& data) = 0;
+    // Drops what the consumer has not taken and the arenas in use; refused while running.
+    virtual void Reset() = 0;
 };
 
 }  // namespace ovex::sdk::acquisition

@@ -2,7 +2,6 @@
 
 #include <future>
 #include <new>
-#include <type_traits>
 #include <variant>
 
 #include "ovex/log/log.hpp"
@@ -16,8 +15,8 @@ usb::device::XferBuffer UsbVectorBufferProvider::Acquire(std::uint32_t size) {
     try {
         auto buffer = std::make_shared<std::vector<std::byte>>(size);
         auto* data = reinterpret_cast<std::uint8_t*>(buffer->data());
-        std::lock_guard lock(m_lent_mutex);
         m_lent.emplace(data, std::move(buffer));
+        m_run.Lent();
         return {data, size, 0};
     } catch (const std::bad_alloc&) {
         // A null buffer ends the transfers in order; what was delivered stays queued.
@@ -27,17 +26,12 @@ usb::device::XferBuffer UsbVectorBufferProvider::Acquire(std::uint32_t size) {
 }
 
 void UsbVectorBufferProvider::Deliver(const usb::device::XferBuffer& buffer) {
-    Buffer item;
-    {
-        std::lock_guard lock(m_lent_mutex);
-        if (const auto lent = m_lent.find(buffer.buffer); lent != m_lent.end()) {
-            item = lent->second;
-        }
-    }
-    if (!item) {
+    const auto lent = m_lent.find(buffer.buffer);
+    if (lent == m_lent.end()) {
         OVEX_LOG_ERROR("BUG: Unknown buffer received from the device.");
         return;
     }
+    Buffer item = lent->second;
     if (buffer.transferred == 0) {
         return;
     }
@@ -51,13 +45,28 @@ void UsbVectorBufferProvider::Deliver(const usb::device::XferBuffer& buffer) {
 }
 
 void UsbVectorBufferProvider::Release(const usb::device::XferBuffer& buffer) {
-    std::lock_guard lock(m_lent_mutex);
-    m_lent.erase(buffer.buffer);
+    if (m_lent.erase(buffer.buffer) != 0 && m_run.Returned()) {
+        PushEndItem();
+    }
+}
+
+void UsbVectorBufferProvider::Started() {
+    if (m_run.Started()) {
+        PushEndItem();
+    }
 }
 
 bool UsbVectorBufferProvider::PushEnd() {
+    return !m_run.Claim() || PushEndItem();
+}
+
+bool UsbVectorBufferProvider::PushEndItem() {
     Buffer end;
-    return m_queue.TryPush(end);
+    if (!m_queue.TryPush(end)) {
+        OVEX_LOG_ERROR("Potential deadlock: failed to unblock data consumer.");
+        return false;
+    }
+    return true;
 }
 
 std::size_t UsbVectorBufferProvider::Discard() {
@@ -77,7 +86,7 @@ UsbVectorProvider::UsbVectorProvider(std::shared_ptr<usb::device::UsbDevice> dev
     : m_device(std::move(device)), m_buffers(std::make_shared<detail::UsbVectorBufferProvider>()) {}
 
 UsbVectorProvider::~UsbVectorProvider() {
-    if (IsRunning()) {
+    if (m_state) {
         Stop();
     }
     m_state.reset();
@@ -96,36 +105,19 @@ std::error_code UsbVectorProvider::Start(std::uint64_t size) {
         OVEX_LOG_ERROR("BUG: The USB device is not open.");
         return std::make_error_code(std::errc::no_such_device);
     }
-    if (m_state) {
+    if (m_state && !m_buffers->Ended()) {
         OVEX_LOG_WARN("Already started, skipping USB transfer creation.");
         return std::make_error_code(std::errc::device_or_resource_busy);
     }
+    // Transfers that ended by themselves are collected now.
+    m_state.reset();
     if (const std::size_t bytes = m_buffers->Discard(); bytes != 0) {
         OVEX_LOG_WARN("Discarded %zu bytes of unclaimed data.", bytes);
     }
 
     usb::device::UsbBulkEp* bulk = nullptr;
-    bool found = false;
-    for (usb::device::AnyEndpoint& any : m_device->GetEndpoints()) {
-        std::visit(
-            [&](auto& endpoint) {
-                if (endpoint.GetAddress() == kDataEndpoint) {
-                    found = true;
-                    if constexpr (std::is_same_v<std::decay_t<decltype(endpoint)>,
-                                                 usb::device::UsbBulkEp>) {
-                        bulk = &endpoint;
-                    }
-                }
-            },
-            any);
-    }
-    if (!found) {
-        OVEX_LOG_ERROR("There is no bulk IN endpoint 0x%02X on the device.", kDataEndpoint);
-        return std::make_error_code(std::errc::not_supported);
-    }
-    if (bulk == nullptr) {
-        OVEX_LOG_ERROR("BUG: The acquisition data endpoint is not bulk endpoint.");
-        return std::make_error_code(std::errc::not_supported);
+    if (const std::error_code error = detail::FindDataEndpoint(*m_device, kDataEndpoint, bulk)) {
+        return error;
     }
     if (const std::error_code error = bulk->ClearHalt()) {
         OVEX_LOG_ERROR("Failed to reset the bulk endpoint 0x%02X.", kDataEndpoint);
@@ -135,12 +127,14 @@ std::error_code UsbVectorProvider::Start(std::uint64_t size) {
         OVEX_LOG_ERROR("Invalid USB transfer size %llu.", static_cast<unsigned long long>(size));
         return std::make_error_code(std::errc::invalid_argument);
     }
+    m_buffers->Begin();
     auto started =
         bulk->ReadPerpetual(m_queue_size, static_cast<std::uint32_t>(size), m_buffers, 0.0);
     if (auto* error = std::get_if<std::error_code>(&started)) {
         return *error;
     }
     m_state.emplace(std::move(std::get<usb::device::AsyncState>(started)));
+    m_buffers->Started();
     return {};
 }
 
@@ -167,16 +161,14 @@ std::error_code UsbVectorProvider::Stop() {
         result = transferred.error;
     }
     m_state.reset();
-    if (!m_buffers->PushEnd()) {
-        OVEX_LOG_ERROR("Potential deadlock: failed to unblock data consumer.");
-    }
+    m_buffers->PushEnd();
     OVEX_LOG_INFO("USB data provider stopped.");
     return result;
 }
 
 bool UsbVectorProvider::IsRunning() {
     std::lock_guard lock(m_mutex);
-    return m_device && m_device->IsOpen() && m_state.has_value();
+    return m_device && m_device->IsOpen() && m_state.has_value() && !m_buffers->Ended();
 }
 
 std::error_code UsbVectorProvider::Configure(std::any settings) {

@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "impl/acquisition/data_provider.hpp"
+#include "impl/acquisition/provider_support.hpp"
 #include "ovex/usb/async_state.hpp"
 #include "ovex/usb/data_producer.hpp"
 #include "ovex/usb/usb_device.hpp"
@@ -20,8 +21,8 @@ namespace ovex::sdk::acquisition {
 namespace detail {
 
 // Lends a fresh vector to each transfer and queues it, cut to the bytes received, for the
-// consumer. Acquire, Deliver and Release run on the transfer handler thread, except the first
-// acquisitions, which the starting thread makes while the first transfers may already complete.
+// consumer. The transfers never call Acquire, Deliver and Release concurrently. Once the run's
+// last lent buffer has come back, the consumer gets the null end item.
 class UsbVectorBufferProvider final : public usb::device::IUsbDataProducer {
 public:
     using Buffer = std::shared_ptr<std::vector<std::byte>>;
@@ -33,8 +34,14 @@ public:
 
     // Consumer side: blocks until an item is there.
     Buffer Pop() { return m_queue.Pop(); }
-    // Producer side once the transfers have ended: the null item that ends the consumer's wait.
+    // Before the transfers start, and once they run.
+    void Begin() { m_run.Begin(); }
+    void Started();
+    // The null item that ends the consumer's wait, unless this run has had it already; false
+    // if the queue was full. Only once the transfers have ended.
     bool PushEnd();
+    // The run's transfers have ended, by themselves or stopped.
+    bool Ended() const { return m_run.Ended(); }
     std::size_t Queued() const { return m_queue.Size(); }
     // Drops what the consumer has not taken; the bytes dropped.
     std::size_t Discard();
@@ -42,8 +49,10 @@ public:
     std::uint64_t Refused() const { return m_refused.load(std::memory_order_relaxed); }
 
 private:
-    std::mutex m_lent_mutex;  // held for a map operation only, never while queueing
+    bool PushEndItem();
+
     std::unordered_map<const std::uint8_t*, Buffer> m_lent;
+    RunEnd m_run;
     tpx3_pipeline::BlockingQueue<Buffer> m_queue{kQueueCapacity};
     std::atomic<std::uint64_t> m_refused{0};
 };
