@@ -1,5 +1,6 @@
 #include "ovex/vboard/firmware_engine.hpp"
 
+#include <cmath>
 #include <stdexcept>
 #include <string>
 
@@ -249,6 +250,59 @@ std::vector<std::uint8_t> FirmwareEngine::ChipMatrix() const {
 std::size_t FirmwareEngine::ReadOut(std::span<std::uint8_t> out) {
     std::lock_guard lock(m_mutex);
     return m_parts->items.ReadOut(out);
+}
+
+void FirmwareEngine::SetHitModel(const HitModel& model) {
+    const bool finite = std::isfinite(model.spot_x) && std::isfinite(model.spot_y) &&
+                        std::isfinite(model.spot_sigma) && std::isfinite(model.spot_rate) &&
+                        std::isfinite(model.background_rate);
+    if (!finite || model.spot_sigma <= 0.0 || model.spot_rate < 0.0 ||
+        model.background_rate < 0.0) {
+        throw std::invalid_argument(
+            "A hit model needs finite, non-negative rates and a spot wider than 0.");
+    }
+    std::lock_guard lock(m_mutex);
+    m_parts->faults.beam = model;
+}
+
+void FirmwareEngine::SetTriggerInput(bool high) {
+    std::lock_guard lock(m_mutex);
+    CatchUp();
+    m_parts->items.SetTriggerInput(high);
+}
+
+void FirmwareEngine::PulseTriggerInput(std::chrono::duration<double> width) {
+    if (!(width.count() >= 0.0) || !std::isfinite(width.count())) {
+        throw std::invalid_argument("A pulse lasts a finite time, not negative.");
+    }
+    std::lock_guard lock(m_mutex);
+    CatchUp();
+    m_parts->items.SetTriggerInput(true);
+    m_parts->items.Advance(width.count());
+    m_real_time = false;
+    m_parts->items.SetTriggerInput(false);
+}
+
+std::vector<ReadoutFrame> FirmwareEngine::FrameLog() const {
+    std::lock_guard lock(m_mutex);
+    const auto& log = m_parts->items.Frames().Log();
+    return {log.begin(), log.end()};
+}
+
+FrameCounters FirmwareEngine::FrameCounts() const {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.Frames().Counters();
+}
+
+void FirmwareEngine::InjectFrameFault(FrameFault fault) {
+    std::lock_guard lock(m_mutex);
+    m_parts->items.Frames().InjectFault(fault);
+}
+
+std::optional<Produced> FirmwareEngine::ReadFrame(std::span<std::uint8_t> out, bool mid_transfer) {
+    std::lock_guard lock(m_mutex);
+    CatchUp();
+    return m_parts->items.Frames().Send(out, mid_transfer);
 }
 
 std::vector<std::uint8_t> FirmwareEngine::MonitorRound() {

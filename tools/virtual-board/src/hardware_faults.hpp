@@ -1,11 +1,14 @@
 #pragma once
 
-// Faults a test puts on the hardware; they outlive resets and a change of firmware.
+// Faults a test puts on the hardware, and the particles it lets reach the sensor; they outlive
+// resets and a change of firmware.
 
 #include <cstdint>
 #include <map>
 #include <set>
 #include <string>
+
+#include "ovex/vboard/frame_readout.hpp"
 
 namespace ovex::vboard {
 
@@ -16,6 +19,7 @@ struct HardwareFaults {
     // Timepix3 pixels, by the index the host gives them, whose configuration reads back stuck
     // at the bits mapped to.
     std::map<std::uint32_t, std::uint8_t> stuck_pixels;
+    HitModel beam;
 };
 
 }  // namespace ovex::vboard

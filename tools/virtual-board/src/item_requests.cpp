@@ -84,6 +84,11 @@ void ItemRequests::PowerOn() {
     m_physics.PowerOn();
 }
 
+void ItemRequests::Advance(double seconds) {
+    m_physics.Advance(seconds, m_states);
+    m_chip.Advance(BoardTime());
+}
+
 ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {
     if (auto reply = CountOrName(setup, out, m_tables.commands)) {
         return *std::move(reply);
@@ -111,7 +116,7 @@ ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std
     }
     m_invocations[setup.wIndex].emplace_back(out.begin(), out.end());
     m_power.AfterCommand(setup.wIndex, out, m_states);
-    m_chip.AfterCommand(setup.wIndex, out, m_states);
+    m_chip.AfterCommand(setup.wIndex, out, m_states, BoardTime());
     m_chip.FollowSupply(m_states);
     auto flash_answer = m_flash.AfterCommand(setup.wIndex, out);
     if (!setup.IsIn()) {

@@ -36,7 +36,9 @@ public:
     void PowerOn();
 
     // Moves the board's clock on by `seconds` with the states as they are now.
-    void Advance(double seconds) { m_physics.Advance(seconds, m_states); }
+    void Advance(double seconds);
+    // The board's trigger input goes to `high` now.
+    void SetTriggerInput(bool high) { m_chip.SetTriggerInput(high, m_states, BoardTime()); }
     double BoardTime() const { return m_physics.Time(); }
 
     // By name, the first item of that name; std::out_of_range for an unknown one. What the
@@ -51,6 +53,9 @@ public:
     std::size_t ReadOut(std::span<std::uint8_t> out) { return m_chip.ReadOut(out); }
     // The chip's pixel configuration memory.
     const std::vector<std::uint8_t>& ChipMatrix() const { return m_chip.Matrix(); }
+    // The frames the chip read out.
+    FrameFifo& Frames() { return m_chip.Frames(); }
+    const FrameFifo& Frames() const { return m_chip.Frames(); }
     // The pinned measurements of `before`'s monitors that this board has too, by name, and the
     // state of its hardware (clock, temperature, bias output).
     void KeepMeasurements(const ItemRequests& before);

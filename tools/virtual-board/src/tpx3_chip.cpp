@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
 #include <string_view>
 
+#include "frame_exposure.hpp"
 #include "ovex/vboard/error_words.hpp"
 
 // ITEMS.md gives the chip's refusals and what its resets clear.
@@ -15,16 +17,14 @@ namespace {
 constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kDoubleColumns = Tpx3Chip::kMatrixBytes / Tpx3Chip::kDoubleColumnBytes;
 
-// The chip's own words, in the Timepix error source.
-constexpr std::uint32_t kChipNotReady = ErrorWord(ErrorSource::kTimepix, 0);
-constexpr std::uint32_t kChipBusy = ErrorWord(ErrorSource::kTimepix, 2);
-constexpr std::uint32_t kChannelFailure = ErrorWord(ErrorSource::kTimepix, 4);
-
 // The sense pin spans 100 mV at a DAC's lowest code to 1300 mV at its highest.
 constexpr int kSenseOffsetMv = 100;
 constexpr int kSenseSpanMv = 1200;
 
-// The operating modes the chip knows: 0, 1 and 2.
+// The operating modes the chip knows: 0 ToA+ToT frames, 1 data-driven, 2 iToT+event count
+// frames.
+constexpr std::uint8_t kDataDrivenMode = 1;
+constexpr std::uint8_t kCountMode = 2;
 constexpr std::uint8_t kLastMode = 2;
 
 constexpr std::array<std::string_view, 18> kDacStates = {
@@ -42,14 +42,9 @@ bool Contains(const std::vector<std::size_t>& ids, std::size_t id) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
-// Pixel k's six configuration bits from packed bytes in the order the chip's columns take them:
-// the host sends the packed matrix reversed end for end.
-std::uint8_t PixelBits(const std::vector<std::uint8_t>& stream, std::size_t k) {
-    const auto at = [&](std::size_t packed) { return stream[stream.size() - 1 - packed]; };
-    const std::size_t group = k / 4 * 3;
-    const std::uint32_t word = static_cast<std::uint32_t>(at(group)) << 16 |
-                               static_cast<std::uint32_t>(at(group + 1)) << 8 | at(group + 2);
-    return static_cast<std::uint8_t>(word >> (18 - 6 * (k % 4)) & 63);
+// Seconds on the board's clock in its 40 MHz ticks.
+std::uint64_t Ticks(double seconds) {
+    return static_cast<std::uint64_t>(std::llround(seconds * kTicksPerSecond));
 }
 
 }  // namespace
@@ -67,7 +62,8 @@ Tpx3Chip::Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults)
       m_select(IdOf(tables.states, "TPX_DAC_SELECT")),
       m_sense_state(IdOf(tables.states, "TPX_DAC_OUT")),
       m_sense_monitor(IdOf(tables.monitors, "TPX_DAC_OUT")),
-      m_matrix(kMatrixBytes, 0) {
+      m_matrix(kMatrixBytes, 0),
+      m_shutter(tables) {
     std::vector<std::size_t> dacs;
     for (const std::string_view name : kDacStates) {
         dacs.push_back(IdOf(tables.states, name));
@@ -91,6 +87,9 @@ Tpx3Chip::Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults)
         return;  // no chip on this board
     }
     m_dacs = std::move(dacs);
+    for (const std::size_t id : m_shutter.ChipCommands()) {
+        m_chip_commands.push_back(id);
+    }
     m_chip_states = m_dacs;
     m_chip_states.insert(m_chip_states.end(), {m_channels, m_polarity, m_select, m_sense_state});
 }
@@ -102,14 +101,20 @@ bool Tpx3Chip::Powered(const std::vector<int>& states) const {
 
 std::uint32_t Tpx3Chip::CommandRefusal(std::size_t command, std::span<const std::uint8_t> input,
                                        const std::vector<int>& states) const {
-    if (!Present() || !Contains(m_chip_commands, command)) {
+    if (!Present()) {
         return kNoError;
     }
-    if (!Powered(states)) {
+    if (Contains(m_chip_commands, command) && !Powered(states)) {
         return kChipNotReady;
     }
+    if (const std::uint32_t refusal = m_shutter.CommandRefusal(command, input)) {
+        return refusal;
+    }
     if (command == m_opmode) {
-        return input.size() == 1 && input[0] <= kLastMode ? kNoError : kBadArgument;
+        if (input.size() != 1 || input[0] > kLastMode) {
+            return kBadArgument;
+        }
+        return m_shutter.IsOpen() ? kChipBusy : kNoError;  // the exposure keeps its mode
     }
     if (command == m_load) {
         // Four zero bytes restart the column index; a double column follows the last one.
@@ -152,16 +157,19 @@ std::uint32_t Tpx3Chip::StateRefusal(std::size_t state, const std::vector<int>& 
 }
 
 void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> input,
-                            std::vector<int>& states) {
+                            std::vector<int>& states, double now) {
     if (!Present()) {
         return;
     }
     if (command == m_init) {
-        // The chip's reset: the pixel memory and the periphery's registers go; the DACs stay.
+        // The chip's reset: the pixel memory, the periphery's registers and an exposure go; the
+        // DACs stay, and so do the frames already in the board's FIFO.
         std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
         m_next_column.reset();
         m_readout.clear();
         m_readout_sent = 0;
+        m_mode = 0;
+        m_shutter.Stop();
         for (const std::size_t id : {m_channels, m_polarity}) {
             states[id] = m_states[id].value;
         }
@@ -182,7 +190,47 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
     } else if (command == m_read) {
         m_readout = ReadBack();
         m_readout_sent = 0;
+    } else if (command == m_opmode) {
+        m_mode = input[0];
     }
+    if (const auto closed = m_shutter.AfterCommand(command, states, Ticks(now))) {
+        ReadOutFrame(*closed);
+    }
+}
+
+void Tpx3Chip::Advance(double now) {
+    if (const auto closed = m_shutter.Advance(Ticks(now))) {
+        ReadOutFrame(*closed);
+    }
+}
+
+void Tpx3Chip::SetTriggerInput(bool high, const std::vector<int>& states, double now) {
+    if (const auto closed = m_shutter.SetInput(high, states, Ticks(now))) {
+        ReadOutFrame(*closed);
+    }
+}
+
+void Tpx3Chip::ReadOutFrame(const Tpx3Shutter::Closed& exposure) {
+    if (m_mode == kDataDrivenMode) {
+        return;  // no frames: the chip streams its hits
+    }
+    // The host's pixel (row y, column x) is the device's pixel (255 − x, 255 − y); bit 0 of its
+    // configuration masks it.
+    std::vector<std::uint8_t> masked(kPixels);
+    for (std::size_t k = 0; k < kPixels; ++k) {
+        masked[k] = PixelBits(m_matrix, (255 - k % 256) * 256 + (255 - k / 256)) & 1;
+    }
+    ReadoutFrame frame;
+    frame.mode = m_mode;
+    frame.open_tick = exposure.open_tick;
+    frame.close_tick = exposure.close_tick;
+    frame.close_toa = exposure.close_toa;
+    frame.hits = Expose(m_faults->beam, masked,
+                        {.ticks = exposure.close_tick - exposure.open_tick,
+                         .open_toa = exposure.open_toa,
+                         .index = m_frames.NextIndex(),
+                         .count_mode = m_mode == kCountMode});
+    m_frames.ReadOut(std::move(frame));
 }
 
 void Tpx3Chip::FollowSupply(std::vector<int>& states) {
@@ -191,20 +239,37 @@ void Tpx3Chip::FollowSupply(std::vector<int>& states) {
     }
     const bool powered = Powered(states);
     if (m_was_powered && !powered) {
-        PowerOn(states);
+        Clear(states);
     }
     m_was_powered = powered;
 }
 
 void Tpx3Chip::PowerOn(std::vector<int>& states) {
+    Clear(states);
+    m_shutter.PowerOn();
+    m_frames = FrameFifo();
+    m_was_powered = Present() && Powered(states);
+}
+
+void Tpx3Chip::Clear(std::vector<int>& states) {
     std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
     m_next_column.reset();
     m_readout.clear();
     m_readout_sent = 0;
+    m_mode = 0;
+    m_shutter.Stop();
     for (const std::size_t id : m_chip_states) {
         states[id] = m_states[id].value;
     }
-    m_was_powered = Present() && Powered(states);
+}
+
+std::uint8_t Tpx3Chip::PixelBits(const std::vector<std::uint8_t>& stream, std::size_t k) {
+    // The host sends the packed matrix reversed end for end.
+    const auto at = [&](std::size_t packed) { return stream[stream.size() - 1 - packed]; };
+    const std::size_t group = k / 4 * 3;
+    const std::uint32_t word = static_cast<std::uint32_t>(at(group)) << 16 |
+                               static_cast<std::uint32_t>(at(group + 1)) << 8 | at(group + 2);
+    return static_cast<std::uint8_t>(word >> (18 - 6 * (k % 4)) & 63);
 }
 
 int Tpx3Chip::SenseMillivolts(const std::vector<int>& states) const {

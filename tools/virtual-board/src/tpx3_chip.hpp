@@ -3,16 +3,20 @@
 // The Timepix3 chip behind the front end, as its firmware drives it: bias DACs with the sense pin
 // on one of them, polarity and operating mode, the pixel configuration memory that the host fills
 // double column by double column and reads back as configuration packets on the data endpoint,
-// and the chip's resets. The chip runs on its own rails: while they are off it answers nothing
-// and forgets its memory and registers. A board without the chip's items has no chip.
+// the shutter with its exposures, which the chip reads out as frames into the board's FIFO on the
+// data endpoint, and the chip's resets. The chip runs on its own rails: while they are off it
+// answers nothing and forgets its memory and registers. A board without the chip's items has no
+// chip.
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include "frame_fifo.hpp"
 #include "hardware_faults.hpp"
 #include "ovex/vboard/item_tables.hpp"
+#include "tpx3_shutter.hpp"
 
 namespace ovex::vboard {
 
@@ -34,13 +38,19 @@ public:
                                  const std::vector<int>& states) const;
     std::uint32_t StateRefusal(std::size_t state, const std::vector<int>& states) const;
 
-    // What a command that ran did to the chip and its states.
+    // What a command that ran at `now` (seconds on the board's clock) did to the chip and its
+    // states.
     void AfterCommand(std::size_t command, std::span<const std::uint8_t> input,
-                      std::vector<int>& states);
+                      std::vector<int>& states, double now);
+    // The board's clock moved on to `now`: a shutter whose time ran out closes.
+    void Advance(double now);
+    // The board's trigger input goes to `high` at `now`.
+    void SetTriggerInput(bool high, const std::vector<int>& states, double now);
     // After anything that may switch the chip's rails: a chip whose rails went off comes back
     // at power-on.
     void FollowSupply(std::vector<int>& states);
-    // Power-on: memory cleared, no write or read-back under way, registers at their defaults.
+    // The board's power-on: memory cleared, no write or read-back under way, registers at their
+    // defaults, the shutter closed and no frame waiting; the trigger input unwired.
     void PowerOn(std::vector<int>& states);
 
     // The sense pin in millivolts if `state` is the chip's reading, volts for the monitor.
@@ -49,6 +59,13 @@ public:
 
     // Moves the pending read-back into `out`; the bytes moved.
     std::size_t ReadOut(std::span<std::uint8_t> out);
+    // The frames read out, for the data endpoint and the test bed.
+    FrameFifo& Frames() { return m_frames; }
+    const FrameFifo& Frames() const { return m_frames; }
+
+    // Pixel k's six configuration bits in packed bytes in the order the chip's columns take
+    // them (k in the chip's own order).
+    static std::uint8_t PixelBits(const std::vector<std::uint8_t>& stream, std::size_t k);
 
     // The configuration bytes as the chip holds them, in the order they came.
     const std::vector<std::uint8_t>& Matrix() const { return m_matrix; }
@@ -56,6 +73,11 @@ public:
 private:
     bool Present() const { return !m_dacs.empty(); }
     bool Powered(const std::vector<int>& states) const;
+    // The chip's rails went off, or its reset: its memory, registers, exposure and frames go.
+    void Clear(std::vector<int>& states);
+    // The frame of an exposure that ended, in the mode the chip is in (none in the data-driven
+    // mode).
+    void ReadOutFrame(const Tpx3Shutter::Closed& exposure);
     int SenseMillivolts(const std::vector<int>& states) const;
     // Every pixel as a configuration packet, in the chip's pixel order.
     std::vector<std::uint8_t> ReadBack() const;
@@ -82,6 +104,9 @@ private:
     std::optional<std::size_t> m_next_column;  // set once a write started
     std::vector<std::uint8_t> m_readout;
     std::size_t m_readout_sent = 0;
+    std::uint8_t m_mode = 0;  // TPX_OPMODE
+    Tpx3Shutter m_shutter;
+    FrameFifo m_frames;
 };
 
 }  // namespace ovex::vboard

@@ -20,7 +20,8 @@ BoardIdentity IdentityIn(const VirtualBoard::Settings& settings) {
     return identity;
 }
 
-// The data endpoint: the chip's configuration read-back goes out ahead of the stream.
+// The data endpoint: the chip's configuration read-back goes out first, then the frames it read
+// out, each in a transfer of its own, then the stream.
 class DataEndpoint final : public IDataSource {
 public:
     DataEndpoint(FirmwareEngine& engine, std::shared_ptr<CountingSource> stream)
@@ -28,14 +29,28 @@ public:
 
     Produced Produce(std::span<std::uint8_t> out, Clock::time_point now) override {
         if (const std::size_t read_back = m_engine.ReadOut(out); read_back > 0) {
-            return {read_back, false};
+            return Sent(out, {read_back, false});
         }
-        return m_stream->Produce(out, now);
+        if (const auto frame = m_engine.ReadFrame(out, m_mid_transfer)) {
+            return Sent(out, *frame);
+        }
+        return Sent(out, m_stream->Produce(out, now));
     }
 
 private:
+    // Notes whether the transfer that `out` ends stays open with data in it.
+    Produced Sent(std::span<std::uint8_t> out, Produced produced) {
+        if (produced.end_of_transfer || produced.bytes == out.size()) {
+            m_mid_transfer = false;
+        } else if (produced.bytes > 0) {
+            m_mid_transfer = true;
+        }
+        return produced;
+    }
+
     FirmwareEngine& m_engine;
     std::shared_ptr<CountingSource> m_stream;
+    bool m_mid_transfer = false;
 };
 
 constexpr std::size_t kMonitorRecordSize = 10;

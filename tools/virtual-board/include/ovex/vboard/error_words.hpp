@@ -63,4 +63,9 @@ constexpr std::uint32_t DriverError(DriverStatus status) {
 // and 2.
 inline constexpr std::uint32_t kSupplyNotUp = ErrorWord(ErrorSource::kPower, 1 << 1);
 
+// The Timepix chip: it isn't powered, it is busy with what it does, a data channel failed.
+inline constexpr std::uint32_t kChipNotReady = ErrorWord(ErrorSource::kTimepix, 0);
+inline constexpr std::uint32_t kChipBusy = ErrorWord(ErrorSource::kTimepix, 2);
+inline constexpr std::uint32_t kChannelFailure = ErrorWord(ErrorSource::kTimepix, 4);
+
 }  // namespace ovex::vboard

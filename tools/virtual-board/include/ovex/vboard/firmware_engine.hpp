@@ -17,8 +17,10 @@
 #include <vector>
 
 #include "ovex/vboard/boot_loader_mode.hpp"
+#include "ovex/vboard/data_source.hpp"
 #include "ovex/vboard/error_words.hpp"
 #include "ovex/vboard/firmware_model.hpp"
+#include "ovex/vboard/frame_readout.hpp"
 #include "ovex/vboard/item_tables.hpp"
 
 namespace ovex::vboard {
@@ -76,6 +78,25 @@ public:
     // Moves the chip's pending configuration read-back into `out`; the bytes moved. The data
     // endpoint sends these ahead of its stream.
     std::size_t ReadOut(std::span<std::uint8_t> out);
+
+    // The Timepix3 chip's frames (ITEMS.md, the shutter and frame readout). The particles that
+    // reach the sensor from now on, kept over resets and an application start;
+    // std::invalid_argument for a negative or non-finite rate, or a spot width not above 0.
+    void SetHitModel(const HitModel& model);
+    // Drives the board's trigger input to `high` now.
+    void SetTriggerInput(bool high);
+    // A pulse on the trigger input: high now, the board's clock moved on by `width` as by
+    // `AdvanceTime` (std::invalid_argument likewise), then low.
+    void PulseTriggerInput(std::chrono::duration<double> width);
+    // The newest frames the chip read out (at most kFrameLogDepth), oldest first.
+    std::vector<ReadoutFrame> FrameLog() const;
+    FrameCounters FrameCounts() const;
+    // Damages the next frame read out; kNone takes a pending fault back.
+    void InjectFrameFault(FrameFault fault);
+    // Fills `out` from the oldest frame in the FIFO for the data endpoint; nullopt while none
+    // waits. `mid_transfer`: the endpoint's transfer under way holds data already, and a frame
+    // waits for the next one.
+    std::optional<Produced> ReadFrame(std::span<std::uint8_t> out, bool mid_transfer);
 
     // One round of the monitor stream: a 10-byte record of every monitor (id, flags, value,
     // time stamp), in id order. A monitor is available while its rail is switched on and it

@@ -1,0 +1,100 @@
+#include "frame_fifo.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace ovex::vboard {
+namespace {
+
+constexpr std::size_t kPacketBytes = 6;
+constexpr std::uint8_t kCountMode = 2;
+constexpr std::uint64_t kConfigType = 1;
+constexpr std::uint64_t kControlType = 3;
+
+void Put(std::vector<std::uint8_t>& out, std::uint64_t packet) {
+    for (std::size_t b = 0; b < kPacketBytes; ++b) {
+        out.push_back(static_cast<std::uint8_t>(packet >> (8 * b)));
+    }
+}
+
+// Pixel k answers at the address that the host turns back into k, as in the configuration
+// read-back: 65535 − k with its bytes swapped.
+std::uint64_t Address(std::uint32_t pixel) {
+    const auto mirrored = static_cast<std::uint16_t>(65535 - pixel);
+    return static_cast<std::uint16_t>(mirrored << 8 | mirrored >> 8);
+}
+
+std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {
+    std::vector<std::uint8_t> out;
+    out.reserve((frame.hits.size() + 2) * kPacketBytes);
+    if (frame.fault == FrameFault::kCorrupted) {
+        Put(out, kConfigType << 46);
+    }
+    for (const FrameHit& hit : frame.hits) {
+        // DATA packets (type 0): the address in bits 45..30; then ToT in 29..20 and the ToA's
+        // low 20 bits (coarse 19..4, fine 3..0), or the event count in 29..20 and iToT in 17..4.
+        std::uint64_t packet = Address(hit.pixel) << 30;
+        if (frame.mode == kCountMode) {
+            packet |= std::uint64_t{hit.count} << 20 | std::uint64_t{hit.itot} << 4;
+        } else {
+            packet |= std::uint64_t{hit.tot} << 20 | (hit.toa & 0xFFFFF);
+        }
+        Put(out, packet);
+    }
+    Put(out, kControlType << 46 | (frame.close_toa & 0xFFFFFFFF));
+    if (frame.fault == FrameFault::kTruncated) {
+        out.resize(out.size() - kPacketBytes / 2);
+    }
+    return out;
+}
+
+}  // namespace
+
+void FrameFifo::ReadOut(ReadoutFrame frame) {
+    frame.index = m_counters.read_out++;
+    frame.fault = std::exchange(m_fault, FrameFault::kNone);
+    frame.lost = m_queue.size() >= kFrameFifoDepth;
+    if (frame.lost) {
+        ++m_counters.overflowed;
+    } else {
+        m_queue.push_back(Encode(frame));
+    }
+    m_log.push_back(std::move(frame));
+    if (m_log.size() > kFrameLogDepth) {
+        m_log.pop_front();
+    }
+}
+
+std::optional<Produced> FrameFifo::Send(std::span<std::uint8_t> out, bool mid_transfer) {
+    if (m_end_due) {
+        m_end_due = false;
+        return Produced{0, true};
+    }
+    if (m_queue.empty()) {
+        return std::nullopt;
+    }
+    if (mid_transfer) {
+        return Produced{0, true};
+    }
+    const std::vector<std::uint8_t>& frame = m_queue.front();
+    const std::size_t count = std::min(out.size(), frame.size() - m_sent);
+    std::copy_n(frame.begin() + static_cast<std::ptrdiff_t>(m_sent), count, out.begin());
+    m_sent += count;
+    if (m_sent < frame.size()) {
+        return Produced{count, false};
+    }
+    m_queue.pop_front();
+    m_sent = 0;
+    m_end_due = count == out.size();
+    return Produced{count, !m_end_due};
+}
+
+void FrameFifo::Clear() {
+    if (m_sent > 0) {
+        m_end_due = true;
+        m_sent = 0;
+    }
+    m_queue.clear();
+}
+
+}  // namespace ovex::vboard
