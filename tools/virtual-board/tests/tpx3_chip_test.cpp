@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -282,6 +283,45 @@ TEST_F(Tpx3Chip, MatrixReadsBackBitExactAndTheResetsClearWhatTheyOwn) {
     EXPECT_EQ(host.State("DAC_THLCoarse_0"), 7);
     EXPECT_EQ(host.State("DAC_THLFine_0"), 256);
     EXPECT_EQ(host.State("TPX_DAC_SELECT"), 0);
+}
+
+TEST_F(Tpx3Chip, FrameArrivesAsOneShortTransferAheadOfTheStream) {
+    BoardHost& host = Start();
+    FirmwareEngine& engine = Board().Engine();
+    engine.SetHitModel({.spot_rate = 1e6, .seed = 3});
+    ASSERT_EQ(host.Invoke("TPX_OPMODE", {0}), 0U);
+    ASSERT_EQ(host.Invoke("TPX_T0_SYNC"), 0U);
+    ASSERT_EQ(host.SetState("TPX_SHUT_DUR", 40000), 0U);  // 1 ms
+    ASSERT_EQ(host.Invoke("TPX_SHUT_IMM"), 0U);
+    engine.AdvanceTime(std::chrono::milliseconds(1));
+
+    Bytes data(0x60400);
+    int got = 0;
+    ASSERT_EQ(libusb_bulk_transfer(host.Handle(), 0x81, data.data(), static_cast<int>(data.size()),
+                                   &got, 2000),
+              0);
+    const auto log = engine.FrameLog();
+    ASSERT_EQ(log.size(), 1U);
+    EXPECT_GT(log[0].hits.size(), 100U);
+    ASSERT_EQ(static_cast<std::size_t>(got), (log[0].hits.size() + 1) * 6);
+    std::vector<std::uint64_t> packets(log[0].hits.size() + 1);
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        for (std::size_t b = 0; b < 6; ++b) {
+            packets[i] |= static_cast<std::uint64_t>(data[i * 6 + b]) << (8 * b);
+        }
+    }
+    const auto address = static_cast<std::uint16_t>(packets[0] >> 30);
+    EXPECT_EQ(packets[0] >> 46, 0U);
+    EXPECT_EQ(kPixels - 1 - static_cast<std::uint16_t>(address << 8 | address >> 8),
+              log[0].hits[0].pixel);
+    EXPECT_EQ(packets.back(), std::uint64_t{3} << 46 | 40000);
+
+    // The counting stream follows in the next transfer, from its start.
+    ASSERT_EQ(libusb_bulk_transfer(host.Handle(), 0x81, data.data(), 16, &got, 2000), 0);
+    ASSERT_EQ(got, 16);
+    for (std::size_t i = 0; i < 16; ++i) {
+        EXPECT_EQ(data[i], CountingSource::ByteAt(i)) << i;
+    }
 }
 
 }  // namespace
