@@ -156,7 +156,7 @@ bool UsbArenaBufferProvider::EndRun() {
     }
     DropSpan();
     // A full queue holds items for the consumer anyway.
-    ArenaData end;
+    std::unique_ptr<ArenaData> end;
     return m_queue.TryPush(end);
 }
 
@@ -166,31 +166,34 @@ void UsbArenaBufferProvider::DropSpan() {
     m_span_bytes = 0;
 }
 
-void UsbArenaBufferProvider::Push(ArenaData item) {
+void UsbArenaBufferProvider::Push(ArenaData span) {
+    const std::size_t bytes = span.data.size();
+    std::unique_ptr<ArenaData> item;
+    try {
+        item = std::make_unique<ArenaData>(std::move(span));
+    } catch (const std::bad_alloc&) {
+        m_refused.fetch_add(1, std::memory_order_relaxed);
+        OVEX_LOG_ERROR("Out of memory for the consumer's item, dropped a span of %zu bytes.",
+                       bytes);
+        return;
+    }
     // A full queue must not make the transfer callback wait: the span is refused, counted and
     // logged instead.
     if (!m_queue.TryPush(item)) {
         m_refused.fetch_add(1, std::memory_order_relaxed);
-        OVEX_LOG_ERROR("Consumer queue full, dropped a span of %zu bytes.", item.data.size());
+        OVEX_LOG_ERROR("Consumer queue full, dropped a span of %zu bytes.", bytes);
     }
-}
-
-std::unique_ptr<ArenaData> UsbArenaBufferProvider::Pop() {
-    ArenaData item = m_queue.Pop();
-    if (!item.arena) {
-        return nullptr;
-    }
-    return std::make_unique<ArenaData>(std::move(item));
 }
 
 std::size_t UsbArenaBufferProvider::Discard() {
     std::size_t bytes = 0;
-    ArenaData item;
+    std::unique_ptr<ArenaData> item;
     while (m_queue.TryPop(item)) {
-        if (!item.arena) {
+        if (!item || !item->arena) {
             OVEX_LOG_DEBUG("Discarding empty buffer.");
+        } else {
+            bytes += item->data.size();
         }
-        bytes += item.data.size();
     }
     DropSpan();
     return bytes;

@@ -62,7 +62,7 @@ public:
     bool Ended() const { return m_run.Ended(); }
 
     // Consumer side: blocks until an item is there; null at the end of a run.
-    std::unique_ptr<ArenaData> Pop();
+    std::unique_ptr<ArenaData> Pop() { return m_queue.Pop(); }
     std::size_t Queued() const { return m_queue.Size(); }
     // Drops what the consumer has not taken and the arenas in use; the bytes dropped.
     std::size_t Discard();
@@ -83,7 +83,7 @@ private:
     ArenaFactory m_make_arena;
     std::shared_ptr<ArenaPool> m_pool;
     tpx3_pipeline::Arena::Settings m_settings{0, 0};
-    tpx3_pipeline::BlockingQueue<ArenaData> m_queue{kQueueCapacity};
+    tpx3_pipeline::BlockingQueue<std::unique_ptr<ArenaData>> m_queue{kQueueCapacity};
     std::deque<std::shared_ptr<tpx3_pipeline::Arena>> m_arenas;  // oldest in front
     std::uint64_t m_span_start = 0;                              // behind the head room
     std::uint64_t m_span_bytes = 0;
