@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <numbers>
-#include <random>
 
 namespace ovex::vboard {
 namespace {
@@ -22,24 +21,62 @@ constexpr double kPeakToT = 120.0;
 constexpr double kPeakWidth = 10.0;
 constexpr double kContinuumLow = 10.0;
 constexpr double kContinuumHigh = 110.0;
-// The spectrum's mean and variance, for the sum of many hits.
-constexpr double kContinuumMean = (kContinuumLow + kContinuumHigh) / 2;
-constexpr double kContinuumVariance =
-    (kContinuumHigh - kContinuumLow) * (kContinuumHigh - kContinuumLow) / 12;
-constexpr double kSpectrumMean = kPeakShare * kPeakToT + (1 - kPeakShare) * kContinuumMean;
-constexpr double kSpectrumVariance =
-    kPeakShare * (kPeakToT * kPeakToT + kPeakWidth * kPeakWidth) +
-    (1 - kPeakShare) * (kContinuumMean * kContinuumMean + kContinuumVariance) -
-    kSpectrumMean * kSpectrumMean;
 // Above these the sums are drawn from their normal limit rather than hit by hit.
 constexpr double kPoissonNormalFrom = 30.0;
 constexpr std::uint64_t kSumNormalFrom = 32;
 
+// The spectrum as a table of its quantiles, so that a ToT costs one random number: entry i is
+// the ToT below which a share (i + 0.5) / kQuantiles of the hits stay. With its mean and
+// variance, for the sum of many hits.
+constexpr std::size_t kQuantileBits = 12;
+constexpr std::size_t kQuantiles = std::size_t{1} << kQuantileBits;
+struct Spectrum {
+    std::array<std::uint16_t, kQuantiles> quantiles{};
+    double mean = 0.0;
+    double variance = 0.0;
+};
+
+const Spectrum& TotSpectrum() {
+    static const Spectrum spectrum = [] {
+        const auto share_below = [](double tot) {
+            const double peak = 0.5 * std::erfc(-(tot - kPeakToT) / (kPeakWidth * std::sqrt(2.0)));
+            const double continuum =
+                std::clamp((tot - kContinuumLow) / (kContinuumHigh - kContinuumLow), 0.0, 1.0);
+            return kPeakShare * peak + (1 - kPeakShare) * continuum;
+        };
+        Spectrum table;
+        std::uint16_t tot = 1;
+        double sum = 0.0;
+        double squares = 0.0;
+        for (std::size_t i = 0; i < kQuantiles; ++i) {
+            const double share = (static_cast<double>(i) + 0.5) / kQuantiles;
+            while (tot < kMaxToT && share_below(tot + 0.5) < share) {
+                ++tot;
+            }
+            table.quantiles[i] = tot;
+            sum += tot;
+            squares += static_cast<double>(tot) * tot;
+        }
+        table.mean = sum / kQuantiles;
+        table.variance = squares / kQuantiles - table.mean * table.mean;
+        return table;
+    }();
+    return spectrum;
+}
+
+// A small, fast generator (SplitMix64); the same seed gives the same numbers everywhere.
 class Random {
 public:
-    explicit Random(std::uint64_t seed) : m_engine(seed) {}
+    explicit Random(std::uint64_t seed) : m_state(seed) {}
+    std::uint64_t Next() {
+        std::uint64_t z = (m_state += 0x9E3779B97F4A7C15ULL);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+        return z ^ (z >> 31);
+    }
     // Uniform in (0, 1].
-    double Uniform() { return static_cast<double>((m_engine() >> 11) + 1) * 0x1.0p-53; }
+    double Uniform() { return static_cast<double>((Next() >> 11) + 1) * 0x1.0p-53; }
+    // Standard normal (Box-Muller).
     double Gauss() {
         return std::sqrt(-2.0 * std::log(Uniform())) * std::cos(2.0 * std::numbers::pi * Uniform());
     }
@@ -63,21 +100,14 @@ public:
         }
         return k;
     }
-    std::uint16_t ToT() {
-        double tot = 0.0;
-        if (Uniform() <= kPeakShare) {
-            tot = kPeakToT + kPeakWidth * Gauss();
-        } else {
-            tot = kContinuumLow + (kContinuumHigh - kContinuumLow) * Uniform();
-        }
-        return static_cast<std::uint16_t>(std::clamp(std::round(tot), 1.0, double{kMaxToT}));
-    }
+    std::uint16_t ToT() { return TotSpectrum().quantiles[Next() >> (64 - kQuantileBits)]; }
     // The summed ToT of `hits` hits, saturating at 14 bits.
     std::uint16_t ToTSum(std::uint64_t hits) {
         double sum = 0.0;
         if (hits >= kSumNormalFrom) {
+            const Spectrum& spectrum = TotSpectrum();
             const auto n = static_cast<double>(hits);
-            sum = n * kSpectrumMean + std::sqrt(n * kSpectrumVariance) * Gauss();
+            sum = n * spectrum.mean + std::sqrt(n * spectrum.variance) * Gauss();
         } else {
             for (std::uint64_t i = 0; i < hits; ++i) {
                 sum += ToT();
@@ -87,7 +117,7 @@ public:
     }
 
 private:
-    std::mt19937_64 m_engine;
+    std::uint64_t m_state;
 };
 
 // The spot's density along one axis at each pixel's centre, per pixel.
@@ -108,7 +138,7 @@ std::vector<FrameHit> Expose(const HitModel& model, std::span<const std::uint8_t
     if (exposure.ticks == 0) {
         return {};  // a shutter that never was open saw nothing
     }
-    Random random(model.seed * 0x9E3779B97F4A7C15ULL + exposure.index);
+    Random random(model.seed * 0xD1B54A32D192ED03ULL + exposure.index);
     const double seconds = static_cast<double>(exposure.ticks) / kTicksPerSecond;
     const bool spot = model.spot_rate > 0.0 && model.spot_sigma > 0.0;
     const auto columns = Profile(model.spot_x, spot ? model.spot_sigma : 1.0);
@@ -138,8 +168,9 @@ std::vector<FrameHit> Expose(const HitModel& model, std::span<const std::uint8_t
                 hit.itot = random.ToTSum(n);
             } else {
                 // The first of n arrivals spread evenly over the exposure.
+                const double u = random.Uniform();
                 const double first =
-                    span * (1.0 - std::pow(random.Uniform(), 1.0 / static_cast<double>(n)));
+                    span * (1.0 - (n == 1 ? u : std::pow(u, 1.0 / static_cast<double>(n))));
                 const auto offset =
                     std::min(static_cast<std::uint64_t>(first), exposure.ticks * kFineSteps - 1);
                 hit.toa = exposure.open_toa * kFineSteps + offset;

@@ -11,10 +11,12 @@ constexpr std::uint8_t kCountMode = 2;
 constexpr std::uint64_t kConfigType = 1;
 constexpr std::uint64_t kControlType = 3;
 
-void Put(std::vector<std::uint8_t>& out, std::uint64_t packet) {
+// Writes `packet` at `at`, least significant byte first; the position behind it.
+std::uint8_t* Put(std::uint8_t* at, std::uint64_t packet) {
     for (std::size_t b = 0; b < kPacketBytes; ++b) {
-        out.push_back(static_cast<std::uint8_t>(packet >> (8 * b)));
+        *at++ = static_cast<std::uint8_t>(packet >> (8 * b));
     }
+    return at;
 }
 
 // Pixel k answers at the address that the host turns back into k, as in the configuration
@@ -25,10 +27,11 @@ std::uint64_t Address(std::uint32_t pixel) {
 }
 
 std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {
-    std::vector<std::uint8_t> out;
-    out.reserve((frame.hits.size() + 2) * kPacketBytes);
-    if (frame.fault == FrameFault::kCorrupted) {
-        Put(out, kConfigType << 46);
+    const bool corrupted = frame.fault == FrameFault::kCorrupted;
+    std::vector<std::uint8_t> out((frame.hits.size() + (corrupted ? 2 : 1)) * kPacketBytes);
+    std::uint8_t* at = out.data();
+    if (corrupted) {
+        at = Put(at, kConfigType << 46);
     }
     for (const FrameHit& hit : frame.hits) {
         // DATA packets (type 0): the address in bits 45..30; then ToT in 29..20 and the ToA's
@@ -39,9 +42,9 @@ std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {
         } else {
             packet |= std::uint64_t{hit.tot} << 20 | (hit.toa & 0xFFFFF);
         }
-        Put(out, packet);
+        at = Put(at, packet);
     }
-    Put(out, kControlType << 46 | (frame.close_toa & 0xFFFFFFFF));
+    Put(at, kControlType << 46 | (frame.close_toa & 0xFFFFFFFF));
     if (frame.fault == FrameFault::kTruncated) {
         out.resize(out.size() - kPacketBytes / 2);
     }
