@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
@@ -45,10 +46,22 @@ void PrintUsage(std::FILE* out) {
         "  --monitor-period MS\n"
         "                 push a round of monitor readings on the interrupt endpoint every MS\n"
         "                 milliseconds (default 0: the monitor stream stays silent)\n"
+        "  --trigger-rate HZ\n"
+        "                 drive the boards' trigger input with a pulse train: a rising edge\n"
+        "                 HZ times a second, high for half of each period (default 0: low)\n"
+        "  --hit-rate HZ  hits per second in a beam spot at the Timepix3 sensor's centre\n"
+        "                 (default 0)\n"
+        "  --spot-sigma PX\n"
+        "                 the beam spot's Gaussian width in pixels (default 8)\n"
+        "  --background-rate HZ\n"
+        "                 hits per second on every pixel besides the spot (default 0)\n"
+        "  --flood        every unmasked pixel is hit once per frame (full frames)\n"
+        "  --seed N       seed of the hits (default 1); later boards take N+1, N+2, ...\n"
         "  --help         this text\n\n"
         "Examples:\n"
         "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n"
-        "  ovex-vboard run --boot-loader TPX3EFE --pcb 3.04 -- PROGRAM\n");
+        "  ovex-vboard run --boot-loader TPX3EFE --pcb 3.04 -- PROGRAM\n"
+        "  ovex-vboard run --trigger-rate 10 --hit-rate 1e6 --background-rate 5 -- PROGRAM\n");
 }
 
 struct Options {
@@ -60,8 +73,20 @@ struct Options {
     std::optional<std::string> boot_loader;
     std::uint16_t bcd_device = 0;  // 0: the kind's
     long monitor_period_ms = 0;    // 0: no monitor stream
+    double trigger_rate = 0.0;     // 0: the trigger input stays low
+    ovex::vboard::HitModel hits;
     std::vector<char*> program;
 };
+
+// A number that is all of `text`, finite and not negative.
+std::optional<double> RateNamed(const char* text) {
+    char* end = nullptr;
+    const double value = std::strtod(text, &end);
+    if (end == text || *end != '\0' || !std::isfinite(value) || value < 0.0) {
+        return std::nullopt;
+    }
+    return value;
+}
 
 std::optional<ovex::vboard::BoardKind> KindNamed(const std::string& name) {
     using ovex::vboard::BoardKind;
@@ -146,6 +171,31 @@ bool Parse(int argc, char** argv, Options& options) {
                 return false;
             }
             options.bcd_device = *bcd;
+        } else if ((arg == "--trigger-rate" || arg == "--hit-rate" || arg == "--spot-sigma" ||
+                    arg == "--background-rate") &&
+                   has_value) {
+            const auto value = RateNamed(argv[++i]);
+            if (!value || (arg == "--spot-sigma" && *value == 0.0)) {
+                return false;
+            }
+            if (arg == "--trigger-rate") {
+                options.trigger_rate = *value;
+            } else if (arg == "--hit-rate") {
+                options.hits.spot_rate = *value;
+            } else if (arg == "--spot-sigma") {
+                options.hits.spot_sigma = *value;
+            } else {
+                options.hits.background_rate = *value;
+            }
+        } else if (arg == "--seed" && has_value) {
+            char* end = nullptr;
+            const char* text = argv[++i];
+            options.hits.seed = std::strtoull(text, &end, 10);
+            if (end == text || *end != '\0' || text[0] == '-') {
+                return false;
+            }
+        } else if (arg == "--flood") {
+            options.hits.flood = true;
         } else if (arg == "--monitor-period" && has_value) {
             options.monitor_period_ms = std::atol(argv[++i]);
             if (options.monitor_period_ms < 0) {
@@ -185,6 +235,33 @@ std::jthread MonitorPusher(std::vector<std::unique_ptr<ovex::vboard::VirtualBoar
     });
 }
 
+// Drives every board's trigger input with a pulse train until stopped: a rising edge `rate` times
+// a second, high for half of each period.
+std::jthread TriggerPulser(std::vector<std::unique_ptr<ovex::vboard::VirtualBoard>>& boards,
+                           double rate) {
+    if (rate <= 0.0) {
+        return {};
+    }
+    return std::jthread([&boards, rate](std::stop_token token) {
+        const auto half = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+            std::chrono::duration<double>(0.5 / rate));
+        std::mutex mutex;
+        std::condition_variable_any stopped;
+        std::unique_lock lock(mutex);
+        auto next = std::chrono::steady_clock::now();
+        for (bool high = true;; high = !high) {
+            stopped.wait_until(lock, token, next, [] { return false; });
+            if (token.stop_requested()) {
+                return;
+            }
+            for (const auto& board : boards) {
+                board->Engine().SetTriggerInput(high);
+            }
+            next += half;
+        }
+    });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -214,6 +291,9 @@ int main(int argc, char** argv) {
                     ovex::vboard::BootLoaderMode{.board_id = *options.boot_loader};
             }
             boards.push_back(std::make_unique<ovex::vboard::VirtualBoard>(bed, i + 1, settings));
+            ovex::vboard::HitModel hits = options.hits;
+            hits.seed += static_cast<std::uint64_t>(i);
+            boards.back()->Engine().SetHitModel(hits);
         }
         const pid_t child = ::fork();
         if (child < 0) {
@@ -232,6 +312,7 @@ int main(int argc, char** argv) {
             ::_exit(127);
         }
         const std::jthread pusher = MonitorPusher(boards, options.monitor_period_ms);
+        const std::jthread pulser = TriggerPulser(boards, options.trigger_rate);
         int status = 0;
         while (::waitpid(child, &status, 0) < 0) {
             if (errno != EINTR) {
