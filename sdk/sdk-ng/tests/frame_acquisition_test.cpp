@@ -27,8 +27,8 @@ using tpx3_toa_extension::FrameItotEventRecord;
 using tpx3_toa_extension::FrameToaTotRecord;
 using Block = std::vector<std::byte>;
 
-// A provider whose transfers the test delivers. Like the USB one it queues one end item per run,
-// at its stop or when its stream ends by itself.
+// A provider whose transfers the test delivers. Like the USB one it drops what a start finds
+// queued and queues one end item per run, at its stop or when its stream ends by itself.
 class ScriptedProvider final : public acquisition::IVectorDataProvider {
 public:
     std::error_code Start(std::uint64_t size) override {
@@ -37,6 +37,11 @@ public:
             return start_error;
         }
         transfer_size = size;
+        m_queue.clear();
+        for (auto& block : ready_at_start) {
+            m_queue.push_back(std::make_shared<Block>(std::move(block)));
+        }
+        ready_at_start.clear();
         m_running = true;
         m_ended = false;
         m_end_queued = false;
@@ -82,6 +87,8 @@ public:
     }
 
     std::error_code start_error;
+    // Frames the board had ready: they arrive as soon as the transfers run.
+    std::vector<Block> ready_at_start;
     std::uint64_t transfer_size = 0;
     int starts = 0;
     int stops = 0;
@@ -206,8 +213,13 @@ TEST_F(FrameAcquisitionTest, FullTransfersKeepTheReadoutGoingAndTheShortOneEndsI
 TEST_F(FrameAcquisitionTest, ContinuousReadoutRunsUntilTheClientAborts) {
     Tpx3AcqFBIToTEvCnt itot{&commands, provider};
     Frames<FrameItotEventRecord> frames;
+    std::error_code awaited_in_callback;
     itot.SetFrameCount(-1);
-    ASSERT_FALSE(itot.Start({}, 0, {}, [&](IAcquisition& a) { frames.Take(a); }));
+    ASSERT_FALSE(itot.Start({}, 0, {}, [&](IAcquisition& a) {
+        // Refused at once: the callback's thread is the one it would wait for.
+        awaited_in_callback = a.AwaitReadoutEnd(60.0);
+        frames.Take(a);
+    }));
     for (std::uint32_t frame = 0; frame < 3; ++frame) {
         Block block;
         // Event count 2, iToT 300 in bits 17..4; bits 19..18 and 3..0 are not read.
@@ -216,7 +228,12 @@ TEST_F(FrameAcquisitionTest, ContinuousReadoutRunsUntilTheClientAborts) {
         provider->Deliver(block);
     }
     frames.WaitFor(3);
+    EXPECT_EQ(awaited_in_callback, std::errc::resource_deadlock_would_occur);
     EXPECT_TRUE(itot.IsRunning());
+    // The other frame mode shares the provider, but the run is not its own.
+    EXPECT_FALSE(toa_tot.IsRunning());
+    EXPECT_FALSE(toa_tot.Abort(IAcquisition::kAbortFromInside));
+    EXPECT_EQ(provider->stops, 0);
     EXPECT_FALSE(itot.Abort(IAcquisition::kAbortByClient));
     EXPECT_FALSE(itot.AwaitReadoutEnd(60.0));
     EXPECT_FALSE(itot.IsRunning());
@@ -260,6 +277,28 @@ TEST_F(FrameAcquisitionTest, BoardThatGoesAwayEndsTheReadoutWithTheStreamsError)
     EXPECT_EQ(provider->stops, 1);  // the ended stream was collected
     EXPECT_TRUE(log.Contains(
         log::kError, Failure(std::string(toa_tot.GetName()) + " ended without a stop", gone)));
+
+    // An abort that comes after the stream's end gets its error too, and so does the wait.
+    ASSERT_FALSE(StartToaTot());
+    provider->EndByItself(gone);
+    EXPECT_EQ(toa_tot.Abort(IAcquisition::kAbortFromInside), gone);
+    EXPECT_EQ(toa_tot.AwaitReadoutEnd(60.0), gone);
+}
+
+TEST_F(FrameAcquisitionTest, DestroyedWhileRunningStopsItsRunAndHandsOnWhatWasQueued) {
+    {
+        Tpx3AcqFBToAToT running{&commands, provider};
+        running.SetFrameCount(-1);
+        ASSERT_FALSE(running.Start({}, 0, {}, [this](IAcquisition& a) { seen.Take(a); }));
+        Block block;
+        Append(block, ToaTotPacket(1, 1, 1, 1));
+        for (int i = 0; i < 3; ++i) {
+            provider->Deliver(block);
+        }
+    }
+    EXPECT_EQ(provider->stops, 1);
+    EXPECT_FALSE(provider->IsRunning());
+    EXPECT_EQ(seen.frames.size(), 3u);
 }
 
 TEST_F(FrameAcquisitionTest, WaitThatTimesOutAbortsTheReadout) {
@@ -289,8 +328,12 @@ TEST_F(FrameAcquisitionTest, RefusedStartsLeaveNothingRunning) {
         log.Contains(log::kError, "Unable to start data provider - generic: No such device."));
     provider->start_error = {};
 
-    // A board that refuses the time sync: the readout is stopped again.
+    // A board that refuses the time sync: the readout is stopped again, and a frame that had
+    // arrived meanwhile never reaches the client of the failed start.
     commands.refusals["TPX_T0_SYNC"] = {std::make_error_code(std::errc::io_error), 1};
+    Block early;
+    Append(early, ToaTotPacket(1, 1, 1, 1));
+    provider->ready_at_start.push_back(early);
     EXPECT_EQ(StartToaTot(), std::errc::io_error);
     EXPECT_TRUE(log.Contains(log::kError, "Failed to invoke TPX_T0_SYNC"));
     EXPECT_FALSE(toa_tot.AwaitReadoutEnd(60.0));

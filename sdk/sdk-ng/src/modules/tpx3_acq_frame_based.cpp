@@ -34,9 +34,14 @@ Tpx3AcqFrameBased::Tpx3AcqFrameBased(Commands* commands,
       m_provider(std::move(provider)) {}
 
 Tpx3AcqFrameBased::~Tpx3AcqFrameBased() {
-    m_stop.store(true);
-    if (m_consuming.load() && m_provider->IsRunning()) {
-        m_provider->Stop();  // its end item releases the Consumer's wait
+    Shutdown();
+}
+
+void Tpx3AcqFrameBased::Shutdown() {
+    {
+        // The run's end item releases the Consumer's wait.
+        std::lock_guard lock(m_mutex);
+        StopOwnRun();
     }
     std::lock_guard join(m_join_mutex);
     m_consumer.Join();
@@ -53,32 +58,20 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
         m_consumer.Join();  // a Consumer that ended with its readout
     }
     m_keep_raw = (flags & kKeepRawData) != 0;
-    m_callback = std::move(callback);
     m_raw.clear();
     m_raw_buffers.clear();
-    m_stop.store(false);
     StoreStatus({});
     OVEX_LOG_INFO("Starting %s.", GetName());
 
-    // The provider runs before the Consumer exists, so that a provider that fails to start
-    // leaves no thread waiting for data that never come; its queue holds what arrives meanwhile.
+    // The provider runs before the sync, so that nothing after it is lost, and the Consumer only
+    // once the sync has succeeded: a start that fails never calls the client. Meanwhile the
+    // provider's queue holds what arrives.
     if (const auto ec = m_provider->Start(FrameBufferSize)) {
         OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Unable to start data provider");
         return ec;
     }
+    m_owns_run.store(true);
     OVEX_LOG_INFO("Data provider started.");
-    try {
-        std::lock_guard join(m_join_mutex);
-        m_consuming.store(true);
-        thread::ThreadParams params;
-        params.name = "Consumer";
-        m_consumer = thread::WrappedThread<>(params, [this](std::stop_token) { Consume(); });
-    } catch (const std::system_error& error) {
-        m_consuming.store(false);
-        OVEX_LOG_ERROR("Failed to start the %s data consumer: %s.", GetName(), error.what());
-        m_provider->Stop();
-        return error.code();
-    }
 
     Commands* commands = GetCommands();
     const std::error_code synced = commands != nullptr
@@ -87,14 +80,29 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
     if (synced) {
         OVEX_LOG_ERROR("Failed to invoke TPX_T0_SYNC");
         // A readout whose time base is unknown is not left running behind the client's back.
-        Abort(kAbortFromInside);
+        std::lock_guard lock(m_mutex);
+        StopOwnRun();
         return synced;
+    }
+    try {
+        std::lock_guard join(m_join_mutex);
+        m_callback = std::move(callback);
+        m_consuming.store(true);
+        thread::ThreadParams params;
+        params.name = "Consumer";
+        m_consumer = thread::WrappedThread<>(params, [this](std::stop_token) { Consume(); });
+    } catch (const std::system_error& error) {
+        m_consuming.store(false);
+        OVEX_LOG_ERROR("Failed to start the %s data consumer: %s.", GetName(), error.what());
+        std::lock_guard lock(m_mutex);
+        StopOwnRun();
+        return error.code();
     }
     return {};
 }
 
 bool Tpx3AcqFrameBased::IsRunning() {
-    return m_consuming.load() || m_provider->IsRunning();
+    return m_consuming.load() || (m_owns_run.load() && m_provider->IsRunning());
 }
 
 std::error_code Tpx3AcqFrameBased::SetPixelDepth(std::uint8_t depth) {
@@ -121,6 +129,11 @@ bool Tpx3AcqFrameBased::IsMoreDataExpected(std::span<const std::byte> buffer) {
 
 // The join is never made under m_mutex: the Consumer itself aborts at the end of a readout.
 std::error_code Tpx3AcqFrameBased::AwaitReadoutEnd(double seconds) {
+    if (m_consumer_id.load() == std::this_thread::get_id()) {
+        // The data callback would wait for the thread it runs on.
+        OVEX_LOG_ERROR("%s can't await its own end from its data callback.", GetName());
+        return std::make_error_code(std::errc::resource_deadlock_would_occur);
+    }
     std::lock_guard join(m_join_mutex);
     if (m_consumer.JoinFor(WaitLimit(seconds))) {
         OVEX_LOG_INFO("All data received for %s.", GetName());
@@ -135,19 +148,27 @@ std::error_code Tpx3AcqFrameBased::AwaitReadoutEnd(double seconds) {
 
 std::error_code Tpx3AcqFrameBased::Abort(AbortMode mode) {
     std::lock_guard lock(m_mutex);
-    m_stop.store(true);
     if (mode == kAbortByClient) {
         OVEX_LOG_INFO("Waiting for abort acquisition data.");
         std::this_thread::sleep_for(kAbortGrace);
     }
-    if (m_provider->IsRunning()) {
-        if (const auto ec = m_provider->Stop()) {
-            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
-                        "Unable to stop acquisition data provider");
-            return ec;
-        }
+    if (const auto ec = StopOwnRun()) {
+        return ec;
     }
     return m_status;
+}
+
+std::error_code Tpx3AcqFrameBased::StopOwnRun() {
+    // A run that ended by itself is collected here too: Stop gives its result.
+    if (!m_owns_run.exchange(false)) {
+        return {};
+    }
+    const std::error_code ec = m_provider->Stop();
+    if (ec) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Unable to stop acquisition data provider");
+        m_status = ec;  // transfers that failed or a board gone fail the readout too
+    }
+    return ec;
 }
 
 void Tpx3AcqFrameBased::StoreStatus(std::error_code status) {
@@ -156,6 +177,7 @@ void Tpx3AcqFrameBased::StoreStatus(std::error_code status) {
 }
 
 void Tpx3AcqFrameBased::Consume() {
+    m_consumer_id.store(std::this_thread::get_id());
     OVEX_LOG_INFO("%s data consumer started.", GetName());
     for (;;) {
         Buffer buffer;
@@ -165,18 +187,15 @@ void Tpx3AcqFrameBased::Consume() {
         }
         if (!buffer || buffer->empty()) {
             OVEX_LOG_DEBUG("Consumer termination requested by provider.");
-            if (m_stop.load()) {
-                break;
-            }
-            if (!m_provider->IsRunning()) {
-                CollectEndedStream();
-                break;
-            }
-            continue;
+            // The run's end item: a run still owned ended by itself, whether or not a stop was
+            // asked for meanwhile, and its result is the readout's.
+            CollectEndedStream();
+            break;
         }
         ConsumeBuffer(buffer);
     }
     OVEX_LOG_INFO("%s data consumer terminated.", GetName());
+    m_consumer_id.store({});
     m_consuming.store(false);
 }
 
@@ -219,6 +238,9 @@ void Tpx3AcqFrameBased::ConsumeBuffer(const Buffer& buffer) {
 void Tpx3AcqFrameBased::CollectEndedStream() {
     // Only a board that went away or a transfer that failed ends the stream without a stop.
     std::lock_guard lock(m_mutex);
+    if (!m_owns_run.exchange(false)) {
+        return;
+    }
     std::error_code ended = m_provider->Stop();
     if (!ended) {
         ended = std::make_error_code(std::errc::io_error);

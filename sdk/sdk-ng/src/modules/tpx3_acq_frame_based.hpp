@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <thread>
 #include <vector>
 
 #include "impl/acquisition/data_provider.hpp"
@@ -45,6 +46,11 @@ public:
     // Throws std::domain_error for a packet that has no place in a frame.
     virtual bool ProcessBuffer(std::span<const std::byte> buffer) = 0;
 
+protected:
+    // Stops this module's transfers and joins the Consumer. The final classes call it first
+    // thing in their destructors, while the Consumer can still reach their records.
+    void Shutdown();
+
 private:
     using Buffer = std::shared_ptr<std::vector<std::byte>>;
 
@@ -52,23 +58,28 @@ private:
     void ConsumeBuffer(const Buffer& buffer);
     // The provider's transfers ended by themselves, without a stop: the stream's result.
     void CollectEndedStream();
+    // Stops the provider's run if this module started it; under m_mutex.
+    std::error_code StopOwnRun();
     void StoreStatus(std::error_code status);
 
     // The raw spans of the current callback and the transfers that hold their bytes.
     std::vector<RawSpan> m_raw;
     std::vector<Buffer> m_raw_buffers;
-    std::mutex m_mutex;  // guards Abort and the stored status
+    std::mutex m_mutex;  // guards Abort, the stored status and m_owns_run
     std::error_code m_status;
     Callback m_callback;
     bool m_keep_raw = false;
     std::shared_ptr<IVectorDataProvider> m_provider;
-    // The thread object is touched by Start, the wait and the destructor, under m_join_mutex;
-    // a stop request goes through m_stop, so that Abort never waits for a join.
+    // The thread object is touched by Start, the wait and the destructor, under m_join_mutex,
+    // so that Abort never waits for a join: the run's end item ends the Consumer.
     std::mutex m_join_mutex;
     thread::WrappedThread<> m_consumer;
-    std::atomic<bool> m_stop{false};
     std::atomic<bool> m_consuming{false};
     std::atomic<bool> m_continuous{false};
+    // The provider is shared by the frame modes: only the module that started its current run
+    // stops it or counts it as its own.
+    std::atomic<bool> m_owns_run{false};
+    std::atomic<std::thread::id> m_consumer_id;
 };
 
 // A frame-based mode whose records the sink `Unpack` makes from a block.
@@ -106,6 +117,7 @@ class Tpx3AcqFBToAToT final
           &tpx3_toa_extension::UnpackFrameToaTot, kFBToaTotName, ToAToTFBZS> {
 public:
     using Tpx3AcqFrameRecords::Tpx3AcqFrameRecords;
+    ~Tpx3AcqFBToAToT() override { Shutdown(); }
 };
 
 class Tpx3AcqFBIToTEvCnt final
@@ -114,6 +126,7 @@ class Tpx3AcqFBIToTEvCnt final
           &tpx3_toa_extension::UnpackFrameItotEvents, kFBItotName, IToTEvCountFBZS> {
 public:
     using Tpx3AcqFrameRecords::Tpx3AcqFrameRecords;
+    ~Tpx3AcqFBIToTEvCnt() override { Shutdown(); }
 };
 
 }  // namespace ovex::sdk::acquisition
