@@ -317,6 +317,7 @@ std::error_code UsbArenaProvider::Configure(std::any settings) {
         OVEX_LOG_WARN("BUG: Attempted to configure running provider.");
         return std::make_error_code(std::errc::device_or_resource_busy);
     }
+    m_state.reset();  // an ended run still hands on its last span from the arenas in use
     const auto refuse = [&](const char* reason, std::errc code) {
         OVEX_LOG_ERROR("Invalid arena settings (block size %llu, capacity %llu): %s",
                        static_cast<unsigned long long>(arena->block_size),
@@ -351,6 +352,8 @@ void UsbArenaProvider::Reset() {
         OVEX_LOG_WARN("BUG: Attempted to reset running provider.");
         return;
     }
+    // A run that has ended may still be handing on its last span: it is collected first.
+    m_state.reset();
     Discard();
 }
 

@@ -32,8 +32,9 @@ public:
     void Deliver(const usb::device::XferBuffer& buffer) override;
     void Release(const usb::device::XferBuffer& buffer) override;
 
-    // Consumer side: blocks until an item is there.
-    Buffer Pop() { return m_queue.Pop(); }
+    // Consumer side: blocks until an item is there, or gives the end item that a full queue
+    // refused once the queue is empty.
+    Buffer Pop();
     // Before the transfers start, and once they run.
     void Begin() { m_run.Begin(); }
     void Started();
@@ -54,6 +55,7 @@ private:
     std::unordered_map<const std::uint8_t*, Buffer> m_lent;
     RunEnd m_run;
     tpx3_pipeline::BlockingQueue<Buffer> m_queue{kQueueCapacity};
+    std::atomic<bool> m_end_owed{false};
     std::atomic<std::uint64_t> m_refused{0};
 };
 
