@@ -29,6 +29,10 @@
  * pointer, the library fills at most that many, writes back how many it filled and returns
  * OVEXSDK_OK even when the list was cut (a warning is logged). Text fields are zero-filled and
  * always terminated; longer texts are cut.
+ *
+ * The enumerations are 32 bits wide: each ends with a *_MAX_ENUM value that is no valid
+ * argument, so that any value a host passes reaches the library, which refuses what it doesn't
+ * know with OVEXSDK_ERR_INVALID.
  */
 #ifndef OVEXSDK_H
 #define OVEXSDK_H
@@ -105,22 +109,24 @@ typedef struct ovexsdk_dev_unit_info {
 
 /* Operating mode of a chip; the name of each value is its name in log lines. */
 typedef enum ovexsdk_chip_mode {
-    Unknown = 0,        /* no mode set */
-    EvCount8Bit = 1,    /* Timepix2 event counting, 8 bits a pixel */
-    EvCount10Bit = 2,   /* Timepix2 event counting, 10 bits */
-    EvCount14Bit = 3,   /* Timepix2 event counting, 14 bits */
-    IToT10Bit = 4,      /* Timepix2 integrated time over threshold, 10 bits */
-    IToT14Bit = 5,      /* Timepix2 integrated time over threshold, 14 bits */
-    ToAToTDD = 6,       /* Timepix3 data-driven ToA and ToT */
-    ToAToTFBZS = 7,     /* Timepix3 frame-based ToA and ToT, zero-suppressed */
-    IToTEvCountFBZS = 8 /* Timepix3 frame-based integrated ToT and event count */
+    Unknown = 0,         /* no mode set */
+    EvCount8Bit = 1,     /* Timepix2 event counting, 8 bits a pixel */
+    EvCount10Bit = 2,    /* Timepix2 event counting, 10 bits */
+    EvCount14Bit = 3,    /* Timepix2 event counting, 14 bits */
+    IToT10Bit = 4,       /* Timepix2 integrated time over threshold, 10 bits */
+    IToT14Bit = 5,       /* Timepix2 integrated time over threshold, 14 bits */
+    ToAToTDD = 6,        /* Timepix3 data-driven ToA and ToT */
+    ToAToTFBZS = 7,      /* Timepix3 frame-based ToA and ToT, zero-suppressed */
+    IToTEvCountFBZS = 8, /* Timepix3 frame-based integrated ToT and event count */
+    OVEXSDK_CHIP_MODE_MAX_ENUM = 0x7FFFFFFF
 } ovexsdk_chip_mode;
 
 /* Polarity of the charge that a chip collects: 1 or 2. On a Timepix3 they are the values 0 and 1
  * of the board's state TPX_CHIP_POLARITY. */
 typedef enum ovexsdk_chip_polarity {
     OVEXSDK_POLARITY_1 = 1,
-    OVEXSDK_POLARITY_2 = 2
+    OVEXSDK_POLARITY_2 = 2,
+    OVEXSDK_POLARITY_MAX_ENUM = 0x7FFFFFFF
 } ovexsdk_chip_polarity;
 
 typedef struct ovexsdk_chip_info {
@@ -143,13 +149,15 @@ typedef enum ovexsdk_acq_process_mode {
     SortByToa = 2,         /* data-driven records sorted by time */
     BinEvcountImage = 3,   /* event-count image of a scan */
     BinItotImage = 4,      /* iToT image of a scan */
-    BinCompletely = 5      /* both images and the per-pixel records of each bin */
+    BinCompletely = 5,     /* both images and the per-pixel records of each bin */
+    OVEXSDK_ACQ_PROCESS_MODE_MAX_ENUM = 0x7FFFFFFF
 } ovexsdk_acq_process_mode;
 
 /* Channels of an acquisition, a set of flags; 0 is refused. */
 typedef enum ovexsdk_acq_mode_flag {
-    OVEXSDK_ACQ_RAW = 1,      /* the bytes as the board sent them, ovexsdk_acq_get_raw_data */
-    OVEXSDK_ACQ_PROCESSED = 2 /* the records of the mode */
+    OVEXSDK_ACQ_RAW = 1,       /* the bytes as the board sent them, ovexsdk_acq_get_raw_data */
+    OVEXSDK_ACQ_PROCESSED = 2, /* the records of the mode */
+    OVEXSDK_ACQ_MODE_FLAG_MAX_ENUM = 0x7FFFFFFF
 } ovexsdk_acq_mode_flag;
 
 /* Parameters of a start; only the binned data-driven modes read them. */
@@ -168,7 +176,8 @@ typedef enum ovexsdk_trigger_mode {
     InternalStartContinuous = 2,        /* shutter after shutter, each of the duration */
     ExternalStartShutterDuration = 3,   /* the trigger input opens it for the duration */
     ExternalStartExternalStopLevel = 4, /* open while the trigger input is active */
-    ExternalStartExternalStopEdge = 5   /* one edge of the input opens it, the next closes it */
+    ExternalStartExternalStopEdge = 5,  /* one edge of the input opens it, the next closes it */
+    OVEXSDK_TRIGGER_MODE_MAX_ENUM = 0x7FFFFFFF
 } ovexsdk_trigger_mode;
 
 typedef struct ovexsdk_trigger_config {
@@ -193,7 +202,8 @@ typedef enum ovexsdk_extsync_option {
     OVEXSDK_EXTSYNC_CLOCK_OUTPUT_NO = 13,
     OVEXSDK_EXTSYNC_CLOCK_OUTPUT_YES = 14,
     OVEXSDK_EXTSYNC_CLOCK_INPUT_INTERNAL_200_MHZ = 15,
-    OVEXSDK_EXTSYNC_CLOCK_INPUT_EXTERNAL_40_MHZ = 16
+    OVEXSDK_EXTSYNC_CLOCK_INPUT_EXTERNAL_40_MHZ = 16,
+    OVEXSDK_EXTSYNC_OPTION_MAX_ENUM = 0x7FFFFFFF
 } ovexsdk_extsync_option;
 
 /* Acquisition results. Every pointer points into the library's memory and is valid only during
@@ -477,7 +487,10 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_flash_erase_sector(ovexsdk_dev_ctx* ctx, ui
  * ovexsdk_extsync_configure, ovexsdk_acq_select_processing, ovexsdk_acq_start, then
  * ovexsdk_acq_await_end or ovexsdk_acq_abort. The data callback runs on a thread of the library
  * once per result; the ovexsdk_acq_get_* functions are meant to be called from it, and its data
- * are valid only until it returns. A callback must not close or release the context. */
+ * are valid only until it returns. A callback must not close or release the context; its other
+ * calls that use the device don't wait while another thread is in a call on the context (such
+ * as ovexsdk_acq_await_end): they return OVEXSDK_ERR_BUSY then. A single internal shutter makes
+ * one readout, ended by its frame; every other trigger reads out until ovexsdk_acq_abort. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_select_processing(ovexsdk_dev_ctx* ctx,
                                                            ovexsdk_acq_process_mode mode);
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_start(ovexsdk_dev_ctx* ctx,

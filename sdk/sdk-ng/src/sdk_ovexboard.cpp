@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "modules/acquisition.hpp"
 #include "modules/axi_lite.hpp"
 #include "modules/bias_ctrl.hpp"
 #include "modules/eeprom_24CS512.hpp"
@@ -138,6 +139,14 @@ void OvexBoard::StartMonitors() {
 }
 
 std::error_code OvexBoard::Epilogue() {
+    // A readout still running ends before the board goes: its transfers stop in order, and its
+    // Consumer hands on what had arrived.
+    for (auto* readout : GetModules<acquisition::IAcquisition>()) {
+        if (readout->IsRunning()) {
+            OVEX_LOG_WARN("Stopping %s before the device closes.", readout->GetName());
+            readout->Abort(acquisition::IAcquisition::kAbortFromInside);
+        }
+    }
     auto* monitors = GetModule<IMonitorControl>();
     if (monitors == nullptr) {
         OVEX_LOG_WARN("Async monitors unavailable, skipping attempt to stop them.");
