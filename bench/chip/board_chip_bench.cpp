@@ -15,55 +15,17 @@
 #include <vector>
 
 #include "api_internal.hpp"
-#include "ovex/vboard/virtual_board.hpp"
 #include "ovexsdk.h"
+#include "support/board_session.hpp"
 
 namespace {
 
 using ovex::vboard::TestBed;
-using ovex::vboard::VirtualBoard;
 
 constexpr std::size_t kPixels = 65536;
 constexpr const char* kChipId = "H05-W0318";
 
-// A Timepix3 board on its own bus, open, both units powered up.
-class Session {
-public:
-    Session() : m_board(m_bed, 1, Quiet()) {
-        ovexsdk_ctx_create(&m_ctx, "usb:sn:OVX00001");
-        m_ready =
-            ovexsdk_dev_open(&m_ctx) == OVEXSDK_OK && ovexsdk_dev_power_up(&m_ctx) == OVEXSDK_OK;
-    }
-    ~Session() {
-        ovexsdk_dev_close(&m_ctx);
-        ovexsdk_ctx_release(&m_ctx);
-    }
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
-
-    bool Ready() const { return m_ready; }
-    ovexsdk_dev_ctx* Context() { return &m_ctx; }
-    // Control requests the board has received so far.
-    std::size_t Requests() { return m_board.Firmware().RequestLog().size(); }
-
-private:
-    static VirtualBoard::Settings Quiet() {
-        VirtualBoard::Settings settings;
-        settings.stream.total_bytes = 0;
-        return settings;
-    }
-
-    TestBed m_bed;
-    VirtualBoard m_board;
-    ovexsdk_dev_ctx m_ctx{};
-    bool m_ready = false;
-};
-
-// Control requests per iteration since `before`.
-void CountRequests(benchmark::State& state, Session& session, std::size_t before) {
-    state.counters["requests"] =
-        static_cast<double>(session.Requests() - before) / static_cast<double>(state.iterations());
-}
+using Session = ovex::bench::BoardSession;
 
 // Resets the chip, writes its default matrix, reads it back over the data endpoint and compares
 // it, then writes `host`.
@@ -88,7 +50,7 @@ void FullMatrix(benchmark::State& state, Session& session) {
             return;
         }
     }
-    CountRequests(state, session, before);
+    session.CountRequests(state, before);
 }
 
 // A user mask merges into the chip's matrix, which is then written whole, without a read-back.
@@ -107,7 +69,7 @@ void MatrixWrite(benchmark::State& state, Session& session) {
             return;
         }
     }
-    CountRequests(state, session, before);
+    session.CountRequests(state, before);
 }
 
 std::string ReadSample(const char* name) {
@@ -134,7 +96,7 @@ void ConfigureFromFile(benchmark::State& state, Session& session, const std::str
             return;
         }
     }
-    CountRequests(state, session, before);
+    session.CountRequests(state, before);
     state.counters["file_KB"] = static_cast<double>(text.size()) / 1000.0;
 }
 
@@ -158,7 +120,7 @@ void ThresholdRoundTrip(benchmark::State& state, Session& session, const std::st
         benchmark::DoNotOptimize(kev);
         turn ^= 1;
     }
-    CountRequests(state, session, before);
+    session.CountRequests(state, before);
 }
 
 }  // namespace

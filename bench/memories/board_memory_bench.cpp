@@ -11,69 +11,16 @@
 #include <random>
 #include <vector>
 
-#include "ovex/vboard/virtual_board.hpp"
 #include "ovexsdk.h"
+#include "support/board_session.hpp"
 
 namespace {
-
-using ovex::vboard::TestBed;
-using ovex::vboard::VirtualBoard;
 
 constexpr std::uint8_t kBackendFlash = 0;
 constexpr std::uint8_t kEeprom = 0;
 constexpr std::uint64_t kEepromBytes = 64 * 1024;
 
-// A Timepix3 board on its own bus, open, both units powered up.
-class Session {
-public:
-    Session() : m_board(m_bed, 1, Quiet()) {
-        ovexsdk_ctx_create(&m_ctx, "usb:sn:OVX00001");
-        m_ready =
-            ovexsdk_dev_open(&m_ctx) == OVEXSDK_OK && ovexsdk_dev_power_up(&m_ctx) == OVEXSDK_OK;
-    }
-    ~Session() {
-        ovexsdk_dev_close(&m_ctx);
-        ovexsdk_ctx_release(&m_ctx);
-    }
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
-
-    bool Ready() const { return m_ready; }
-    ovexsdk_dev_ctx* Context() { return &m_ctx; }
-    // Control requests the board has received so far.
-    std::size_t Requests() { return m_board.Firmware().RequestLog().size(); }
-
-private:
-    static VirtualBoard::Settings Quiet() {
-        VirtualBoard::Settings settings;
-        settings.stream.total_bytes = 0;
-        return settings;
-    }
-
-    TestBed m_bed;
-    VirtualBoard m_board;
-    ovexsdk_dev_ctx m_ctx{};
-    bool m_ready = false;
-};
-
-// A powered board, or the benchmark skipped with the reason.
-bool Usable(benchmark::State& state, Session& session) {
-    if (!TestBed::PreloadActive()) {
-        state.SkipWithError("needs LD_PRELOAD=libumockdev-preload.so.0");
-        return false;
-    }
-    if (!session.Ready()) {
-        state.SkipWithError("open or power-up failed");
-        return false;
-    }
-    return true;
-}
-
-// Control requests per iteration since `before`.
-void CountRequests(benchmark::State& state, Session& session, std::size_t before) {
-    state.counters["requests"] =
-        static_cast<double>(session.Requests() - before) / static_cast<double>(state.iterations());
-}
+using Session = ovex::bench::BoardSession;
 
 double Seconds(std::chrono::steady_clock::duration duration) {
     return std::chrono::duration<double>(duration).count();
@@ -106,7 +53,7 @@ bool Verify(ovexsdk_dev_ctx* ctx, const std::vector<std::uint8_t>& image,
 // time between the two halves.
 void BM_FlashProgramAndVerify(benchmark::State& state) {
     Session session;
-    if (!Usable(state, session)) {
+    if (!session.Usable(state)) {
         return;
     }
     ovexsdk_flash_region_info region{};
@@ -139,7 +86,7 @@ void BM_FlashProgramAndVerify(benchmark::State& state) {
         programming += programmed - start;
         verifying += std::chrono::steady_clock::now() - programmed;
     }
-    CountRequests(state, session, before);
+    session.CountRequests(state, before);
     const auto iterations = static_cast<double>(state.iterations());
     state.counters["program_s"] = Seconds(programming) / iterations;
     state.counters["verify_s"] = Seconds(verifying) / iterations;
@@ -154,7 +101,7 @@ BENCHMARK(BM_FlashProgramAndVerify)
 // The whole EEPROM in one call.
 void BM_EepromRead(benchmark::State& state) {
     Session session;
-    if (!Usable(state, session)) {
+    if (!session.Usable(state)) {
         return;
     }
     std::vector<std::uint8_t> bytes(kEepromBytes);
@@ -168,7 +115,7 @@ void BM_EepromRead(benchmark::State& state) {
             return;
         }
     }
-    CountRequests(state, session, before);
+    session.CountRequests(state, before);
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes.size()));
 }
 BENCHMARK(BM_EepromRead)->Unit(benchmark::kMillisecond)->UseRealTime();
