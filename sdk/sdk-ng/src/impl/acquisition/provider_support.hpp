@@ -4,9 +4,11 @@
 // transfers has ended, so that the consumer gets exactly one end item per run.
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <system_error>
 
+#include "ovex/usb/async_state.hpp"
 #include "ovex/usb/usb_device.hpp"
 
 namespace ovex::sdk::acquisition::detail {
@@ -14,6 +16,17 @@ namespace ovex::sdk::acquisition::detail {
 // The bulk IN endpoint with `address`, or an error (logged) if the device has none.
 std::error_code FindDataEndpoint(usb::device::UsbDevice& device, std::uint8_t address,
                                  usb::device::UsbBulkEp*& bulk);
+
+// The words in which a provider reports its stop.
+struct StopTexts {
+    const char* invalid_future;  // a fatal check
+    const char* received;        // what stands before the bytes the run received
+};
+
+// Aborts a run's transfers and waits for them to end, logging as a provider's Stop does; the
+// result of the run, or why the abort failed. `queued`: items the consumer has not taken.
+std::error_code StopTransfers(usb::device::AsyncState& state, std::size_t queued,
+                              const StopTexts& texts);
 
 // Counts the buffers lent to the transfers of one run. The run has ended once its transfers
 // have started and the last lent buffer has come back: whether it was stopped, the device went

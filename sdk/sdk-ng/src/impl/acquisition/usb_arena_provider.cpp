@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
-#include <future>
 #include <new>
 #include <stdexcept>
 #include <thread>
@@ -279,22 +278,9 @@ std::error_code UsbArenaProvider::Stop() {
         OVEX_LOG_WARN("Already stopped, skipping USB transfer abort.");
         return std::make_error_code(std::errc::operation_canceled);
     }
-    OVEX_LOG_INFO("USB data provider stopping...");
-    if (const std::size_t queued = m_buffers->Queued(); queued != 0) {
-        OVEX_LOG_WARN("Unconsumed buffers remaining: %zu.", queued);
-    }
-    std::error_code result = m_state->Abort();
-    if (result) {
-        OVEX_LOG_EC(log::kError, "Failed to abort USB transfer - %s: %s.", result);
-    } else {
-        std::future<usb::device::UsbResult> future = m_state->Future();
-        OVEX_CHECK(future.valid(), "BUG: Transfer future is invalid.");
-        OVEX_LOG_DEBUG("Awaiting async USB transfer transfer completion...");
-        const usb::device::UsbResult transferred = future.get();
-        OVEX_LOG_INFO("Total received raw bytes of data: %zu.",
-                      static_cast<std::size_t>(transferred.bytes));
-        result = transferred.error;
-    }
+    const std::error_code result = detail::StopTransfers(
+        *m_state, m_buffers->Queued(),
+        {"BUG: Transfer future is invalid.", "Total received raw bytes of data"});
     m_state.reset();
     m_buffers->PushEnd();
     OVEX_LOG_INFO("USB data provider stopped.");
