@@ -2,6 +2,7 @@
 // configuration, and the host's shutter.
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <iterator>
 #include <set>
@@ -30,9 +31,6 @@ std::set<std::uint8_t> CommonTriggerTypes(IBackend& backend, IFrontend& frontend
 }
 
 ovexsdk_err_code TriggerConfigure(Context& context, const ovexsdk_trigger_config* config) {
-    if (LogInvalidPointer(config, "config")) {
-        return OVEXSDK_ERR_INVALID;
-    }
     if (LogMissingDevice(context)) {
         return OVEXSDK_ERR_NO_DEVICE;
     }
@@ -62,12 +60,19 @@ ovexsdk_err_code TriggerConfigure(Context& context, const ovexsdk_trigger_config
         OVEX_LOG_ERROR("Unsupported trigger mode (%d).", static_cast<int>(config->mode));
         return OVEXSDK_ERR_INVALID;
     }
+    // A negative or endless shutter, or one that isn't a number, is refused; the frontends take
+    // care of shutters too long for the board's counter.
+    const double duration = config->shutter_duration;
+    if (mode <= ExternalStartShutterDuration && (!std::isfinite(duration) || duration < 0.0)) {
+        OVEX_LOG_ERROR("Invalid shutter duration %g s.", duration);
+        return OVEXSDK_ERR_INVALID;
+    }
     OVEX_LOG_INFO("Setting trigger for %s to %s.", frontend->GetId().c_str(),
                   TriggerModeName(mode));
     const auto type = static_cast<std::uint8_t>(mode);
     std::error_code failed = backend->SetTriggerInput(type);
     if (!failed) {
-        failed = frontend->SetTrigger(type, static_cast<double>(config->shutter_duration));
+        failed = frontend->SetTrigger(type, duration);
     }
     if (failed) {
         OVEX_LOG_EC(log::kError, "Failed to configure trigger - %s: %s.", failed);
@@ -78,9 +83,6 @@ ovexsdk_err_code TriggerConfigure(Context& context, const ovexsdk_trigger_config
 
 ovexsdk_err_code TriggerList(Context& context, ovexsdk_trigger_mode* modes,
                              std::uint64_t* mode_count) {
-    if (LogInvalidPointer(modes, "modes") || LogInvalidPointer(mode_count, "mode_count")) {
-        return OVEXSDK_ERR_INVALID;
-    }
     if (LogMissingDevice(context)) {
         return OVEXSDK_ERR_NO_DEVICE;
     }
@@ -124,6 +126,23 @@ ovexsdk_err_code TriggerNow(Context& context) {
     return OVEXSDK_ERR_INVALID;
 }
 
+// The pointers are checked before the device is taken, so that a bad pointer is refused as such
+// even while another thread holds the device.
+ovexsdk_err_code CheckedTriggerConfigure(Context& context, const ovexsdk_trigger_config* config) {
+    if (LogInvalidPointer(config, "config")) {
+        return OVEXSDK_ERR_INVALID;
+    }
+    return Exclusive<&TriggerConfigure>::Call(context, config);
+}
+
+ovexsdk_err_code CheckedTriggerList(Context& context, ovexsdk_trigger_mode* modes,
+                                    std::uint64_t* mode_count) {
+    if (LogInvalidPointer(modes, "modes") || LogInvalidPointer(mode_count, "mode_count")) {
+        return OVEXSDK_ERR_INVALID;
+    }
+    return Exclusive<&TriggerList>::Call(context, modes, mode_count);
+}
+
 }  // namespace
 
 }  // namespace ovex::sdk
@@ -134,13 +153,13 @@ extern "C" {
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_trigger_configure(ovexsdk_dev_ctx* ctx,
                                                        const ovexsdk_trigger_config* config) {
-    return OVEXSDK_FRAME(&Exclusive<&TriggerConfigure>::Call, ctx, config);
+    return OVEXSDK_FRAME(&CheckedTriggerConfigure, ctx, config);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_trigger_list(ovexsdk_dev_ctx* ctx,
                                                   ovexsdk_trigger_mode modes[],
                                                   uint64_t* mode_count) {
-    return OVEXSDK_FRAME(&Exclusive<&TriggerList>::Call, ctx, modes, mode_count);
+    return OVEXSDK_FRAME(&CheckedTriggerList, ctx, modes, mode_count);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_trigger_now(ovexsdk_dev_ctx* ctx) {

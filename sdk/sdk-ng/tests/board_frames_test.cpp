@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -366,6 +367,16 @@ TEST_F(FrameSession, BadStartsAndSettingsAreRefused) {
     EXPECT_EQ(SetTrigger(InternalStartContinuous, 0.1f), OVEXSDK_ERR_INVALID);
     EXPECT_TRUE(m_log.Contains(log::kError, "Unsupported trigger mode (2)."));
     EXPECT_EQ(ovexsdk_trigger_configure(&m_ctx, nullptr), OVEXSDK_ERR_INVALID);
+    // A shutter that isn't a number or is negative is refused; one too long for the board's
+    // counter becomes the longest it can count, where it would wrap to a short one.
+    EXPECT_EQ(SetTrigger(InternalStartShutterDuration, std::nanf("")), OVEXSDK_ERR_INVALID);
+    EXPECT_EQ(SetTrigger(ExternalStartShutterDuration, -1.0f), OVEXSDK_ERR_INVALID);
+    EXPECT_TRUE(m_log.Contains(log::kError, "Invalid shutter duration -1 s."));
+    EXPECT_EQ(SetTrigger(InternalStartShutterDuration, 200.0f), OVEXSDK_OK);
+    EXPECT_EQ(static_cast<std::uint32_t>(State("TPX_SHUT_DUR")), 0xFFFFFFFFu);
+    EXPECT_TRUE(m_log.Contains(log::kWarning,
+                               "Specified shutter duration exceeds allowed maximum of "
+                               "4294967295[1/40000000]s. Setting shutter to maximum."));
     EXPECT_EQ(ovexsdk_acq_select_processing(&m_ctx, static_cast<ovexsdk_acq_process_mode>(9)),
               OVEXSDK_ERR_INVALID);
 

@@ -6,13 +6,9 @@ namespace ovex::sdk {
 
 namespace {
 
-// The longest shutter whose ticks of the 40 MHz clock fit 32 bits, and its text.
-constexpr double kLongestShutter = 107.374182375;
-constexpr const char* kLongestShutterText = "4294967295[1/40000000]s";
-
-bool ExceedsTicks(double duration) {
-    return duration * 40000000.0 > 4294967295.0;
-}
+using trigger::ExceedsTicks;
+using trigger::kLongestShutter;
+using trigger::kLongestShutterText;
 
 ModuleRequirements TriggerItems(Commands* commands, States* states) {
     return ModuleRequirements{

@@ -15,7 +15,8 @@ std::error_code IntSingleTpx3efe::Stop() {
     std::error_code ec;
     for (int attempt = 0; attempt < kStopAttempts; ++attempt) {
         ec = InvokeStep(m_commands, "TPX_SHUT_STOP", "Failed to stop the single trigger");
-        if (!ec || ec == std::errc::no_such_device) {
+        // A board that has gone or doesn't answer in time won't take the next send either.
+        if (!ec || ec == std::errc::no_such_device || ec == std::errc::timed_out) {
             break;
         }
     }

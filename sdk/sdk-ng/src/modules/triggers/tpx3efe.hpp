@@ -20,7 +20,8 @@ public:
 
     std::error_code Fire() override;
     // Repeats the stop while the board refuses it, up to kStopAttempts sends; a board that has
-    // left the bus ends the repeats at once. The last error is returned.
+    // left the bus or doesn't answer in time ends the repeats at once. The last error is
+    // returned.
     std::error_code Stop() override;
     std::error_code Configure() override;
 };

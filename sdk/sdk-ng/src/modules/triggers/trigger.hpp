@@ -17,6 +17,14 @@ namespace ovex::sdk::trigger {
 // truncated toward zero, of which the low 32 bits are kept. A longer shutter wraps.
 std::uint32_t Ticks(double seconds) noexcept;
 
+// The longest shutter whose ticks fit 32 bits, and its text in the frontends' warnings.
+inline constexpr double kLongestShutter = 107.374182375;
+inline constexpr const char* kLongestShutterText = "4294967295[1/40000000]s";
+// True if the ticks of `seconds` don't fit 32 bits; the frontends then take the longest shutter.
+constexpr bool ExceedsTicks(double seconds) noexcept {
+    return seconds * 40000000.0 > 4294967295.0;
+}
+
 // A shutter that the host opens. `type` is the trigger mode of the exported interface.
 class InternalTrigger {
 public:
