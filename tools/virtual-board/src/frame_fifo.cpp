@@ -92,12 +92,4 @@ std::optional<Produced> FrameFifo::Send(std::span<std::uint8_t> out, bool mid_tr
     return Produced{count, !m_end_due};
 }
 
-void FrameFifo::Clear() {
-    if (m_sent > 0) {
-        m_end_due = true;
-        m_sent = 0;
-    }
-    m_queue.clear();
-}
-
 }  // namespace ovex::vboard

@@ -30,10 +30,6 @@ public:
     // ends exactly at the end of a transfer is followed by an empty one.
     std::optional<Produced> Send(std::span<std::uint8_t> out, bool mid_transfer);
 
-    // The chip's reset or power loss: the frames waiting go. A frame the host is in the middle
-    // of ends where it is.
-    void Clear();
-
     void InjectFault(FrameFault fault) { m_fault = fault; }
     const std::deque<ReadoutFrame>& Log() const { return m_log; }
     FrameCounters Counters() const { return m_counters; }

@@ -25,6 +25,12 @@ constexpr int kSenseSpanMv = 1200;
 // frames.
 constexpr std::uint8_t kDataDrivenMode = 1;
 constexpr std::uint8_t kCountMode = 2;
+
+// The host's pixel (row y, column x) is the device's pixel (255 − x, 255 − y): its matrix is
+// mirrored on the anti-diagonal on the way to the chip.
+std::size_t DevicePixel(std::size_t host_pixel) {
+    return (255 - host_pixel % 256) * 256 + (255 - host_pixel / 256);
+}
 constexpr std::uint8_t kLastMode = 2;
 
 constexpr std::array<std::string_view, 18> kDacStates = {
@@ -109,6 +115,11 @@ std::uint32_t Tpx3Chip::CommandRefusal(std::size_t command, std::span<const std:
     }
     if (const std::uint32_t refusal = m_shutter.CommandRefusal(command, input)) {
         return refusal;
+    }
+    // An exposure's frame leaves the chip on its data channels: with none on, the firmware
+    // refuses the shutter rather than lose the frame.
+    if (m_shutter.StartsExposure(command) && states[m_channels] == 0) {
+        return kChannelFailure;
     }
     if (command == m_opmode) {
         if (input.size() != 1 || input[0] > kLastMode) {
@@ -214,11 +225,11 @@ void Tpx3Chip::ReadOutFrame(const Tpx3Shutter::Closed& exposure) {
     if (m_mode == kDataDrivenMode) {
         return;  // no frames: the chip streams its hits
     }
-    // The host's pixel (row y, column x) is the device's pixel (255 − x, 255 − y); bit 0 of its
-    // configuration masks it.
+    // Bit 0 of a pixel's configuration, as the pixel holds it, masks it.
+    const std::vector<std::uint8_t> bits = PixelConfiguration();
     std::vector<std::uint8_t> masked(kPixels);
     for (std::size_t k = 0; k < kPixels; ++k) {
-        masked[k] = PixelBits(m_matrix, (255 - k % 256) * 256 + (255 - k / 256)) & 1;
+        masked[k] = bits[DevicePixel(k)] & 1;
     }
     ReadoutFrame frame;
     frame.mode = m_mode;
@@ -297,16 +308,19 @@ std::optional<float> Tpx3Chip::MonitorReading(std::size_t monitor,
     return static_cast<float>(SenseMillivolts(states)) / 1000.0F;
 }
 
-std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
+std::vector<std::uint8_t> Tpx3Chip::PixelConfiguration() const {
     std::vector<std::uint8_t> bits(kPixels);
     for (std::size_t k = 0; k < kPixels; ++k) {
         bits[k] = PixelBits(m_matrix, k);
     }
-    // The host's pixel (row y, column x) is the device's pixel (255 − x, 255 − y): its matrix is
-    // mirrored on the anti-diagonal on the way to the chip.
     for (const auto& [pixel, stuck] : m_faults->stuck_pixels) {
-        bits[(255 - pixel % 256) * 256 + (255 - pixel / 256)] = stuck;
+        bits[DevicePixel(pixel)] = stuck;
     }
+    return bits;
+}
+
+std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
+    const std::vector<std::uint8_t> bits = PixelConfiguration();
     // A configuration packet: type 1 in bits 47..46, the address in 45..30, the pixel's bits in
     // 19..14, least significant byte first. Pixel k answers at the address that the host turns
     // back into k: 65535 − k with its bytes swapped.

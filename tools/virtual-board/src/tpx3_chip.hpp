@@ -73,13 +73,17 @@ public:
 private:
     bool Present() const { return !m_dacs.empty(); }
     bool Powered(const std::vector<int>& states) const;
-    // The chip's rails went off, or its reset: its memory, registers, exposure and frames go.
+    // The chip's rails went off, or its reset: its memory, registers and exposure go; the frames
+    // already in the back end's FIFO stay.
     void Clear(std::vector<int>& states);
     // The frame of an exposure that ended, in the mode the chip is in (none in the data-driven
     // mode).
     void ReadOutFrame(const Tpx3Shutter::Closed& exposure);
     int SenseMillivolts(const std::vector<int>& states) const;
     // Every pixel as a configuration packet, in the chip's pixel order.
+    // The six configuration bits of each pixel in device order, as the pixels hold them: the
+    // matrix loaded, with the stuck pixels' bits.
+    std::vector<std::uint8_t> PixelConfiguration() const;
     std::vector<std::uint8_t> ReadBack() const;
 
     const HardwareFaults* m_faults;

@@ -34,6 +34,10 @@ public:
 
     bool Present() const { return m_present; }
     bool IsOpen() const { return m_open_tick.has_value(); }
+    // TPX_SHUT_IMM and TPX_SHUT_EXT: the commands that lead to an exposure and its frame.
+    bool StartsExposure(std::size_t command) const {
+        return m_present && (command == m_immediate || command == m_external);
+    }
     // The commands that need the chip powered.
     std::vector<std::size_t> ChipCommands() const;
 

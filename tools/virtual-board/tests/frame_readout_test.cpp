@@ -26,6 +26,7 @@ constexpr std::uint8_t kCommands = 0x01;
 constexpr std::uint8_t kStates = 0x03;
 constexpr std::uint32_t kChipNotReadyWord = 0x06000000;
 constexpr std::uint32_t kChipBusyWord = 0x06000002;
+constexpr std::uint32_t kChannelFailureWord = 0x06000004;
 constexpr std::uint32_t kBadValue = 0x40;
 constexpr std::uint32_t kNotConfiguredWord = 0x44;
 constexpr std::size_t kTransfer = 0x60400;  // the host's frame transfer
@@ -91,7 +92,8 @@ public:
                             static_cast<std::uint8_t>(v >> 16), static_cast<std::uint8_t>(v >> 24)};
         return Outcome(m_model.Control({0x40, kStates, 3, Id(names, name), 4}, data));
     }
-    // The chip powered as the host's power scripts leave it, in `mode`, its ToA clock synced.
+    // The chip powered as the host's power scripts leave it, its data channels on as the host's
+    // chip reset leaves them, in `mode`, its ToA clock synced.
     void PowerChip(std::uint8_t mode = 0) {
         for (const char* rail : {"DC_1V0", "DC_1V8", "DC_2V5", "DC_3V3"}) {
             ASSERT_EQ(SetState(rail, 1), 0U);
@@ -99,6 +101,7 @@ public:
         ASSERT_EQ(Invoke("FPGA_CONF"), 0U);
         ASSERT_EQ(SetState("FRONTEND_EN", 1), 0U);
         ASSERT_EQ(SetState("DETECTOR_EN", 1), 0U);
+        ASSERT_EQ(SetState("TPX_CHAN_EN", 255), 0U);
         ASSERT_EQ(Invoke("TPX_OPMODE", {mode}), 0U);
         ASSERT_EQ(Invoke("TPX_T0_SYNC"), 0U);
     }
@@ -255,6 +258,10 @@ TEST_F(FrameReadout, ShutterOfZeroTicksWaitsForStopAndRefusesWhatWouldDisturbIt)
     EXPECT_EQ(Invoke("TPX_SHUT_EXT"), kNotConfiguredWord);  // no trigger input wired yet
     EXPECT_EQ(Invoke("TPX_SHUT_IMM", {1}), kBadValue);
     EXPECT_EQ(Invoke("TPX_SHUT_STOP", {1}), kBadValue);
+    // Without data channels no frame could leave the chip.
+    ASSERT_EQ(SetState("TPX_CHAN_EN", 0), 0U);
+    EXPECT_EQ(Invoke("TPX_SHUT_IMM"), kChannelFailureWord);
+    ASSERT_EQ(SetState("TPX_CHAN_EN", 255), 0U);
 
     ASSERT_EQ(Invoke("TPX_SHUT_IMM"), 0U);  // TPX_SHUT_DUR is 0
     m_engine.AdvanceTime(10s);
@@ -324,8 +331,12 @@ TEST_F(FrameReadout, TriggerInputOpensTheArmedShutterAsItsWiringSays) {
 TEST_F(FrameReadout, FloodHitsEveryUnmaskedPixelOnceInEitherMode) {
     m_engine.SetHitModel({.flood = true, .seed = 7});
     PowerChip();
-    const std::vector<std::uint32_t> masked = {0, 1, 256, 40000, 65535};
-    Mask(masked);
+    // The pixels hold what their stuck bits say: pixel 300 is masked though the host didn't,
+    // and pixel 40000 can't be masked.
+    const std::vector<std::uint32_t> masked = {0, 1, 256, 300, 65535};
+    Mask({0, 1, 256, 40000, 65535});
+    m_engine.StickPixel(300, 1);
+    m_engine.StickPixel(40000, 0);
     Expose(kTicksPerMs);
     ASSERT_EQ(Invoke("TPX_OPMODE", {2}), 0U);
     Expose(kTicksPerMs);

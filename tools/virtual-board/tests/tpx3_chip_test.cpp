@@ -289,6 +289,7 @@ TEST_F(Tpx3Chip, FrameArrivesAsOneShortTransferAheadOfTheStream) {
     BoardHost& host = Start();
     FirmwareEngine& engine = Board().Engine();
     engine.SetHitModel({.spot_rate = 1e6, .seed = 3});
+    ASSERT_EQ(host.SetState("TPX_CHAN_EN", 255), 0U);
     ASSERT_EQ(host.Invoke("TPX_OPMODE", {0}), 0U);
     ASSERT_EQ(host.Invoke("TPX_T0_SYNC"), 0U);
     ASSERT_EQ(host.SetState("TPX_SHUT_DUR", 40000), 0U);  // 1 ms
