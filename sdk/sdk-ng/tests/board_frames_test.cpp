@@ -85,6 +85,8 @@ protected:
     void SetUp() override {
         ChipSession::SetUp();
         OpenPowered();
+        // The chip's reset turns its data channels on: no frame leaves it without.
+        ASSERT_EQ(ovexsdk_chip_configure(&m_ctx, 0), OVEXSDK_OK);
         vboard::HitModel beam;
         beam.spot_x = 60;
         beam.spot_y = 190;
@@ -166,7 +168,6 @@ TEST_F(FrameSession, ItotFramesCountEventsAndMaskedPixelsStayDark) {
     vboard::HitModel flood;
     flood.flood = true;
     Engine().SetHitModel(flood);
-    ASSERT_EQ(ovexsdk_chip_configure(&m_ctx, 0), OVEXSDK_OK);  // no file: the default matrix
     Bytes mask(kPixels);
     for (std::size_t y = 0; y < 256; ++y) {
         mask[y * 256 + 40] = 1;
