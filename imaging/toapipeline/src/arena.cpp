@@ -92,6 +92,11 @@ std::span<std::uint8_t> Arena::Allocate(std::uint64_t bytes) {
             ovex::thread::LogSystemError(prefix.c_str());
             throw std::bad_alloc();
         }
+        // Committed memory gets its writable pages now: data that land in it later (a USB
+        // transfer, a stage's output) take no page faults, and no fault that first maps the
+        // shared zero page and then copies it for the write. A kernel without the advice
+        // leaves the pages to the first write.
+        ::madvise(address - into_page, clipped + into_page, MADV_POPULATE_WRITE);
         m_committed += clipped;
     }
     m_offsets.push_back(m_used);
