@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <latch>
+#include <memory>
 #include <thread>
 
+#include "impl/acquisition/consumer_queue.hpp"
 #include "impl/acquisition/usb_vector_provider.hpp"
 #include "support/log_capture.hpp"
 #include "usb_provider_fixture.hpp"
@@ -146,6 +148,32 @@ TEST(UsbVectorBufferProviderTest, EmptyUnknownAndOverflowingTransfers) {
     EXPECT_EQ(buffers.Pop(), nullptr);
     EXPECT_TRUE(buffers.PushEnd());  // the run had its end item
     EXPECT_EQ(buffers.Queued(), 0u);
+}
+
+TEST(ConsumerQueueTest, EndOfAFullQueueFollowsItsItemsAndADiscardDropsIt) {
+    detail::ConsumerQueue<std::unique_ptr<int>> queue(2);
+    const auto fill = [&](int first) {
+        for (int value : {first, first + 1}) {
+            auto item = std::make_unique<int>(value);
+            ASSERT_TRUE(queue.TryPush(item));
+        }
+    };
+    fill(1);
+    EXPECT_FALSE(queue.PushEnd());
+    EXPECT_EQ(*queue.Pop(), 1);
+    EXPECT_EQ(*queue.Pop(), 2);
+    EXPECT_EQ(queue.Pop(), nullptr);
+    EXPECT_TRUE(queue.PushEnd());  // the next run's end fits
+    EXPECT_EQ(queue.Pop(), nullptr);
+
+    // What a discard takes from a full queue includes the end it owed.
+    fill(3);
+    EXPECT_FALSE(queue.PushEnd());
+    std::unique_ptr<int> item;
+    while (queue.TryPop(item)) {
+    }
+    fill(5);
+    EXPECT_EQ(*queue.Pop(), 5);
 }
 
 TEST(UsbVectorBufferProviderTest, RunEndsOnceWhenItsLastBufferComesBack) {

@@ -154,9 +154,8 @@ bool UsbArenaBufferProvider::EndRun() {
               false});
     }
     DropSpan();
-    // A full queue holds items for the consumer anyway.
-    std::unique_ptr<ArenaData> end;
-    return m_queue.TryPush(end);
+    // A full queue holds items for the consumer anyway, and the end item follows them.
+    return m_queue.PushEnd();
 }
 
 void UsbArenaBufferProvider::DropSpan() {

@@ -11,13 +11,13 @@
 #include <mutex>
 #include <optional>
 
+#include "impl/acquisition/consumer_queue.hpp"
 #include "impl/acquisition/data_provider.hpp"
 #include "impl/acquisition/provider_support.hpp"
 #include "ovex/usb/async_state.hpp"
 #include "ovex/usb/data_producer.hpp"
 #include "ovex/usb/usb_device.hpp"
 #include "tpx3_pipeline/arena.hpp"
-#include "tpx3_pipeline/blocking_queue.hpp"
 #include "tpx3_pipeline/pool.hpp"
 
 namespace ovex::sdk::acquisition {
@@ -56,8 +56,9 @@ public:
     // Before the transfers start (a fresh span in a fresh arena), and once they run.
     void Begin();
     void Started();
-    // Ends the run unless it has ended: the span begun is handed out, then the null end item.
-    // False if the queue was full. Only once the transfers have ended.
+    // Ends the run unless it has ended: the span begun is handed out, then the null end item,
+    // which follows what fills the queue if it is full (false then). Only once the transfers
+    // have ended.
     bool PushEnd();
     bool Ended() const { return m_run.Ended(); }
 
@@ -83,7 +84,7 @@ private:
     ArenaFactory m_make_arena;
     std::shared_ptr<ArenaPool> m_pool;
     tpx3_pipeline::Arena::Settings m_settings{0, 0};
-    tpx3_pipeline::BlockingQueue<std::unique_ptr<ArenaData>> m_queue{kQueueCapacity};
+    ConsumerQueue<std::unique_ptr<ArenaData>> m_queue{kQueueCapacity};
     std::deque<std::shared_ptr<tpx3_pipeline::Arena>> m_arenas;  // oldest in front
     std::uint64_t m_span_start = 0;                              // behind the head room
     std::uint64_t m_span_bytes = 0;

@@ -60,27 +60,15 @@ bool UsbVectorBufferProvider::PushEnd() {
 }
 
 bool UsbVectorBufferProvider::PushEndItem() {
-    Buffer end;
-    if (!m_queue.TryPush(end)) {
+    if (!m_queue.PushEnd()) {
         // The consumer still gets it, once it has taken what fills the queue.
         OVEX_LOG_ERROR("Potential deadlock: failed to unblock data consumer.");
-        m_end_owed.store(true, std::memory_order_release);
         return false;
     }
     return true;
 }
 
-UsbVectorBufferProvider::Buffer UsbVectorBufferProvider::Pop() {
-    Buffer item;
-    if (!m_queue.PopUnless(item, m_end_owed)) {
-        m_end_owed.store(false);
-        return nullptr;
-    }
-    return item;
-}
-
 std::size_t UsbVectorBufferProvider::Discard() {
-    m_end_owed.store(false);
     std::size_t bytes = 0;
     Buffer item;
     while (m_queue.TryPop(item)) {

@@ -9,12 +9,12 @@
 #include <optional>
 #include <unordered_map>
 
+#include "impl/acquisition/consumer_queue.hpp"
 #include "impl/acquisition/data_provider.hpp"
 #include "impl/acquisition/provider_support.hpp"
 #include "ovex/usb/async_state.hpp"
 #include "ovex/usb/data_producer.hpp"
 #include "ovex/usb/usb_device.hpp"
-#include "tpx3_pipeline/blocking_queue.hpp"
 
 namespace ovex::sdk::acquisition {
 
@@ -32,9 +32,8 @@ public:
     void Deliver(const usb::device::XferBuffer& buffer) override;
     void Release(const usb::device::XferBuffer& buffer) override;
 
-    // Consumer side: blocks until an item is there, or gives the end item that a full queue
-    // refused once the queue is empty.
-    Buffer Pop();
+    // Consumer side: blocks until an item is there.
+    Buffer Pop() { return m_queue.Pop(); }
     // Before the transfers start, and once they run.
     void Begin() { m_run.Begin(); }
     void Started();
@@ -54,8 +53,7 @@ private:
 
     std::unordered_map<const std::uint8_t*, Buffer> m_lent;
     RunEnd m_run;
-    tpx3_pipeline::BlockingQueue<Buffer> m_queue{kQueueCapacity};
-    std::atomic<bool> m_end_owed{false};
+    ConsumerQueue<Buffer> m_queue{kQueueCapacity};
     std::atomic<std::uint64_t> m_refused{0};
 };
 
