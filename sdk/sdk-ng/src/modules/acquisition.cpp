@@ -2,12 +2,30 @@
 
 #include <algorithm>
 
+#include "ovex/log/log.hpp"
+
 namespace ovex::sdk::acquisition {
 
 const char* PixelDepthName(std::uint8_t depth) noexcept {
     static constexpr const char* kNames[] = {"Bit8Depth", "Bit10Depth", "Bit14Depth", "Bit48Depth",
                                              "UnknownDepth"};
     return kNames[std::min<std::uint8_t>(depth, UnknownDepth)];
+}
+
+std::error_code CheckTimepix3Depth(std::uint8_t depth, const char* module) {
+    if (depth != Bit48Depth) {
+        OVEX_LOG_ERROR("BUG: Pixel depth %s is not valid for %s.", PixelDepthName(depth), module);
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    return {};
+}
+
+std::chrono::milliseconds JoinLimit(double seconds) noexcept {
+    if (!(seconds > 0.0)) {
+        return std::chrono::milliseconds{0};
+    }
+    constexpr double kLongest = 1e12;  // the join treats it as forever
+    return std::chrono::milliseconds{static_cast<std::int64_t>(std::min(seconds, kLongest) * 1e3)};
 }
 
 }  // namespace ovex::sdk::acquisition

@@ -3,6 +3,7 @@
 // What every acquisition module offers: start a readout, wait for its end or abort it, and,
 // during the client's callback, the newest result and the raw bytes behind it.
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -50,6 +51,12 @@ enum PixelDepth : std::uint8_t {
     UnknownDepth = 4
 };
 const char* PixelDepthName(std::uint8_t depth) noexcept;
+// The Timepix3 modules take only Bit48Depth; another logs the BUG line naming `module` and gives
+// invalid_argument.
+std::error_code CheckTimepix3Depth(std::uint8_t depth, const char* module);
+// A wait of `seconds` as a join's time-out: truncated to milliseconds, none for what isn't
+// above 0, and a very long one for what has no limit worth the name.
+std::chrono::milliseconds JoinLimit(double seconds) noexcept;
 
 // How a scan is cut into bins: the binned data-driven modes need it.
 struct ScanParameters {
@@ -64,6 +71,9 @@ struct RawSpan {
     const std::byte* data = nullptr;
     std::size_t size = 0;
 };
+
+// What a client's abort waits for data already on their way before it stops the transfers.
+inline constexpr std::chrono::milliseconds kAbortGrace{90};
 
 // Bit 0 of the start flags: keep the raw bytes of each result for GetRawData.
 inline constexpr std::uint32_t kKeepRawData = 1;

@@ -1,29 +1,11 @@
 #include "modules/tpx3_acq_frame_based.hpp"
 
-#include <chrono>
-#include <cmath>
 #include <exception>
-#include <limits>
 #include <thread>
 
 #include "ovex/log/log.hpp"
 
 namespace ovex::sdk::acquisition {
-namespace {
-
-// What a client's abort waits for data already on their way before it stops the transfers.
-constexpr std::chrono::milliseconds kAbortGrace{90};
-
-std::chrono::milliseconds WaitLimit(double seconds) {
-    if (!(seconds > 0.0)) {
-        return std::chrono::milliseconds{0};
-    }
-    // Beyond this the wait has no limit worth the name; the join treats it as forever.
-    constexpr double kLongest = 1e12;
-    return std::chrono::milliseconds{static_cast<std::int64_t>(std::min(seconds, kLongest) * 1e3)};
-}
-
-}  // namespace
 
 Tpx3AcqFrameBased::Tpx3AcqFrameBased(Commands* commands,
                                      std::shared_ptr<IVectorDataProvider> provider)
@@ -106,12 +88,7 @@ bool Tpx3AcqFrameBased::IsRunning() {
 }
 
 std::error_code Tpx3AcqFrameBased::SetPixelDepth(std::uint8_t depth) {
-    if (depth != Bit48Depth) {
-        OVEX_LOG_ERROR("BUG: Pixel depth %s is not valid for %s.", PixelDepthName(depth),
-                       GetName());
-        return std::make_error_code(std::errc::invalid_argument);
-    }
-    return {};
+    return CheckTimepix3Depth(depth, GetName());
 }
 
 std::error_code Tpx3AcqFrameBased::SetFrameCount(std::int64_t count) {
@@ -135,7 +112,7 @@ std::error_code Tpx3AcqFrameBased::AwaitReadoutEnd(double seconds) {
         return std::make_error_code(std::errc::resource_deadlock_would_occur);
     }
     std::lock_guard join(m_join_mutex);
-    if (m_consumer.JoinFor(WaitLimit(seconds))) {
+    if (m_consumer.JoinFor(JoinLimit(seconds))) {
         OVEX_LOG_INFO("All data received for %s.", GetName());
     } else {
         OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
