@@ -242,6 +242,42 @@ typedef struct ovexsdk_acq_tpx3_itot_evcount {
     uint64_t events;
 } ovexsdk_acq_tpx3_itot_evcount;
 
+/* A scan's bins in the binned data-driven modes, bin after bin of each line as the lines end:
+ * the iToT sums or the event counts, one per bin. */
+typedef struct ovexsdk_acq_tpx3_itot_fragment {
+    const uint64_t* itots;
+    uint64_t count;
+} ovexsdk_acq_tpx3_itot_fragment;
+
+typedef struct ovexsdk_acq_tpx3_evcount_fragment {
+    const uint64_t* events;
+    uint64_t count;
+} ovexsdk_acq_tpx3_evcount_fragment;
+
+/* A pixel hit in a bin of the complete binning: its address as the chip sends it, its hits and
+ * the sum of their ToT. */
+typedef struct ovexsdk_tpx3_pixel_bin_record {
+    uint32_t address;
+    uint32_t events;
+    uint32_t itot;
+} ovexsdk_tpx3_pixel_bin_record;
+
+/* The pixels of one bin, in the order of their first hit; null when there are none. */
+typedef struct ovexsdk_tpx3_bin_descriptor {
+    const ovexsdk_tpx3_pixel_bin_record* pixels;
+    uint64_t count;
+} ovexsdk_tpx3_bin_descriptor;
+
+/* The complete binning: per bin the iToT sum, the event count and the pixels. */
+typedef struct ovexsdk_tpx3_acq_itot_evcount_bins {
+    const uint64_t* itots;
+    uint64_t itot_count;
+    const uint64_t* events;
+    uint64_t event_count;
+    const ovexsdk_tpx3_bin_descriptor* bins;
+    uint64_t bin_count;
+} ovexsdk_tpx3_acq_itot_evcount_bins;
+
 /* A user pixel mask: one byte per pixel, index y * width + x, nonzero masks the pixel. */
 typedef struct ovexsdk_chip_pixel_mask {
     uint8_t* data;
@@ -505,6 +541,14 @@ OVEXSDK_API ovexsdk_err_code
 ovexsdk_acq_get_tpx3_toa_tot_packets(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_acq_toa_tot* output);
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_packets(
     ovexsdk_dev_ctx* ctx, const ovexsdk_acq_tpx3_itot_evcount** output, uint64_t* count);
+/* The binned data-driven modes: the complete binning (processing mode 5), and the iToT sums or
+ * event counts alone, which with processing mode 5 come from the complete binning. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_bins(
+    ovexsdk_dev_ctx* ctx, ovexsdk_tpx3_acq_itot_evcount_bins* output);
+OVEXSDK_API ovexsdk_err_code
+ovexsdk_acq_get_tpx3_itot_fragment(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_itot_fragment* output);
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_evcount_fragment(
+    ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_evcount_fragment* output);
 /* The raw buffers of the last result; they stay until the next callback. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_raw_data(ovexsdk_dev_ctx* ctx,
                                                       const ovexsdk_acq_raw_data** buffer,

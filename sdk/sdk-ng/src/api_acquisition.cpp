@@ -16,6 +16,8 @@
 #include "modules/triggers/trigger.hpp"
 #include "ovex/log/log.hpp"
 #include "ovexsdk.h"
+#include "tpx3_pipeline/binning/bin_writers.hpp"
+#include "tpx3_pipeline/common.hpp"
 #include "tpx3_toa_extension/utils/packet_unpack.hpp"
 
 namespace ovex::sdk {
@@ -36,6 +38,16 @@ static_assert(offsetof(tpx3_toa_extension::FrameToaTotRecord, tot) ==
               offsetof(tpx3_toa_extension::FrameToaTotRecord, toa) ==
                   offsetof(ovexsdk_acq_tpx3_toa_tot_record, toa));
 static_assert(kSameLayout<tpx3_toa_extension::FrameItotEventRecord, ovexsdk_acq_tpx3_itot_evcount>);
+static_assert(kSameLayout<tpx3_toa_extension::ToaTotRecord, ovexsdk_acq_tpx3_toa_tot_record>);
+static_assert(offsetof(tpx3_toa_extension::ToaTotRecord, tot) ==
+                  offsetof(ovexsdk_acq_tpx3_toa_tot_record, tot) &&
+              offsetof(tpx3_toa_extension::ToaTotRecord, time) ==
+                  offsetof(ovexsdk_acq_tpx3_toa_tot_record, toa));
+static_assert(kSameLayout<tpx3_pipeline::binning::PixelBinRecord, ovexsdk_tpx3_pixel_bin_record>);
+static_assert(offsetof(tpx3_pipeline::binning::PixelBinRecord, events) ==
+                  offsetof(ovexsdk_tpx3_pixel_bin_record, events) &&
+              offsetof(tpx3_pipeline::binning::PixelBinRecord, itot) ==
+                  offsetof(ovexsdk_tpx3_pixel_bin_record, itot));
 static_assert(offsetof(tpx3_toa_extension::FrameItotEventRecord, itot) ==
                   offsetof(ovexsdk_acq_tpx3_itot_evcount, itot) &&
               offsetof(tpx3_toa_extension::FrameItotEventRecord, events) ==
@@ -54,6 +66,35 @@ IAcquisition* SelectAcquisition(SdkDevice& device, ovexsdk_chip_mode mode,
         }
     }
     return nullptr;
+}
+
+// A data-driven block: its records, the start of its scan line and its three TDC lists.
+void ExportBlock(AcquisitionResult& result, const void* data) {
+    const auto& block = *static_cast<const tpx3_pipeline::common::ExtendedBlock*>(data);
+    for (std::size_t c = 0; c < result.tdc.size(); ++c) {
+        result.tdc[c] = {block.tdc[c].data(), block.tdc[c].size()};
+    }
+    result.toa_tot = {reinterpret_cast<const ovexsdk_acq_tpx3_toa_tot_record*>(block.begin()),
+                      block.count, block.start_toa, result.tdc.data(), result.tdc.size()};
+}
+
+// The complete binning: the two value lists and a descriptor per bin into its pixels.
+void ExportBins(AcquisitionResult& result, const void* data) {
+    const auto& binned = *static_cast<const tpx3_pipeline::binning::BinnedData*>(data);
+    result.bin_list.clear();
+    for (const auto& bin : binned.descriptors) {
+        const auto* pixels = bin.count == 0
+                                 ? nullptr
+                                 : reinterpret_cast<const ovexsdk_tpx3_pixel_bin_record*>(
+                                       binned.packets.data() + bin.offset);
+        result.bin_list.push_back({pixels, bin.count});
+    }
+    result.bins = {binned.itots.data(),  binned.itots.size(),    binned.events.data(),
+                   binned.events.size(), result.bin_list.data(), result.bin_list.size()};
+}
+
+const std::vector<std::uint64_t>& BinValues(const void* data) {
+    return *static_cast<const std::vector<std::uint64_t>*>(data);
 }
 
 template <typename Exported, typename Record>
@@ -89,6 +130,22 @@ void DeliverResult(Context& context, ovexsdk_dev_ctx* handle, IAcquisition& modu
                     data.data);
             result.tag = AcquisitionResult::kItotEvcount;
             break;
+        case AcquisitionDataKind::kToaTotBlock:
+            ExportBlock(result, data.data);
+            result.tag = AcquisitionResult::kToaTot;
+            break;
+        case AcquisitionDataKind::kItotFragment:
+            result.itot_fragment = {BinValues(data.data).data(), BinValues(data.data).size()};
+            result.tag = AcquisitionResult::kItotFragment;
+            break;
+        case AcquisitionDataKind::kEventCountFragment:
+            result.evcount_fragment = {BinValues(data.data).data(), BinValues(data.data).size()};
+            result.tag = AcquisitionResult::kEvcountFragment;
+            break;
+        case AcquisitionDataKind::kBinnedPackets:
+            ExportBins(result, data.data);
+            result.tag = AcquisitionResult::kBinned;
+            break;
         default:
             OVEX_LOG_ERROR("BUG: %s gave a result of unhandled kind %d.", module.GetName(),
                            static_cast<int>(data.kind));
@@ -102,6 +159,9 @@ void DeliverResult(Context& context, ovexsdk_dev_ctx* handle, IAcquisition& modu
     result.tag = AcquisitionResult::kEmpty;
     result.toa_tot = {};
     result.itot_evcount = {};
+    result.itot_fragment = {};
+    result.evcount_fragment = {};
+    result.bins = {};
 }
 
 ovexsdk_err_code AcqSelectProcessing(Context& context, ovexsdk_acq_process_mode mode) {
@@ -342,6 +402,57 @@ ovexsdk_err_code AcqGetItotEvcount(Context& context, const ovexsdk_acq_tpx3_itot
     return OVEXSDK_OK;
 }
 
+ovexsdk_err_code AcqGetBins(Context& context, ovexsdk_tpx3_acq_itot_evcount_bins* output) {
+    if (LogInvalidPointer(output, "output")) {
+        return OVEXSDK_ERR_INVALID;
+    }
+    if (const auto result = CheckResult(context, AcquisitionResult::kBinned)) {
+        return result;
+    }
+    *output = context.Acquisition().bins;
+    return OVEXSDK_OK;
+}
+
+// With the complete binning the fragments are its value lists.
+ovexsdk_err_code AcqGetItotFragment(Context& context, ovexsdk_acq_tpx3_itot_fragment* output) {
+    if (LogInvalidPointer(output, "output")) {
+        return OVEXSDK_ERR_INVALID;
+    }
+    const AcquisitionResult& result = context.Acquisition();
+    if (context.ProcessingMode() == BinCompletely) {
+        if (const auto failed = CheckResult(context, AcquisitionResult::kBinned)) {
+            return failed;
+        }
+        *output = {result.bins.itots, result.bins.itot_count};
+        return OVEXSDK_OK;
+    }
+    if (const auto failed = CheckResult(context, AcquisitionResult::kItotFragment)) {
+        return failed;
+    }
+    *output = result.itot_fragment;
+    return OVEXSDK_OK;
+}
+
+ovexsdk_err_code AcqGetEvcountFragment(Context& context,
+                                       ovexsdk_acq_tpx3_evcount_fragment* output) {
+    if (LogInvalidPointer(output, "output")) {
+        return OVEXSDK_ERR_INVALID;
+    }
+    const AcquisitionResult& result = context.Acquisition();
+    if (context.ProcessingMode() == BinCompletely) {
+        if (const auto failed = CheckResult(context, AcquisitionResult::kBinned)) {
+            return failed;
+        }
+        *output = {result.bins.events, result.bins.event_count};
+        return OVEXSDK_OK;
+    }
+    if (const auto failed = CheckResult(context, AcquisitionResult::kEvcountFragment)) {
+        return failed;
+    }
+    *output = result.evcount_fragment;
+    return OVEXSDK_OK;
+}
+
 ovexsdk_err_code AcqGetRawData(Context& context, const ovexsdk_acq_raw_data** buffer,
                                std::uint64_t* count) {
     if (LogInvalidPointer(buffer, "buffer") || LogInvalidPointer(count, "count")) {
@@ -393,6 +504,21 @@ ovexsdk_acq_get_tpx3_toa_tot_packets(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_acq_
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_packets(
     ovexsdk_dev_ctx* ctx, const ovexsdk_acq_tpx3_itot_evcount** output, uint64_t* count) {
     return OVEXSDK_FRAME(&AcqGetItotEvcount, ctx, output, count);
+}
+
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_bins(
+    ovexsdk_dev_ctx* ctx, ovexsdk_tpx3_acq_itot_evcount_bins* output) {
+    return OVEXSDK_FRAME(&AcqGetBins, ctx, output);
+}
+
+OVEXSDK_API ovexsdk_err_code
+ovexsdk_acq_get_tpx3_itot_fragment(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_itot_fragment* output) {
+    return OVEXSDK_FRAME(&AcqGetItotFragment, ctx, output);
+}
+
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_evcount_fragment(
+    ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_evcount_fragment* output) {
+    return OVEXSDK_FRAME(&AcqGetEvcountFragment, ctx, output);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_raw_data(ovexsdk_dev_ctx* ctx,

@@ -8,6 +8,7 @@
 #include "modules/flash_S25FS128S.hpp"
 #include "modules/ovexboard_backend.hpp"
 #include "modules/timepix_chip.hpp"
+#include "modules/tpx3_acq_data_driven.hpp"
 #include "modules/tpx3_acq_frame_based.hpp"
 #include "modules/tpx3_chip.hpp"
 #include "modules/tpx3efe.hpp"
@@ -19,8 +20,10 @@ OvexBoardTpx3::OvexBoardTpx3(std::shared_ptr<usb::device::UsbDevice> usb_device,
                              usb::device::DeviceInfo info)
     : OvexBoard(usb_device, std::move(info), {"backend", lua_scripts::kPowerOvbd},
                 {"frontend", lua_scripts::kPowerTpx3efe}, Tpx3Housekeeping()),
-      m_vector_provider(std::make_shared<acquisition::UsbVectorProvider>(usb_device)) {
+      m_vector_provider(std::make_shared<acquisition::UsbVectorProvider>(usb_device)),
+      m_arena_provider(std::make_shared<acquisition::UsbArenaProvider>(usb_device)) {
     OVEX_LOG_DEBUG("USB single-transaction provider added to the device.");
+    OVEX_LOG_DEBUG("USB aggregated-transactions provider added to the device.");
 }
 
 std::error_code OvexBoardTpx3::BackendPoweredUp() {
@@ -61,10 +64,15 @@ std::error_code OvexBoardTpx3::FrontendPoweredUp() {
     AddModule<IFrontend>(std::make_unique<Tpx3efe>(m_commands.get(), m_states.get()));
     AddModule<ITimepixChip>(std::make_unique<Timepix3>(m_commands.get(), m_states.get(),
                                                        m_monitors.get(), m_usb_device.get()));
-    AddModule<acquisition::IAcquisition>(
-        std::make_unique<acquisition::Tpx3AcqFBToAToT>(m_commands.get(), m_vector_provider));
-    AddModule<acquisition::IAcquisition>(
-        std::make_unique<acquisition::Tpx3AcqFBIToTEvCnt>(m_commands.get(), m_vector_provider));
+    using namespace acquisition;
+    Commands* commands = m_commands.get();
+    AddModule<IAcquisition>(std::make_unique<Tpx3AcqFBToAToT>(commands, m_vector_provider));
+    AddModule<IAcquisition>(std::make_unique<Tpx3AcqDDEvCountSum>(commands, m_arena_provider));
+    AddModule<IAcquisition>(std::make_unique<Tpx3AcqDDToAToT>(commands, m_arena_provider));
+    AddModule<IAcquisition>(std::make_unique<Tpx3AcqDDToAToTSorted>(commands, m_arena_provider));
+    AddModule<IAcquisition>(std::make_unique<Tpx3AcqDDiToTEvCountBins>(commands, m_arena_provider));
+    AddModule<IAcquisition>(std::make_unique<Tpx3AcqDDIToTSum>(commands, m_arena_provider));
+    AddModule<IAcquisition>(std::make_unique<Tpx3AcqFBIToTEvCnt>(commands, m_vector_provider));
     return {};
 }
 
