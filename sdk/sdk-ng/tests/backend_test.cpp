@@ -239,6 +239,24 @@ TEST_F(BackendTest, ClockInputSwitchesWithTheClockStopped) {
     EXPECT_TRUE(log.Lines().empty());
 }
 
+TEST_F(BackendTest, ClockSwitchEndsAtItsFirstFailedStep) {
+    // The clock that doesn't stop gets no new reference.
+    states.refusals["set MAIN_CLK"] = {kIoError, 1};
+    EXPECT_EQ(backend.ApplySyncOption(15), kIoError);
+    EXPECT_EQ(journal, (Journal{"get DETECTOR_EN", "set MAIN_CLK 0"}));
+    // A reference the clock chip refuses leaves the clock stopped, with the option's words.
+    journal.clear();
+    commands.refusals["MAIN_CLK_SETUP"] = {kIoError, 1};
+    EXPECT_EQ(backend.ApplySyncOption(16), kIoError);
+    EXPECT_EQ(journal, (Journal{"get DETECTOR_EN", "set MAIN_CLK 0", "MAIN_CLK_SETUP"}));
+    EXPECT_EQ(ErrorLines(),
+              (std::vector<std::string>{
+                  Failure("Failed to modify the state of the CDCE6214 clock.", kIoError),
+                  Failure("Failed to configure the 'clock-input:external-40-mhz' synchronization "
+                          "option.",
+                          kIoError)}));
+}
+
 TEST_F(BackendTest, ClockInputIsRefusedWhileTheDetectorIsPoweredOrUnknown) {
     states.values["DETECTOR_EN"] = 1;
     states.values["MAIN_CLK"] = 1;

@@ -403,6 +403,15 @@ TEST_F(FrameSession, BadStartsAndSettingsAreRefused) {
         log::kWarning, "Value '40' is not valid external synchronization option, value ignored."));
     EXPECT_EQ(Engine().Invocations("TRIG_O_EDGE").size(), 1u);
     EXPECT_EQ(State("READY_IO_EN") & 1, 1);
+    // The first option that fails ends the list: the clock can't switch under a powered
+    // detector.
+    ovexsdk_extsync_option clock_first[] = {OVEXSDK_EXTSYNC_CLOCK_INPUT_INTERNAL_200_MHZ,
+                                            OVEXSDK_EXTSYNC_TRIGGER_OUT_LEVEL};
+    EXPECT_EQ(ovexsdk_extsync_configure(&m_ctx, clock_first, 2), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(m_log.Contains(log::kError,
+                               "Failed to apply external synchronization option '15' - generic: "
+                               "Operation not permitted"));
+    EXPECT_TRUE(Engine().Invocations("TRIG_O_LEVEL").empty());
 }
 
 }  // namespace

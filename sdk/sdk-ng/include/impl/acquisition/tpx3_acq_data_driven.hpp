@@ -89,6 +89,9 @@ public:
             OVEX_LOG_ERROR("Failed to invoke TPX_T0_SYNC");
             return Undo(synced);
         }
+        // The run starts here, before the threads that feed and empty it, so that the wait
+        // never meets a run that is still being started.
+        m_pipeline->Start();
         try {
             std::lock_guard join(m_join_mutex);
             m_callback = std::move(callback);
@@ -324,7 +327,6 @@ private:
 
     void Process() {
         m_processing_id.store(std::this_thread::get_id());
-        m_pipeline->Start();
         OVEX_LOG_INFO("%s data processing started.", GetName());
         for (;;) {
             OutItem item = m_pipeline->PopResult();
