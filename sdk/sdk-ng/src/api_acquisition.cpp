@@ -413,45 +413,30 @@ ovexsdk_err_code AcqGetBins(Context& context, ovexsdk_tpx3_acq_itot_evcount_bins
     return OVEXSDK_OK;
 }
 
-// With the complete binning the fragments are its value lists.
-ovexsdk_err_code AcqGetItotFragment(Context& context, ovexsdk_acq_tpx3_itot_fragment* output) {
+// A fragment of the binned modes; with the complete binning it is one of its value lists.
+template <typename Fragment, AcquisitionResult::Tag kTag, Fragment AcquisitionResult::*kFragment,
+          const std::uint64_t* ovexsdk_tpx3_acq_itot_evcount_bins::*kValues,
+          std::uint64_t ovexsdk_tpx3_acq_itot_evcount_bins::*kCount>
+ovexsdk_err_code AcqGetFragment(Context& context, Fragment* output) {
     if (LogInvalidPointer(output, "output")) {
         return OVEXSDK_ERR_INVALID;
     }
     const AcquisitionResult& result = context.Acquisition();
-    if (context.ProcessingMode() == BinCompletely) {
-        if (const auto failed = CheckResult(context, AcquisitionResult::kBinned)) {
-            return failed;
-        }
-        *output = {result.bins.itots, result.bins.itot_count};
-        return OVEXSDK_OK;
-    }
-    if (const auto failed = CheckResult(context, AcquisitionResult::kItotFragment)) {
+    const bool complete = context.ProcessingMode() == BinCompletely;
+    if (const auto failed = CheckResult(context, complete ? AcquisitionResult::kBinned : kTag)) {
         return failed;
     }
-    *output = result.itot_fragment;
+    *output = complete ? Fragment{result.bins.*kValues, result.bins.*kCount} : result.*kFragment;
     return OVEXSDK_OK;
 }
 
-ovexsdk_err_code AcqGetEvcountFragment(Context& context,
-                                       ovexsdk_acq_tpx3_evcount_fragment* output) {
-    if (LogInvalidPointer(output, "output")) {
-        return OVEXSDK_ERR_INVALID;
-    }
-    const AcquisitionResult& result = context.Acquisition();
-    if (context.ProcessingMode() == BinCompletely) {
-        if (const auto failed = CheckResult(context, AcquisitionResult::kBinned)) {
-            return failed;
-        }
-        *output = {result.bins.events, result.bins.event_count};
-        return OVEXSDK_OK;
-    }
-    if (const auto failed = CheckResult(context, AcquisitionResult::kEvcountFragment)) {
-        return failed;
-    }
-    *output = result.evcount_fragment;
-    return OVEXSDK_OK;
-}
+using Bins = ovexsdk_tpx3_acq_itot_evcount_bins;
+constexpr auto AcqGetItotFragment =
+    &AcqGetFragment<ovexsdk_acq_tpx3_itot_fragment, AcquisitionResult::kItotFragment,
+                    &AcquisitionResult::itot_fragment, &Bins::itots, &Bins::itot_count>;
+constexpr auto AcqGetEvcountFragment =
+    &AcqGetFragment<ovexsdk_acq_tpx3_evcount_fragment, AcquisitionResult::kEvcountFragment,
+                    &AcquisitionResult::evcount_fragment, &Bins::events, &Bins::event_count>;
 
 ovexsdk_err_code AcqGetRawData(Context& context, const ovexsdk_acq_raw_data** buffer,
                                std::uint64_t* count) {
@@ -513,12 +498,12 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_bins(
 
 OVEXSDK_API ovexsdk_err_code
 ovexsdk_acq_get_tpx3_itot_fragment(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_itot_fragment* output) {
-    return OVEXSDK_FRAME(&AcqGetItotFragment, ctx, output);
+    return OVEXSDK_FRAME(AcqGetItotFragment, ctx, output);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_evcount_fragment(
     ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_evcount_fragment* output) {
-    return OVEXSDK_FRAME(&AcqGetEvcountFragment, ctx, output);
+    return OVEXSDK_FRAME(AcqGetEvcountFragment, ctx, output);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_raw_data(ovexsdk_dev_ctx* ctx,

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "modules/tpx3_acq_data_driven.hpp"
 #include "support/item_fakes.hpp"
 #include "support/log_capture.hpp"
+#include "support/scripted_run.hpp"
 #include "tpx3_stream/arena_feed.hpp"
 #include "tpx3_stream/reference.hpp"
 
@@ -33,89 +33,35 @@ using tpx3_pipeline::common::ExtendedBlock;
 using tpx3_stream::ExpectedRecord;
 using Span = std::unique_ptr<acquisition::ArenaData>;
 
-// A provider whose spans the test delivers. Like the USB one it hands out one end item per
-// run, at its stop or when its stream ends by itself, and a reset drops what is queued.
+// A provider whose spans the test delivers; a reset drops what is queued.
 class ScriptedArenaProvider final : public acquisition::IArenaDataProvider {
 public:
     std::error_code Configure(std::any settings) override {
         arenas = std::any_cast<tpx3_pipeline::Arena::Settings>(settings);
         return configure_error;
     }
-    std::error_code Start(std::uint64_t /*size*/) override {
-        std::lock_guard lock(m_mutex);
-        m_running = true;
-        m_ended = false;
-        m_end_queued = false;
-        ++starts;
-        return {};
-    }
-    std::error_code Stop() override {
-        std::lock_guard lock(m_mutex);
-        if (!m_running && !m_ended) {
-            return std::make_error_code(std::errc::operation_canceled);
-        }
-        const std::error_code result = m_ended ? m_stream_error : std::error_code{};
-        m_running = false;
-        m_ended = false;
-        ++stops;
-        QueueEnd();
-        return result;
-    }
-    bool IsRunning() override {
-        std::lock_guard lock(m_mutex);
-        return m_running;
-    }
+    std::error_code Start(std::uint64_t /*size*/) override { return run.Start(); }
+    std::error_code Stop() override { return run.Stop(); }
+    bool IsRunning() override { return run.IsRunning(); }
     std::error_code GetData(Span& data) override {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [&] { return !m_queue.empty(); });
-        data = std::move(m_queue.front());
-        m_queue.pop_front();
+        data = run.Pop();
         return {};
     }
     void Reset() override {
-        std::lock_guard lock(m_mutex);
-        m_queue.clear();
+        run.Clear();
         ++resets;
     }
 
     void Deliver(std::vector<Span> spans) {
-        std::lock_guard lock(m_mutex);
         for (Span& span : spans) {
-            m_queue.push_back(std::move(span));
+            run.Deliver(std::move(span));
         }
-        m_changed.notify_all();
-    }
-    // The board went away: the transfers end with `error` and no stop.
-    void EndByItself(std::error_code error) {
-        std::lock_guard lock(m_mutex);
-        m_running = false;
-        m_ended = true;
-        m_stream_error = error;
-        QueueEnd();
     }
 
+    ScriptedRun<Span> run;
     std::error_code configure_error;
     tpx3_pipeline::Arena::Settings arenas{0, 0};
-    int starts = 0;
-    int stops = 0;
     int resets = 0;
-
-private:
-    void QueueEnd() {
-        if (!m_end_queued) {
-            m_end_queued = true;
-            m_queue.push_back(nullptr);
-            m_changed.notify_all();
-        }
-    }
-
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<Span> m_queue;
-    bool m_running = false;
-    bool m_ended = false;
-    bool m_end_queued = false;
-    std::error_code m_stream_error;
 };
 
 // What the callbacks saw.
@@ -228,7 +174,7 @@ TEST_F(DataDrivenAcquisitionTest, FirstShortTransferEndsARecordReadoutWithEveryR
     EXPECT_EQ(results.kinds.size(), end + 1) << "a callback per block, none for the Stop";
     EXPECT_EQ(results.raw_bytes, stream.blocks[end].offset + stream.blocks[end].length);
     EXPECT_TRUE(log.Contains(log::kInfo, "End of readout reached."));
-    EXPECT_EQ(provider->stops, 1);
+    EXPECT_EQ(provider->run.stops, 1);
     EXPECT_EQ(provider->resets, 1) << "what nobody took is dropped";
     EXPECT_THROW(extended.GetData(), std::runtime_error);
 }
@@ -292,7 +238,7 @@ TEST_F(DataDrivenAcquisitionTest, ContinuousReadoutRunsUntilTheClientAbortsAndRe
     EXPECT_TRUE(
         log.Contains(log::kWarning, std::string(extended.GetName()) + " already in progress."));
     EXPECT_TRUE(log.Contains(log::kInfo, "Waiting for abort acquisition data."));
-    EXPECT_EQ(provider->stops, 2);
+    EXPECT_EQ(provider->run.stops, 2);
 }
 
 TEST_F(DataDrivenAcquisitionTest, FailuresEndTheReadoutWithTheirStatusOrLogLine) {
@@ -302,7 +248,7 @@ TEST_F(DataDrivenAcquisitionTest, FailuresEndTheReadoutWithTheirStatusOrLogLine)
     // A board that goes away: the stream's error is the readout's.
     ASSERT_FALSE(extended.Start({}, 0, {}, Into(results)));
     const auto gone = std::make_error_code(std::errc::no_such_device);
-    provider->EndByItself(gone);
+    provider->run.EndByItself(gone);
     EXPECT_EQ(extended.AwaitReadoutEnd(60.0), gone);
     EXPECT_FALSE(extended.IsRunning());
     EXPECT_TRUE(log.Contains(
@@ -326,11 +272,11 @@ TEST_F(DataDrivenAcquisitionTest, FailuresEndTheReadoutWithTheirStatusOrLogLine)
     EXPECT_TRUE(
         log.Contains(log::kError, "Cannot configure provider - generic: Invalid argument."));
     provider->configure_error = {};
-    const int starts = provider->starts;
+    const int starts = provider->run.starts;
     commands.refusals["TPX_T0_SYNC"] = {std::make_error_code(std::errc::io_error), 1};
     EXPECT_EQ(extended.Start({}, 0, {}, Into(results)), std::errc::io_error);
     EXPECT_TRUE(log.Contains(log::kError, "Failed to invoke TPX_T0_SYNC"));
-    EXPECT_EQ(provider->starts, starts + 1);
+    EXPECT_EQ(provider->run.starts, starts + 1);
     EXPECT_FALSE(provider->IsRunning());
     EXPECT_FALSE(extended.IsRunning());
 
@@ -345,7 +291,7 @@ TEST_F(DataDrivenAcquisitionTest, DestroyedWhileRunningEndsItsReadout) {
             itot.Start({}, 0, acquisition::ScanParameters{16 * 500, 30, 5}, Into(results)));
         provider->Deliver(Spans(LineEnd(0)));
     }
-    EXPECT_EQ(provider->stops, 1);
+    EXPECT_EQ(provider->run.stops, 1);
     EXPECT_FALSE(provider->IsRunning());
 }
 

@@ -6,7 +6,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "modules/tpx3_acq_frame_based.hpp"
 #include "support/item_fakes.hpp"
 #include "support/log_capture.hpp"
+#include "support/scripted_run.hpp"
 
 namespace ovex::sdk::testing {
 namespace {
@@ -27,88 +27,38 @@ using tpx3_toa_extension::FrameItotEventRecord;
 using tpx3_toa_extension::FrameToaTotRecord;
 using Block = std::vector<std::byte>;
 
-// A provider whose transfers the test delivers. Like the USB one it drops what a start finds
-// queued and queues one end item per run, at its stop or when its stream ends by itself.
+// A provider whose transfers the test delivers.
 class ScriptedProvider final : public acquisition::IVectorDataProvider {
 public:
+    using Buffer = std::shared_ptr<Block>;
+
     std::error_code Start(std::uint64_t size) override {
-        std::lock_guard lock(m_mutex);
         if (start_error) {
             return start_error;
         }
         transfer_size = size;
-        m_queue.clear();
+        run.Start();
         for (auto& block : ready_at_start) {
-            m_queue.push_back(std::make_shared<Block>(std::move(block)));
+            Deliver(std::move(block));
         }
         ready_at_start.clear();
-        m_running = true;
-        m_ended = false;
-        m_end_queued = false;
-        ++starts;
         return {};
     }
-    std::error_code Stop() override {
-        std::lock_guard lock(m_mutex);
-        if (!m_running && !m_ended) {
-            return std::make_error_code(std::errc::operation_canceled);
-        }
-        const std::error_code result = m_ended ? m_stream_error : std::error_code{};
-        m_running = false;
-        m_ended = false;
-        ++stops;
-        QueueEnd();
-        return result;
-    }
-    bool IsRunning() override {
-        std::lock_guard lock(m_mutex);
-        return m_running;
-    }
-    std::error_code GetData(std::shared_ptr<std::vector<std::byte>>& data) override {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [&] { return !m_queue.empty(); });
-        data = std::move(m_queue.front());
-        m_queue.pop_front();
+    std::error_code Stop() override { return run.Stop(); }
+    bool IsRunning() override { return run.IsRunning(); }
+    std::error_code GetData(Buffer& data) override {
+        data = run.Pop();
         return {};
     }
 
-    void Deliver(Block block) {
-        std::lock_guard lock(m_mutex);
-        m_queue.push_back(std::make_shared<Block>(std::move(block)));
-        m_changed.notify_all();
-    }
-    // The board went away: the transfers end with `error` and no stop.
-    void EndByItself(std::error_code error) {
-        std::lock_guard lock(m_mutex);
-        m_running = false;
-        m_ended = true;
-        m_stream_error = error;
-        QueueEnd();
-    }
+    void Deliver(Block block) { run.Deliver(std::make_shared<Block>(std::move(block))); }
+    void EndByItself(std::error_code error) { run.EndByItself(error); }
 
+    ScriptedRun<Buffer> run;
     std::error_code start_error;
     // Frames the board had ready: they arrive as soon as the transfers run.
     std::vector<Block> ready_at_start;
     std::uint64_t transfer_size = 0;
-    int starts = 0;
-    int stops = 0;
-
-private:
-    void QueueEnd() {
-        if (!m_end_queued) {
-            m_end_queued = true;
-            m_queue.push_back(nullptr);
-            m_changed.notify_all();
-        }
-    }
-
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<std::shared_ptr<Block>> m_queue;
-    bool m_running = false;
-    bool m_ended = false;
-    bool m_end_queued = false;
-    std::error_code m_stream_error;
 };
 
 void Append(Block& block, std::uint64_t packet) {
@@ -186,7 +136,7 @@ TEST_F(FrameAcquisitionTest, FullTransfersKeepTheReadoutGoingAndTheShortOneEndsI
 
     EXPECT_FALSE(toa_tot.AwaitReadoutEnd(60.0));
     EXPECT_FALSE(toa_tot.IsRunning());
-    EXPECT_EQ(provider->stops, 1);
+    EXPECT_EQ(provider->run.stops, 1);
     ASSERT_EQ(seen.frames.size(), 2u);
     EXPECT_EQ(seen.kinds[0], acquisition::AcquisitionDataKind::kFrameToaTot);
     EXPECT_EQ(seen.frames[0].size(), Tpx3AcqFrameBased::FrameBufferSize / 6);
@@ -206,7 +156,7 @@ TEST_F(FrameAcquisitionTest, FullTransfersKeepTheReadoutGoingAndTheShortOneEndsI
     ASSERT_FALSE(StartToaTot());
     provider->Deliver(last);
     EXPECT_FALSE(toa_tot.AwaitReadoutEnd(60.0));
-    EXPECT_EQ(provider->starts, 2);
+    EXPECT_EQ(provider->run.starts, 2);
     EXPECT_EQ(seen.raw_bytes.back(), 0u);
 }
 
@@ -233,7 +183,7 @@ TEST_F(FrameAcquisitionTest, ContinuousReadoutRunsUntilTheClientAborts) {
     // The other frame mode shares the provider, but the run is not its own.
     EXPECT_FALSE(toa_tot.IsRunning());
     EXPECT_FALSE(toa_tot.Abort(IAcquisition::kAbortFromInside));
-    EXPECT_EQ(provider->stops, 0);
+    EXPECT_EQ(provider->run.stops, 0);
     EXPECT_FALSE(itot.Abort(IAcquisition::kAbortByClient));
     EXPECT_FALSE(itot.AwaitReadoutEnd(60.0));
     EXPECT_FALSE(itot.IsRunning());
@@ -245,7 +195,7 @@ TEST_F(FrameAcquisitionTest, ContinuousReadoutRunsUntilTheClientAborts) {
     EXPECT_TRUE(log.Contains(log::kInfo, "Waiting for abort acquisition data."));
     // An abort of a readout that is over changes nothing.
     EXPECT_FALSE(itot.Abort(IAcquisition::kAbortFromInside));
-    EXPECT_EQ(provider->stops, 1);
+    EXPECT_EQ(provider->run.stops, 1);
 }
 
 TEST_F(FrameAcquisitionTest, CorruptBlockEndsTheReadoutWithAnErrorAfterTheGoodOnes) {
@@ -274,7 +224,7 @@ TEST_F(FrameAcquisitionTest, BoardThatGoesAwayEndsTheReadoutWithTheStreamsError)
     provider->EndByItself(gone);
     EXPECT_EQ(toa_tot.AwaitReadoutEnd(60.0), gone);
     EXPECT_FALSE(toa_tot.IsRunning());
-    EXPECT_EQ(provider->stops, 1);  // the ended stream was collected
+    EXPECT_EQ(provider->run.stops, 1);  // the ended stream was collected
     EXPECT_TRUE(log.Contains(
         log::kError, Failure(std::string(toa_tot.GetName()) + " ended without a stop", gone)));
 
@@ -296,7 +246,7 @@ TEST_F(FrameAcquisitionTest, DestroyedWhileRunningStopsItsRunAndHandsOnWhatWasQu
             provider->Deliver(block);
         }
     }
-    EXPECT_EQ(provider->stops, 1);
+    EXPECT_EQ(provider->run.stops, 1);
     EXPECT_FALSE(provider->IsRunning());
     EXPECT_EQ(seen.frames.size(), 3u);
 }
@@ -305,7 +255,7 @@ TEST_F(FrameAcquisitionTest, WaitThatTimesOutAbortsTheReadout) {
     ASSERT_FALSE(StartToaTot());
     EXPECT_FALSE(toa_tot.AwaitReadoutEnd(0.001));
     EXPECT_FALSE(toa_tot.IsRunning());
-    EXPECT_EQ(provider->stops, 1);
+    EXPECT_EQ(provider->run.stops, 1);
     EXPECT_TRUE(seen.frames.empty());
     EXPECT_TRUE(log.Contains(log::kWarning,
                              std::string(toa_tot.GetName()) + " timed-out after 0.001 seconds."));

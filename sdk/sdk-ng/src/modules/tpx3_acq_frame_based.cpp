@@ -52,7 +52,7 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
         OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Unable to start data provider");
         return ec;
     }
-    m_owns_run.store(true);
+    m_run.Started();
     OVEX_LOG_INFO("Data provider started.");
 
     Commands* commands = GetCommands();
@@ -84,7 +84,7 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
 }
 
 bool Tpx3AcqFrameBased::IsRunning() {
-    return m_consuming.load() || (m_owns_run.load() && m_provider->IsRunning());
+    return m_consuming.load() || (m_run.Owned() && m_provider->IsRunning());
 }
 
 std::error_code Tpx3AcqFrameBased::SetPixelDepth(std::uint8_t depth) {
@@ -136,13 +136,8 @@ std::error_code Tpx3AcqFrameBased::Abort(AbortMode mode) {
 }
 
 std::error_code Tpx3AcqFrameBased::StopOwnRun() {
-    // A run that ended by itself is collected here too: Stop gives its result.
-    if (!m_owns_run.exchange(false)) {
-        return {};
-    }
-    const std::error_code ec = m_provider->Stop();
+    const std::error_code ec = m_run.Stop(*m_provider);
     if (ec) {
-        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Unable to stop acquisition data provider");
         m_status = ec;  // transfers that failed or a board gone fail the readout too
     }
     return ec;
@@ -213,17 +208,10 @@ void Tpx3AcqFrameBased::ConsumeBuffer(const Buffer& buffer) {
 }
 
 void Tpx3AcqFrameBased::CollectEndedStream() {
-    // Only a board that went away or a transfer that failed ends the stream without a stop.
     std::lock_guard lock(m_mutex);
-    if (!m_owns_run.exchange(false)) {
-        return;
+    if (const auto ended = m_run.CollectEnded(*m_provider, GetName())) {
+        m_status = ended;
     }
-    std::error_code ended = m_provider->Stop();
-    if (!ended) {
-        ended = std::make_error_code(std::errc::io_error);
-    }
-    OVEX_LOG_EC(log::kError, "%s ended without a stop - %s: %s.", ended, GetName());
-    m_status = ended;
 }
 
 }  // namespace ovex::sdk::acquisition

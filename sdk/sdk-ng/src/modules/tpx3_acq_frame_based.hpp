@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "impl/acquisition/data_provider.hpp"
+#include "impl/acquisition/owned_run.hpp"
 #include "modules/acquisition.hpp"
 #include "thread_mgmt/thread_mgmt.hpp"
 #include "tpx3_toa_extension/utils/packet_unpack.hpp"
@@ -65,7 +66,7 @@ private:
     // The raw spans of the current callback and the transfers that hold their bytes.
     std::vector<RawSpan> m_raw;
     std::vector<Buffer> m_raw_buffers;
-    std::mutex m_mutex;  // guards Abort, the stored status and m_owns_run
+    std::mutex m_mutex;  // guards Abort, the stored status and the run's stop
     std::error_code m_status;
     Callback m_callback;
     bool m_keep_raw = false;
@@ -76,9 +77,7 @@ private:
     thread::WrappedThread<> m_consumer;
     std::atomic<bool> m_consuming{false};
     std::atomic<bool> m_continuous{false};
-    // The provider is shared by the frame modes: only the module that started its current run
-    // stops it or counts it as its own.
-    std::atomic<bool> m_owns_run{false};
+    OwnedRun m_run;
     std::atomic<std::thread::id> m_consumer_id;
 };
 

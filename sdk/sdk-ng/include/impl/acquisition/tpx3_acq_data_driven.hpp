@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "impl/acquisition/data_provider.hpp"
+#include "impl/acquisition/owned_run.hpp"
 #include "modules/acquisition.hpp"
 #include "ovex/log/log.hpp"
 #include "thread_mgmt/thread_mgmt.hpp"
@@ -79,7 +80,7 @@ public:
             OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Unable to start data provider");
             return Undo(ec);
         }
-        m_owns_run.store(true);
+        m_run.Started();
         OVEX_LOG_INFO("Data provider started.");
         Commands* commands = GetCommands();
         const std::error_code synced = commands != nullptr
@@ -216,16 +217,10 @@ protected:
 private:
     static constexpr double kNoLimit = 1e12;
 
-    // Stops the provider's run if this module started it, collecting a run that ended by
-    // itself too; under m_mutex. The provider is shared by the data-driven modes.
+    // Stops the provider's run if this module started it; under m_mutex.
     std::error_code StopOwnRun() {
-        if (!m_owns_run.exchange(false)) {
-            return {};
-        }
-        const std::error_code ec = m_provider->Stop();
+        const std::error_code ec = m_run.Stop(*m_provider);
         if (ec) {
-            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
-                        "Unable to stop acquisition data provider");
             m_status = ec;  // transfers that failed or a board gone fail the readout too
         }
         return ec;
@@ -311,18 +306,11 @@ private:
         }
     }
 
-    // Only a board that went away or a transfer that failed ends the stream without a stop.
     void CollectEndedStream() {
         std::lock_guard lock(m_mutex);
-        if (!m_owns_run.exchange(false)) {
-            return;
+        if (const auto ended = m_run.CollectEnded(*m_provider, GetName())) {
+            m_status = ended;
         }
-        std::error_code ended = m_provider->Stop();
-        if (!ended) {
-            ended = std::make_error_code(std::errc::io_error);
-        }
-        OVEX_LOG_EC(log::kError, "%s ended without a stop - %s: %s.", ended, GetName());
-        m_status = ended;
     }
 
     void Process() {
@@ -372,7 +360,7 @@ private:
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_active{false};  // from a start until the wait has joined everything
     std::atomic<bool> m_continuous{false};
-    std::atomic<bool> m_owns_run{false};
+    OwnedRun m_run;  // the provider is shared by the data-driven modes
     std::atomic<std::thread::id> m_consumer_id;
     std::atomic<std::thread::id> m_processing_id;
 };

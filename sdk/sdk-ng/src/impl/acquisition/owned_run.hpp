@@ -1,0 +1,51 @@
+#pragma once
+
+// The run of a data provider that an acquisition module started. A board's modes of one kind
+// share their provider, so a module stops and counts only the run it started itself.
+
+#include <atomic>
+#include <system_error>
+
+#include "impl/acquisition/data_provider.hpp"
+#include "ovex/log/log.hpp"
+
+namespace ovex::sdk::acquisition {
+
+class OwnedRun {
+public:
+    void Started() noexcept { m_owned.store(true); }
+    bool Owned() const noexcept { return m_owned.load(); }
+
+    // Stops the run if it is this module's; a run that ended by itself is collected too, and
+    // its error, logged, is the answer.
+    std::error_code Stop(IDataProvider& provider) {
+        if (!m_owned.exchange(false)) {
+            return {};
+        }
+        const std::error_code ec = provider.Stop();
+        if (ec) {
+            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
+                        "Unable to stop acquisition data provider");
+        }
+        return ec;
+    }
+
+    // The run, if it is this module's, ended without a stop: only a board that went away or a
+    // transfer that failed does that. Its error, logged for `module`, or io_error if it has none.
+    std::error_code CollectEnded(IDataProvider& provider, const char* module) {
+        if (!m_owned.exchange(false)) {
+            return {};
+        }
+        std::error_code ended = provider.Stop();
+        if (!ended) {
+            ended = std::make_error_code(std::errc::io_error);
+        }
+        OVEX_LOG_EC(log::kError, "%s ended without a stop - %s: %s.", ended, module);
+        return ended;
+    }
+
+private:
+    std::atomic<bool> m_owned{false};
+};
+
+}  // namespace ovex::sdk::acquisition
