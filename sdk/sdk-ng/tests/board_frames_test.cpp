@@ -202,8 +202,13 @@ TEST_F(FrameSession, ExternalTriggersOpenTheShutterOnTheBoardsInput) {
                   InternalStartShutterDuration, ExternalStartShutterDuration,
                   ExternalStartExternalStopLevel, ExternalStartExternalStopEdge}));
 
-    // Each external readout runs until the host aborts it.
+    // Each external readout runs until the host aborts it. Configuring an external trigger
+    // makes the input active high again, or the pulses below would open at their ends.
+    ovexsdk_extsync_option active_low[] = {OVEXSDK_EXTSYNC_INPUT_ACTIVE_LOW};
+    ASSERT_EQ(ovexsdk_extsync_configure(&m_ctx, active_low, 1), OVEXSDK_OK);
+    ASSERT_EQ(State("SYNC_IO_ACT_LOW") & 1, 1);
     ASSERT_EQ(SetTrigger(ExternalStartShutterDuration, 0.002f), OVEXSDK_OK);
+    EXPECT_EQ(State("SYNC_IO_ACT_LOW") & 1, 0);
     EXPECT_EQ(ovexsdk_trigger_now(&m_ctx), OVEXSDK_ERR_INVALID);
     ASSERT_EQ(Start(), OVEXSDK_OK);
     Engine().PulseTriggerInput(100us);

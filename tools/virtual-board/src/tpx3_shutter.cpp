@@ -28,7 +28,8 @@ Tpx3Shutter::Tpx3Shutter(const ItemTables& tables)
       m_duration(IdOf(tables.states, "TPX_SHUT_DUR")),
       m_pulse_input(IdOf(tables.commands, "TRIG_I_1PULSE")),
       m_level_input(IdOf(tables.commands, "TRIG_I_LEVEL")),
-      m_edge_input(IdOf(tables.commands, "TRIG_I_EDGE")) {
+      m_edge_input(IdOf(tables.commands, "TRIG_I_EDGE")),
+      m_polarity(IdOf(tables.states, "SYNC_IO_ACT_LOW")) {
     const std::array ids = {m_immediate, m_stop,        m_external,    m_sync,
                             m_duration,  m_pulse_input, m_level_input, m_edge_input};
     m_present = std::none_of(ids.begin(), ids.end(), [](std::size_t id) { return id == kNone; });
@@ -105,9 +106,13 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::Advance(std::uint64_t now) {
 
 std::optional<Tpx3Shutter::Closed> Tpx3Shutter::SetInput(bool high, const std::vector<int>& states,
                                                          std::uint64_t now) {
-    const bool rising = high && !m_level;
-    const bool falling = !high && m_level;
-    m_level = high;
+    // Bit 0 of SYNC_IO_ACT_LOW makes the low level the active one; edges are the active
+    // level's, judged as the input changes.
+    const bool active_low = m_polarity != kNone && (states[m_polarity] & 1) != 0;
+    const bool active = high != active_low;
+    const bool rising = active && !m_level;
+    const bool falling = !active && m_level;
+    m_level = active;
     switch (m_armed) {
         case Input::kPulse:
             if (rising && !IsOpen()) {

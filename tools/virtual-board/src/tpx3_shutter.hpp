@@ -8,7 +8,8 @@
 // - TRIG_I_EDGE (type 5): a rising edge opens it, the next one closes it.
 // TPX_SHUT_DUR 0 keeps a shutter that the duration would close open until TPX_SHUT_STOP. An armed
 // shutter stays armed over its exposures until TPX_SHUT_STOP, which also closes an open one.
-// TPX_T0_SYNC sets the ToA clock to 0. Times are ticks of the board's 40 MHz clock.
+// TPX_T0_SYNC sets the ToA clock to 0. The input is active high unless bit 0 of SYNC_IO_ACT_LOW
+// is set. Times are ticks of the board's 40 MHz clock.
 
 #include <cstdint>
 #include <optional>
@@ -73,10 +74,11 @@ private:
     std::size_t m_pulse_input;
     std::size_t m_level_input;
     std::size_t m_edge_input;
+    std::size_t m_polarity;  // state; a board without it has an active-high input
 
     Input m_wiring = Input::kNone;  // the back end's last choice
     Input m_armed = Input::kNone;   // the external shutter, as armed
-    bool m_level = false;           // the trigger input
+    bool m_level = false;           // the trigger input, active or not
     std::optional<std::uint64_t> m_open_tick;
     std::optional<std::uint64_t> m_close_tick;  // none: until stopped
     std::uint64_t m_toa_origin = 0;             // the board tick of the ToA clock's 0

@@ -319,12 +319,19 @@ TEST_F(FrameReadout, TriggerInputOpensTheArmedShutterAsItsWiringSays) {
     ASSERT_EQ(Invoke("TPX_SHUT_STOP"), 0U);  // closes at 28, disarmed
     m_engine.PulseTriggerInput(1ms);
 
+    // Active low: a pulse's falling edge is the active level's rising one.
+    ASSERT_EQ(SetState("SYNC_IO_ACT_LOW", 1), 0U);
+    ASSERT_EQ(Invoke("TRIG_I_1PULSE"), 0U);
+    ASSERT_EQ(Invoke("TPX_SHUT_EXT"), 0U);
+    m_engine.PulseTriggerInput(1ms);  // 29 to 30: opens at 30 for 3 ms
+    m_engine.AdvanceTime(3ms);
+
     std::vector<std::pair<std::uint64_t, std::uint64_t>> exposures;
     for (const ReadoutFrame& frame : m_engine.FrameLog()) {
         exposures.emplace_back(frame.open_tick / kTicksPerMs, frame.close_tick / kTicksPerMs);
     }
     const std::vector<std::pair<std::uint64_t, std::uint64_t>> expected = {
-        {3, 6}, {7, 10}, {13, 23}, {23, 23}, {23, 25}, {27, 28}};
+        {3, 6}, {7, 10}, {13, 23}, {23, 23}, {23, 25}, {27, 28}, {30, 33}};
     EXPECT_EQ(exposures, expected);
 }
 
