@@ -349,6 +349,15 @@ TEST_F(TriggerTest, ExternalTriggerEnablesTheInputThenWritesItsTicks) {
     EXPECT_EQ(ErrorLines(),
               (std::vector<std::string>{Failure("Failed to reset the external trigger", kIoError),
                                         Failure("Failed to stop the external trigger", kIoError)}));
+
+    // An input armed but a duration refused: the second step's failure, in the same words.
+    journal.clear();
+    commands.refusals.clear();
+    states.refusals["set TPX_SHUT_DUR"] = {kGone};
+    EXPECT_EQ(external.Configure(), kGone);
+    EXPECT_EQ(journal, (Journal{"TPX_SHUT_EXT", "set TPX_SHUT_DUR 4000000"}));
+    EXPECT_TRUE(
+        log.Contains(ovex::log::kError, Failure("Failed to reset the external trigger", kGone)));
 }
 
 TEST_F(TriggerTest, FrontendNamesItselfAndOffersNoContinuousTrigger) {
