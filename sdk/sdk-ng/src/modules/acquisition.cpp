@@ -20,6 +20,16 @@ std::error_code CheckTimepix3Depth(std::uint8_t depth, const char* module) {
     return {};
 }
 
+std::error_code SyncToaClock(Commands* commands) {
+    const std::error_code synced = commands != nullptr
+                                       ? commands->Invoke("TPX_T0_SYNC")
+                                       : std::make_error_code(std::errc::invalid_argument);
+    if (synced) {
+        OVEX_LOG_ERROR("Failed to invoke TPX_T0_SYNC");
+    }
+    return synced;
+}
+
 std::chrono::milliseconds JoinLimit(double seconds) noexcept {
     if (!(seconds > 0.0)) {
         return std::chrono::milliseconds{0};

@@ -54,6 +54,9 @@ const char* PixelDepthName(std::uint8_t depth) noexcept;
 // The Timepix3 modules take only Bit48Depth; another logs the BUG line naming `module` and gives
 // invalid_argument.
 std::error_code CheckTimepix3Depth(std::uint8_t depth, const char* module);
+// Zeroes the chip's time of arrival as a Timepix3 readout starts ("TPX_T0_SYNC"); a failure is
+// logged.
+std::error_code SyncToaClock(Commands* commands);
 // A wait of `seconds` as a join's time-out: truncated to milliseconds, none for what isn't
 // above 0, and a very long one for what has no limit worth the name.
 std::chrono::milliseconds JoinLimit(double seconds) noexcept;

@@ -86,14 +86,8 @@ TriggerRef Tpx2Chipboard::GetTrigger() {
 
 std::error_code Tpx2Chipboard::SetTrigger(std::uint8_t type, double duration) {
     m_type = type;
-    if (ExceedsTicks(duration)) {
-        OVEX_LOG_WARN(
-            "Specified shutter duration exceeds allowed maximum of %s. Setting shutter to "
-            "maximum.",
-            kLongestShutterText);
-        duration = kLongestShutter;
-    }
-    return ConfigureTrigger(type, duration, m_single, m_continuous, m_external);
+    return ConfigureTrigger(type, trigger::CountableShutter(duration), m_single, m_continuous,
+                            m_external);
 }
 
 }  // namespace ovex::sdk

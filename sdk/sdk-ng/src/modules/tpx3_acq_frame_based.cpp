@@ -23,7 +23,7 @@ void Tpx3AcqFrameBased::Shutdown() {
     {
         // The run's end item releases the Consumer's wait.
         std::lock_guard lock(m_mutex);
-        StopOwnRun();
+        m_run.Stop(*m_provider, m_status);
     }
     std::lock_guard join(m_join_mutex);
     m_consumer.Join();
@@ -55,15 +55,10 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
     m_run.Started();
     OVEX_LOG_INFO("Data provider started.");
 
-    Commands* commands = GetCommands();
-    const std::error_code synced = commands != nullptr
-                                       ? commands->Invoke("TPX_T0_SYNC")
-                                       : std::make_error_code(std::errc::invalid_argument);
-    if (synced) {
-        OVEX_LOG_ERROR("Failed to invoke TPX_T0_SYNC");
+    if (const auto synced = SyncToaClock(GetCommands())) {
         // A readout whose time base is unknown is not left running behind the client's back.
         std::lock_guard lock(m_mutex);
-        StopOwnRun();
+        m_run.Stop(*m_provider, m_status);
         return synced;
     }
     try {
@@ -77,7 +72,7 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
         m_consuming.store(false);
         OVEX_LOG_ERROR("Failed to start the %s data consumer: %s.", GetName(), error.what());
         std::lock_guard lock(m_mutex);
-        StopOwnRun();
+        m_run.Stop(*m_provider, m_status);
         return error.code();
     }
     return {};
@@ -129,18 +124,10 @@ std::error_code Tpx3AcqFrameBased::Abort(AbortMode mode) {
         OVEX_LOG_INFO("Waiting for abort acquisition data.");
         std::this_thread::sleep_for(kAbortGrace);
     }
-    if (const auto ec = StopOwnRun()) {
+    if (const auto ec = m_run.Stop(*m_provider, m_status)) {
         return ec;
     }
     return m_status;
-}
-
-std::error_code Tpx3AcqFrameBased::StopOwnRun() {
-    const std::error_code ec = m_run.Stop(*m_provider);
-    if (ec) {
-        m_status = ec;  // transfers that failed or a board gone fail the readout too
-    }
-    return ec;
 }
 
 void Tpx3AcqFrameBased::StoreStatus(std::error_code status) {
@@ -161,7 +148,8 @@ void Tpx3AcqFrameBased::Consume() {
             OVEX_LOG_DEBUG("Consumer termination requested by provider.");
             // The run's end item: a run still owned ended by itself, whether or not a stop was
             // asked for meanwhile, and its result is the readout's.
-            CollectEndedStream();
+            std::lock_guard lock(m_mutex);
+            m_run.CollectEnded(*m_provider, GetName(), m_status);
             break;
         }
         ConsumeBuffer(buffer);
@@ -204,13 +192,6 @@ void Tpx3AcqFrameBased::ConsumeBuffer(const Buffer& buffer) {
         }
         m_raw.clear();
         m_raw_buffers.clear();
-    }
-}
-
-void Tpx3AcqFrameBased::CollectEndedStream() {
-    std::lock_guard lock(m_mutex);
-    if (const auto ended = m_run.CollectEnded(*m_provider, GetName())) {
-        m_status = ended;
     }
 }
 

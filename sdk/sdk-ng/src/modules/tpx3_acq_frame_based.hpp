@@ -57,10 +57,6 @@ private:
 
     void Consume();
     void ConsumeBuffer(const Buffer& buffer);
-    // The provider's transfers ended by themselves, without a stop: the stream's result.
-    void CollectEndedStream();
-    // Stops the provider's run if this module started it; under m_mutex.
-    std::error_code StopOwnRun();
     void StoreStatus(std::error_code status);
 
     // The raw spans of the current callback and the transfers that hold their bytes.

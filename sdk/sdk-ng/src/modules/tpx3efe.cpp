@@ -34,12 +34,8 @@ std::error_code Tpx3efe::SetTrigger(std::uint8_t type, double duration) {
     m_external.reset();
     m_type = type;
     // A longer shutter would wrap to a short one, and the host would wait for the long one.
-    if ((type == 1 || type == 3) && trigger::ExceedsTicks(duration)) {
-        OVEX_LOG_WARN(
-            "Specified shutter duration exceeds allowed maximum of %s. Setting shutter to "
-            "maximum.",
-            trigger::kLongestShutterText);
-        duration = trigger::kLongestShutter;
+    if (type == 1 || type == 3) {
+        duration = trigger::CountableShutter(duration);
     }
     switch (type) {
         case 1:

@@ -82,12 +82,7 @@ public:
         }
         m_run.Started();
         OVEX_LOG_INFO("Data provider started.");
-        Commands* commands = GetCommands();
-        const std::error_code synced = commands != nullptr
-                                           ? commands->Invoke("TPX_T0_SYNC")
-                                           : std::make_error_code(std::errc::invalid_argument);
-        if (synced) {
-            OVEX_LOG_ERROR("Failed to invoke TPX_T0_SYNC");
+        if (const auto synced = SyncToaClock(GetCommands())) {
             return Undo(synced);
         }
         // The run starts here, before the threads that feed and empty it, so that the wait
@@ -163,7 +158,7 @@ public:
             std::this_thread::sleep_for(kAbortGrace);
         }
         // The run's end item then brings the Consumer to the pipeline's end entries.
-        if (const auto ec = StopOwnRun()) {
+        if (const auto ec = m_run.Stop(*m_provider, m_status)) {
             return ec;
         }
         return m_status;
@@ -217,15 +212,6 @@ protected:
 private:
     static constexpr double kNoLimit = 1e12;
 
-    // Stops the provider's run if this module started it; under m_mutex.
-    std::error_code StopOwnRun() {
-        const std::error_code ec = m_run.Stop(*m_provider);
-        if (ec) {
-            m_status = ec;  // transfers that failed or a board gone fail the readout too
-        }
-        return ec;
-    }
-
     bool OnOwnThread() const {
         const auto self = std::this_thread::get_id();
         return self == m_consumer_id.load() || self == m_processing_id.load();
@@ -235,7 +221,7 @@ private:
     std::error_code Undo(std::error_code ec) {
         {
             std::lock_guard lock(m_mutex);
-            StopOwnRun();
+            m_run.Stop(*m_provider, m_status);
         }
         m_provider->Reset();
         m_pipeline.reset();
@@ -265,7 +251,8 @@ private:
                 // The run's end item: a run still owned ended by itself, whether or not a stop
                 // was asked for meanwhile, and its result is the readout's.
                 OVEX_LOG_DEBUG("Consumer termination requested by provider.");
-                CollectEndedStream();
+                std::lock_guard lock(m_mutex);
+                m_run.CollectEnded(*m_provider, GetName(), m_status);
                 break;
             }
             if (m_stop.load()) {
@@ -303,13 +290,6 @@ private:
             if (const auto ec = Abort(kAbortFromInside)) {
                 OVEX_LOG_EC(log::kError, "Unable to stop the acquisition - %s: %s.", ec);
             }
-        }
-    }
-
-    void CollectEndedStream() {
-        std::lock_guard lock(m_mutex);
-        if (const auto ended = m_run.CollectEnded(*m_provider, GetName())) {
-            m_status = ended;
         }
     }
 

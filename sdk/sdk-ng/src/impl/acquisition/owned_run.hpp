@@ -16,9 +16,10 @@ public:
     void Started() noexcept { m_owned.store(true); }
     bool Owned() const noexcept { return m_owned.load(); }
 
-    // Stops the run if it is this module's; a run that ended by itself is collected too, and
-    // its error, logged, is the answer.
-    std::error_code Stop(IDataProvider& provider) {
+    // Stops the run if it is this module's; a run that ended by itself is collected too. Its
+    // error, logged, is the answer and becomes the readout's `status`: transfers that failed or
+    // a board gone fail the readout.
+    std::error_code Stop(IDataProvider& provider, std::error_code& status) {
         if (!m_owned.exchange(false)) {
             return {};
         }
@@ -26,22 +27,24 @@ public:
         if (ec) {
             OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
                         "Unable to stop acquisition data provider");
+            status = ec;
         }
         return ec;
     }
 
     // The run, if it is this module's, ended without a stop: only a board that went away or a
-    // transfer that failed does that. Its error, logged for `module`, or io_error if it has none.
-    std::error_code CollectEnded(IDataProvider& provider, const char* module) {
+    // transfer that failed does that. Its error, or io_error if it has none, is logged for
+    // `module` and becomes the readout's `status`.
+    void CollectEnded(IDataProvider& provider, const char* module, std::error_code& status) {
         if (!m_owned.exchange(false)) {
-            return {};
+            return;
         }
         std::error_code ended = provider.Stop();
         if (!ended) {
             ended = std::make_error_code(std::errc::io_error);
         }
         OVEX_LOG_EC(log::kError, "%s ended without a stop - %s: %s.", ended, module);
-        return ended;
+        status = ended;
     }
 
 private:

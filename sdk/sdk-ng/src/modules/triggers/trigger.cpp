@@ -21,6 +21,16 @@ std::error_code Checked(std::error_code ec, const char* failure) {
 
 }  // namespace
 
+double CountableShutter(double seconds) {
+    if (!ExceedsTicks(seconds)) {
+        return seconds;
+    }
+    OVEX_LOG_WARN(
+        "Specified shutter duration exceeds allowed maximum of %s. Setting shutter to maximum.",
+        kLongestShutterText);
+    return kLongestShutter;
+}
+
 std::uint32_t Ticks(double seconds) noexcept {
     // fmod is exact, so the remainder is the low 32 bits of the truncated count, negative counts
     // in two's complement; a count that isn't a number gives 0.

@@ -24,6 +24,9 @@ inline constexpr const char* kLongestShutterText = "4294967295[1/40000000]s";
 constexpr bool ExceedsTicks(double seconds) noexcept {
     return seconds * 40000000.0 > 4294967295.0;
 }
+// `seconds`, or the longest shutter with the warning "Specified shutter duration exceeds allowed
+// maximum of ..." when its ticks don't fit.
+double CountableShutter(double seconds);
 
 // A shutter that the host opens. `type` is the trigger mode of the exported interface.
 class InternalTrigger {
