@@ -305,6 +305,33 @@ std::optional<Produced> FirmwareEngine::ReadFrame(std::span<std::uint8_t> out, b
     return m_parts->items.Frames().Send(out, mid_transfer);
 }
 
+std::optional<Produced> FirmwareEngine::ReadHits(std::span<std::uint8_t> out, bool mid_transfer) {
+    std::lock_guard lock(m_mutex);
+    CatchUp();
+    return m_parts->items.Hits().Send(out, mid_transfer);
+}
+
+DataDrivenCounters FirmwareEngine::StreamCounts() const {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.Hits().Counters();
+}
+
+StreamTruth FirmwareEngine::TakeStreamTruth() {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.Hits().TakeTruth();
+}
+
+void FirmwareEngine::KeepStreamTruth(bool keep) {
+    std::lock_guard lock(m_mutex);
+    m_parts->items.Hits().KeepTruth(keep);
+}
+
+void FirmwareEngine::SetReplay(std::optional<ReplayStream> replay) {
+    auto shared = replay ? std::make_shared<const ReplayStream>(std::move(*replay)) : nullptr;
+    std::lock_guard lock(m_mutex);
+    m_parts->items.Hits().SetReplay(std::move(shared));
+}
+
 std::vector<std::uint8_t> FirmwareEngine::MonitorRound() {
     std::lock_guard lock(m_mutex);
     CatchUp();

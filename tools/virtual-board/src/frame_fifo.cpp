@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "sensor_model.hpp"
+
 namespace ovex::vboard {
 namespace {
 
@@ -19,13 +21,6 @@ std::uint8_t* Put(std::uint8_t* at, std::uint64_t packet) {
     return at;
 }
 
-// Pixel k answers at the address that the host turns back into k, as in the configuration
-// read-back: 65535 − k with its bytes swapped.
-std::uint64_t Address(std::uint32_t pixel) {
-    const auto mirrored = static_cast<std::uint16_t>(65535 - pixel);
-    return static_cast<std::uint16_t>(mirrored << 8 | mirrored >> 8);
-}
-
 std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {
     const bool corrupted = frame.fault == FrameFault::kCorrupted;
     std::vector<std::uint8_t> out((frame.hits.size() + (corrupted ? 2 : 1)) * kPacketBytes);
@@ -36,7 +31,7 @@ std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {
     for (const FrameHit& hit : frame.hits) {
         // DATA packets (type 0): the address in bits 45..30; then ToT in 29..20 and the ToA's
         // low 20 bits (coarse 19..4, fine 3..0), or the event count in 29..20 and iToT in 17..4.
-        std::uint64_t packet = Address(hit.pixel) << 30;
+        std::uint64_t packet = std::uint64_t{PixelAddress(hit.pixel)} << 30;
         if (frame.mode == kCountMode) {
             packet |= std::uint64_t{hit.count} << 20 | std::uint64_t{hit.itot} << 4;
         } else {

@@ -56,6 +56,8 @@ public:
     // The frames the chip read out.
     FrameFifo& Frames() { return m_chip.Frames(); }
     const FrameFifo& Frames() const { return m_chip.Frames(); }
+    // The chip's data-driven stream.
+    Tpx3HitStream& Hits() { return m_chip.Hits(); }
     // The pinned measurements of `before`'s monitors that this board has too, by name, and the
     // state of its hardware (clock, temperature, bias output).
     void KeepMeasurements(const ItemRequests& before);

@@ -8,6 +8,7 @@
 
 #include "frame_exposure.hpp"
 #include "ovex/vboard/error_words.hpp"
+#include "sensor_model.hpp"
 
 // ITEMS.md gives the chip's refusals and what its resets clear.
 
@@ -181,6 +182,7 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         m_readout_sent = 0;
         m_mode = 0;
         m_shutter.Stop();
+        m_hits.Abandon();
         for (const std::size_t id : {m_channels, m_polarity}) {
             states[id] = m_states[id].value;
         }
@@ -204,33 +206,62 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
     } else if (command == m_opmode) {
         m_mode = input[0];
     }
-    if (const auto closed = m_shutter.AfterCommand(command, states, Ticks(now))) {
-        ReadOutFrame(*closed);
-    }
+    const bool was_open = m_shutter.IsOpen();
+    const auto closed = m_shutter.AfterCommand(command, states, Ticks(now));
+    FollowShutter(was_open, closed);
 }
 
 void Tpx3Chip::Advance(double now) {
-    if (const auto closed = m_shutter.Advance(Ticks(now))) {
-        ReadOutFrame(*closed);
-    }
+    const bool was_open = m_shutter.IsOpen();
+    const auto closed = m_shutter.Advance(Ticks(now));
+    FollowShutter(was_open, closed);
+    m_hits.Advance(m_shutter.ToaAt(Ticks(now)));
 }
 
 void Tpx3Chip::SetTriggerInput(bool high, const std::vector<int>& states, double now) {
-    if (const auto closed = m_shutter.SetInput(high, states, Ticks(now))) {
-        ReadOutFrame(*closed);
+    // The board time-stamps the input's rising edges into an open line, the edge that opens
+    // one included.
+    const bool rising = high && !m_input_high;
+    m_input_high = high;
+    const std::uint64_t toa = m_shutter.ToaAt(Ticks(now));
+    const bool stamped = rising && m_hits.IsOpen();
+    if (stamped) {
+        m_hits.TriggerEdge(toa);
+    }
+    const bool was_open = m_shutter.IsOpen();
+    const auto closed = m_shutter.SetInput(high, states, Ticks(now));
+    FollowShutter(was_open, closed);
+    if (rising && !stamped) {
+        m_hits.TriggerEdge(toa);
     }
 }
 
-void Tpx3Chip::ReadOutFrame(const Tpx3Shutter::Closed& exposure) {
-    if (m_mode == kDataDrivenMode) {
-        return;  // no frames: the chip streams its hits
+void Tpx3Chip::FollowShutter(bool was_open, const std::optional<Tpx3Shutter::Closed>& closed) {
+    if (closed) {
+        if (m_mode == kDataDrivenMode) {
+            m_hits.Close(closed->close_toa);
+        } else {
+            ReadOutFrame(*closed);
+        }
     }
+    const auto opened = m_shutter.OpenTick();
+    if (opened && (!was_open || closed) && m_mode == kDataDrivenMode) {
+        m_hits.Open(m_shutter.ToaAt(*opened), m_faults->beam, MaskedPixels());
+    }
+}
+
+std::vector<std::uint8_t> Tpx3Chip::MaskedPixels() const {
     // Bit 0 of a pixel's configuration, as the pixel holds it, masks it.
     const std::vector<std::uint8_t> bits = PixelConfiguration();
     std::vector<std::uint8_t> masked(kPixels);
     for (std::size_t k = 0; k < kPixels; ++k) {
         masked[k] = bits[DevicePixel(k)] & 1;
     }
+    return masked;
+}
+
+void Tpx3Chip::ReadOutFrame(const Tpx3Shutter::Closed& exposure) {
+    const std::vector<std::uint8_t> masked = MaskedPixels();
     ReadoutFrame frame;
     frame.mode = m_mode;
     frame.open_tick = exposure.open_tick;
@@ -258,7 +289,9 @@ void Tpx3Chip::FollowSupply(std::vector<int>& states) {
 void Tpx3Chip::PowerOn(std::vector<int>& states) {
     Clear(states);
     m_shutter.PowerOn();
+    m_input_high = false;
     m_frames = FrameFifo();
+    m_hits.PowerOn();
     m_was_powered = Present() && Powered(states);
 }
 
@@ -269,6 +302,7 @@ void Tpx3Chip::Clear(std::vector<int>& states) {
     m_readout_sent = 0;
     m_mode = 0;
     m_shutter.Stop();
+    m_hits.Abandon();
     for (const std::size_t id : m_chip_states) {
         states[id] = m_states[id].value;
     }
@@ -322,13 +356,10 @@ std::vector<std::uint8_t> Tpx3Chip::PixelConfiguration() const {
 std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
     const std::vector<std::uint8_t> bits = PixelConfiguration();
     // A configuration packet: type 1 in bits 47..46, the address in 45..30, the pixel's bits in
-    // 19..14, least significant byte first. Pixel k answers at the address that the host turns
-    // back into k: 65535 − k with its bytes swapped.
+    // 19..14, least significant byte first.
     std::vector<std::uint8_t> out(kPixels * kPacketBytes);
     for (std::size_t k = 0; k < kPixels; ++k) {
-        const auto mirrored = static_cast<std::uint16_t>(kPixels - 1 - k);
-        const auto address =
-            static_cast<std::uint64_t>(static_cast<std::uint16_t>(mirrored << 8 | mirrored >> 8));
+        const std::uint64_t address = PixelAddress(static_cast<std::uint32_t>(k));
         const std::uint64_t packet =
             std::uint64_t{1} << 46 | address << 30 | static_cast<std::uint64_t>(bits[k]) << 14;
         for (std::size_t b = 0; b < kPacketBytes; ++b) {

@@ -4,7 +4,8 @@
 // on one of them, polarity and operating mode, the pixel configuration memory that the host fills
 // double column by double column and reads back as configuration packets on the data endpoint,
 // the shutter with its exposures, which the chip reads out as frames into the board's FIFO on the
-// data endpoint, and the chip's resets. The chip runs on its own rails: while they are off it
+// data endpoint or, in the data-driven mode, streams hit by hit while the shutter is open, and
+// the chip's resets. The chip runs on its own rails: while they are off it
 // answers nothing and forgets its memory and registers. A board without the chip's items has no
 // chip.
 
@@ -15,6 +16,7 @@
 
 #include "frame_fifo.hpp"
 #include "hardware_faults.hpp"
+#include "hit_stream.hpp"
 #include "ovex/vboard/item_tables.hpp"
 #include "tpx3_shutter.hpp"
 
@@ -62,6 +64,9 @@ public:
     // The frames read out, for the data endpoint and the test bed.
     FrameFifo& Frames() { return m_frames; }
     const FrameFifo& Frames() const { return m_frames; }
+    // The data-driven stream, likewise.
+    Tpx3HitStream& Hits() { return m_hits; }
+    const Tpx3HitStream& Hits() const { return m_hits; }
 
     // Pixel k's six configuration bits in packed bytes in the order the chip's columns take
     // them (k in the chip's own order).
@@ -76,9 +81,13 @@ private:
     // The chip's rails went off, or its reset: its memory, registers and exposure go; the frames
     // already in the back end's FIFO stay.
     void Clear(std::vector<int>& states);
-    // The frame of an exposure that ended, in the mode the chip is in (none in the data-driven
-    // mode).
+    // What the shutter just did, `closed` an exposure it ended: a frame read out, or a
+    // data-driven line ended; a new opening starts a line in the data-driven mode.
+    void FollowShutter(bool was_open, const std::optional<Tpx3Shutter::Closed>& closed);
+    // The frame of an exposure that ended, in the mode the chip is in.
     void ReadOutFrame(const Tpx3Shutter::Closed& exposure);
+    // A non-zero byte for every host pixel that bit 0 of its configuration masks.
+    std::vector<std::uint8_t> MaskedPixels() const;
     int SenseMillivolts(const std::vector<int>& states) const;
     // Every pixel as a configuration packet, in the chip's pixel order.
     // The six configuration bits of each pixel in device order, as the pixels hold them: the
@@ -110,7 +119,9 @@ private:
     std::size_t m_readout_sent = 0;
     std::uint8_t m_mode = 0;  // TPX_OPMODE
     Tpx3Shutter m_shutter;
+    bool m_input_high = false;  // the trigger input, as wired
     FrameFifo m_frames;
+    Tpx3HitStream m_hits;
 };
 
 }  // namespace ovex::vboard

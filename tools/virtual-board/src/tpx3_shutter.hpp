@@ -35,6 +35,10 @@ public:
 
     bool Present() const { return m_present; }
     bool IsOpen() const { return m_open_tick.has_value(); }
+    // The board tick the open shutter opened at.
+    std::optional<std::uint64_t> OpenTick() const { return m_open_tick; }
+    // The chip's ToA clock at board tick `tick`: ticks since its last sync.
+    std::uint64_t ToaAt(std::uint64_t tick) const { return tick - m_toa_origin; }
     // TPX_SHUT_IMM and TPX_SHUT_EXT: the commands that lead to an exposure and its frame.
     bool StartsExposure(std::size_t command) const {
         return m_present && (command == m_immediate || command == m_external);

@@ -21,7 +21,7 @@ BoardIdentity IdentityIn(const VirtualBoard::Settings& settings) {
 }
 
 // The data endpoint: the chip's configuration read-back goes out first, then the frames it read
-// out, each in a transfer of its own, then the stream.
+// out, each in a transfer of its own, then its data-driven stream, then the counting stream.
 class DataEndpoint final : public IDataSource {
 public:
     DataEndpoint(FirmwareEngine& engine, std::shared_ptr<CountingSource> stream)
@@ -33,6 +33,9 @@ public:
         }
         if (const auto frame = m_engine.ReadFrame(out, m_mid_transfer)) {
             return Sent(out, *frame);
+        }
+        if (const auto hits = m_engine.ReadHits(out, m_mid_transfer)) {
+            return Sent(out, *hits);
         }
         return Sent(out, m_stream->Produce(out, now));
     }

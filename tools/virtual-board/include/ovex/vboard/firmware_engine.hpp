@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "ovex/vboard/boot_loader_mode.hpp"
+#include "ovex/vboard/data_driven.hpp"
 #include "ovex/vboard/data_source.hpp"
 #include "ovex/vboard/error_words.hpp"
 #include "ovex/vboard/firmware_model.hpp"
@@ -97,6 +98,17 @@ public:
     // waits. `mid_transfer`: the endpoint's transfer under way holds data already, and a frame
     // waits for the next one.
     std::optional<Produced> ReadFrame(std::span<std::uint8_t> out, bool mid_transfer);
+
+    // The Timepix3 chip's data-driven stream (data_driven.hpp). Fills `out` from the board's
+    // FIFO for the data endpoint; nullopt while it holds nothing. `mid_transfer` as above.
+    std::optional<Produced> ReadHits(std::span<std::uint8_t> out, bool mid_transfer);
+    DataDrivenCounters StreamCounts() const;
+    // What the board sent since the last call (or since it came up), in the order it went.
+    StreamTruth TakeStreamTruth();
+    // Whether the truth is kept (it is unless switched off: a long run's truth fills memory).
+    void KeepStreamTruth(bool keep);
+    // From the next line on, the recorded stream stands in for the beam; nullopt: the beam again.
+    void SetReplay(std::optional<ReplayStream> replay);
 
     // One round of the monitor stream: a 10-byte record of every monitor (id, flags, value,
     // time stamp), in id order. A monitor is available while its rail is switched on and it

@@ -1,0 +1,353 @@
+#include "hit_stream.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+
+namespace ovex::vboard {
+namespace {
+
+constexpr std::size_t kPacketBytes = 6;
+constexpr std::uint64_t kSixteenths = 16;
+constexpr std::size_t kSegmentBytes = std::size_t{1} << 20;
+
+// The chip's columns release a hit after a short wait, now and then a longer one, which lets
+// neighbours in time swap: the stream is never more than kMaxLate ticks behind.
+constexpr double kMeanWait = 80.0 * kSixteenths;
+constexpr std::uint64_t kMaxLate = 2000 * kSixteenths;
+// Two hit packets in a row may lie no further apart than the host's 16-bit window allows, with
+// room for a late one: timer packets fill quiet stretches longer than this.
+constexpr std::uint64_t kQuietLimit = (32767 - kMaxLate / kSixteenths - 1) * kSixteenths;
+
+// A replay played as fast as the host takes it keeps this much queued.
+constexpr std::uint64_t kReplayAhead = std::uint64_t{8} << 20;
+constexpr std::uint64_t kPage = std::uint64_t{1} << 16;  // ticks a hit packet's time spans
+constexpr std::uint64_t kLow32 = 0xFFFF'FFFF;
+
+std::uint64_t PacketAt(const std::uint8_t* at) {
+    std::uint64_t packet = 0;
+    for (std::size_t b = 0; b < kPacketBytes; ++b) {
+        packet |= std::uint64_t{at[b]} << (8 * b);
+    }
+    return packet;
+}
+
+void PutPacket(std::uint8_t* at, std::uint64_t packet) {
+    for (std::size_t b = 0; b < kPacketBytes; ++b) {
+        at[b] = static_cast<std::uint8_t>(packet >> (8 * b));
+    }
+}
+
+unsigned TypeOf(std::uint64_t packet) {
+    return static_cast<unsigned>(packet >> 46) & 3;
+}
+bool IsControl(std::uint64_t packet) {
+    return packet != kIdlePacket && TypeOf(packet) == 3;
+}
+
+std::uint64_t RoundUpToPage(std::uint64_t ticks) {
+    return (ticks + kPage - 1) / kPage * kPage;
+}
+
+}  // namespace
+
+std::variant<ReplayStream, std::string> LoadReplayFile(const std::filesystem::path& path,
+                                                       double packets_per_second) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        return "cannot open replay file " + path.string();
+    }
+    ReplayStream replay{{std::istreambuf_iterator<char>(file), {}}, packets_per_second};
+    if (file.bad()) {
+        return "cannot read replay file " + path.string();
+    }
+    if (replay.bytes.empty()) {
+        return "replay file " + path.string() + " is empty";
+    }
+    if (replay.bytes.size() % kPacketBytes != 0) {
+        return "replay file " + path.string() + " holds " + std::to_string(replay.bytes.size()) +
+               " bytes, not a whole number of 6-byte packets";
+    }
+    if (!std::isfinite(packets_per_second) || packets_per_second < 0) {
+        return "a replay rate is a finite number of packets per second, not negative";
+    }
+    return replay;
+}
+
+void Tpx3HitStream::Open(std::uint64_t toa, const HitModel& model,
+                         std::vector<std::uint8_t> masked) {
+    m_open = true;
+    m_opened = toa * kSixteenths;
+    m_anchor = m_opened;
+    ++m_counters.lines;
+    m_truth.line_starts.push_back(m_opened);
+    // The line's timer packet opens its first transfer: the last line ended the one before.
+    Queue(tpx3_stream::TimerPacket(toa));
+
+    m_model = model;
+    m_masked = std::move(masked);
+    m_random = SensorRandom(model.seed * 0xD1B54A32D192ED03ULL + (++m_lines_seen << 32));
+    const auto open = static_cast<double>(std::count(m_masked.begin(), m_masked.end(), 0));
+    const double rate = model.spot_rate + model.background_rate * open;
+    m_mean_gap = rate > 0 ? kTicksPerSecond * kSixteenths / rate : 0.0;
+    m_spot_share = rate > 0 ? model.spot_rate / rate : 0.0;
+    m_next_hit = m_opened + 1 + static_cast<std::uint64_t>(m_random.Exponential(m_mean_gap));
+    m_pending = {};
+
+    m_replay_at = 0;
+    if (m_replay) {
+        // Each pass's times move on by whole pages, past the line's opening and the pass before.
+        std::uint64_t first = 0;
+        std::uint64_t last = 0;
+        bool any = false;
+        for (std::size_t at = 0; at < m_replay->bytes.size(); at += kPacketBytes) {
+            const std::uint64_t packet = PacketAt(m_replay->bytes.data() + at);
+            if (IsControl(packet)) {
+                last = packet & kLow32;
+                first = any ? first : last;
+                any = true;
+            }
+        }
+        m_replay_first = first;
+        m_replay_span = RoundUpToPage((last - first) & kLow32) + kPage;
+        m_replay_offset = RoundUpToPage((toa - first) & kLow32);
+    }
+}
+
+void Tpx3HitStream::Advance(std::uint64_t toa) {
+    if (!m_open) {
+        return;
+    }
+    const std::uint64_t time = toa * kSixteenths;
+    if (m_replay) {
+        ReplayUntil(time);
+        return;
+    }
+    DrawHitsUntil(time);
+    ReleaseUntil(time);
+}
+
+void Tpx3HitStream::Close(std::uint64_t toa) {
+    if (!m_open) {
+        return;
+    }
+    const std::uint64_t time = toa * kSixteenths;
+    if (m_replay) {
+        ReplayUntil(time);
+    } else {
+        DrawHitsUntil(time);
+        ReleaseUntil(std::numeric_limits<std::uint64_t>::max());
+    }
+    EndLine();
+}
+
+void Tpx3HitStream::Abandon() {
+    m_pending = {};
+    if (m_open) {
+        EndLine();
+    }
+}
+
+void Tpx3HitStream::TriggerEdge(std::uint64_t toa) {
+    if (!m_open) {
+        return;
+    }
+    Advance(toa);
+    const std::uint64_t time = toa * kSixteenths;
+    Heartbeats(time);
+    Queue(tpx3_stream::TdcPacket(toa, 1));
+    ++m_counters.tdc_sent;
+    if (m_keep_truth) {
+        m_truth.tdc[0].push_back(time);
+    }
+}
+
+void Tpx3HitStream::PowerOn() {
+    m_open = false;
+    m_pending = {};
+    m_fifo.clear();
+    m_idle_due = false;
+    m_counters.fifo_bytes = 0;
+}
+
+StreamTruth Tpx3HitStream::TakeTruth() {
+    StreamTruth truth = std::move(m_truth);
+    m_truth = {};
+    return truth;
+}
+
+void Tpx3HitStream::DrawHitsUntil(std::uint64_t time) {
+    if (m_mean_gap <= 0) {
+        return;
+    }
+    while (m_next_hit < time) {
+        const std::uint64_t t = m_next_hit;
+        m_next_hit += 1 + static_cast<std::uint64_t>(m_random.Exponential(m_mean_gap));
+        std::uint32_t pixel = 0;
+        if (m_random.Uniform() <= m_spot_share) {
+            const double x = std::round(m_model.spot_x + m_model.spot_sigma * m_random.Gauss());
+            const double y = std::round(m_model.spot_y + m_model.spot_sigma * m_random.Gauss());
+            if (x < 0 || y < 0 || x >= kSensorSide || y >= kSensorSide) {
+                continue;  // beside the sensor
+            }
+            pixel = static_cast<std::uint32_t>(y) * kSensorSide + static_cast<std::uint32_t>(x);
+        } else {
+            pixel = static_cast<std::uint32_t>(m_random.Next() >> 48);
+        }
+        if (m_masked[pixel] != 0) {
+            continue;
+        }
+        const auto wait =
+            std::min(static_cast<std::uint64_t>(m_random.Exponential(kMeanWait)), kMaxLate);
+        m_pending.push({t + wait, t, PixelAddress(pixel), m_random.ToT()});
+    }
+}
+
+void Tpx3HitStream::ReleaseUntil(std::uint64_t key) {
+    while (!m_pending.empty() && m_pending.top().key < key) {
+        const Pending hit = m_pending.top();
+        m_pending.pop();
+        if (m_counters.fifo_bytes + kPacketBytes > kHitFifoBytes) {
+            ++m_counters.hits_lost;
+            continue;
+        }
+        Heartbeats(hit.key);
+        Queue(tpx3_stream::DataPacket(hit.address, hit.tot, hit.time >> 4, hit.time & 0xF));
+        m_anchor = std::max(m_anchor, hit.key);
+        ++m_counters.hits_sent;
+        m_counters.digest += HitDigest(hit.address, hit.tot, hit.time);
+        if (m_keep_truth) {
+            m_truth.records.push_back({hit.address, hit.tot, hit.time});
+        }
+    }
+}
+
+void Tpx3HitStream::Heartbeats(std::uint64_t key) {
+    while (key > m_anchor + kQuietLimit) {
+        m_anchor += kQuietLimit;
+        Queue(tpx3_stream::TimerPacket(m_anchor / kSixteenths));
+        m_anchor = m_anchor / kSixteenths * kSixteenths;
+    }
+}
+
+void Tpx3HitStream::ReplayUntil(std::uint64_t time) {
+    const double rate = m_replay->packets_per_second;
+    if (rate <= 0) {
+        return;  // topped up as the host takes it
+    }
+    const double seconds = static_cast<double>(time - m_opened) / (kTicksPerSecond * kSixteenths);
+    const auto due = static_cast<std::uint64_t>(seconds * rate);
+    if (due > m_replay_at) {
+        ReplayPackets(due - m_replay_at);
+    }
+}
+
+void Tpx3HitStream::ReplayPackets(std::uint64_t count) {
+    const std::vector<std::uint8_t>& bytes = m_replay->bytes;
+    const std::uint64_t packets = bytes.size() / kPacketBytes;
+    while (count > 0) {
+        const std::uint64_t index = m_replay_at % packets;
+        const std::uint64_t offset =
+            (m_replay_offset + m_replay_at / packets * m_replay_span) & kLow32;
+        const std::uint64_t room = m_counters.fifo_bytes < kHitFifoBytes
+                                       ? (kHitFifoBytes - m_counters.fifo_bytes) / kPacketBytes
+                                       : 0;
+        // A full FIFO drops one packet at a time; else whole pieces of a segment each.
+        const std::uint64_t take =
+            std::min({count, packets - index, room == 0 ? 1 : room, kSegmentBytes / kPacketBytes});
+        const std::uint8_t* from = bytes.data() + index * kPacketBytes;
+        m_replay_at += take;
+        count -= take;
+        if (room == 0) {
+            m_counters.hits_lost += TypeOf(PacketAt(from)) == 0 ? 1 : 0;
+            continue;
+        }
+        std::uint8_t* to = Reserve(take * kPacketBytes);
+        for (std::uint64_t i = 0; i < take; ++i, from += kPacketBytes, to += kPacketBytes) {
+            std::uint64_t packet = PacketAt(from);
+            if (IsControl(packet)) {
+                packet = (packet & ~kLow32) | ((packet + offset) & kLow32);
+            } else if (TypeOf(packet) == 0) {
+                const auto address = static_cast<std::uint32_t>(packet >> 30) & 0xFFFF;
+                const auto tot = static_cast<std::uint32_t>(packet >> 20) & 0x3FF;
+                ++m_counters.hits_sent;
+                m_counters.digest += HitDigest(address, tot, packet & 0xFFFFF);
+            }
+            PutPacket(to, packet);
+        }
+    }
+}
+
+void Tpx3HitStream::Queue(std::uint64_t packet) {
+    PutPacket(Reserve(kPacketBytes), packet);
+}
+
+std::uint8_t* Tpx3HitStream::Reserve(std::size_t bytes) {
+    if (m_fifo.empty() || m_fifo.back().ends_line ||
+        m_fifo.back().bytes.size() + bytes > kSegmentBytes) {
+        m_fifo.emplace_back().bytes.reserve(kSegmentBytes);
+    }
+    std::vector<std::uint8_t>& segment = m_fifo.back().bytes;
+    segment.resize(segment.size() + bytes);
+    m_counters.fifo_bytes += bytes;
+    return segment.data() + segment.size() - bytes;
+}
+
+void Tpx3HitStream::EndLine() {
+    m_open = false;
+    m_pending = {};
+    if (m_fifo.empty() || m_fifo.back().ends_line) {
+        m_fifo.emplace_back();
+    }
+    m_fifo.back().ends_line = true;
+}
+
+std::optional<Produced> Tpx3HitStream::Send(std::span<std::uint8_t> out, bool mid_transfer) {
+    if (out.size() < kPacketBytes) {
+        return std::nullopt;
+    }
+    if (m_idle_due) {
+        m_idle_due = false;
+        PutPacket(out.data(), kIdlePacket);
+        return Produced{kPacketBytes, true};
+    }
+    if (m_open && m_replay && m_replay->packets_per_second <= 0 &&
+        m_counters.fifo_bytes < kReplayAhead) {
+        ReplayPackets((kReplayAhead - m_counters.fifo_bytes) / kPacketBytes);
+    }
+    std::size_t filled = 0;
+    while (!m_fifo.empty()) {
+        Segment& segment = m_fifo.front();
+        const std::size_t count =
+            std::min(out.size() - filled, segment.bytes.size() - segment.sent);
+        std::memcpy(out.data() + filled, segment.bytes.data() + segment.sent, count);
+        filled += count;
+        segment.sent += count;
+        m_counters.fifo_bytes -= count;
+        m_counters.bytes_sent += count;
+        if (segment.sent < segment.bytes.size()) {
+            return Produced{filled, false};
+        }
+        const bool ends_line = segment.ends_line;
+        m_fifo.pop_front();
+        if (ends_line) {
+            if (filled == out.size()) {
+                m_idle_due = true;  // the transfer is full: the next one ends the line
+                return Produced{filled, false};
+            }
+            if (filled == 0 && !mid_transfer) {
+                PutPacket(out.data(), kIdlePacket);
+                return Produced{kPacketBytes, true};
+            }
+            return Produced{filled, true};
+        }
+        if (filled == out.size()) {
+            return Produced{filled, false};
+        }
+    }
+    return filled > 0 ? std::optional<Produced>(Produced{filled, false}) : std::nullopt;
+}
+
+}  // namespace ovex::vboard
