@@ -59,6 +59,27 @@ TEST_F(BoardChip, ChipExistsOnlyBehindTheFrontendPowerUp) {
     EXPECT_EQ(count, 1);
 }
 
+TEST_F(BoardChip, RefusedChipInfoFailsTheFrontendAndLeavesNothingHalfBuilt) {
+    ASSERT_EQ(OpenKind(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_dev_power_up_unit(&m_ctx, 0), OVEXSDK_OK);
+    RefuseAt("invoke TPX_CHIP_INFO");
+    EXPECT_EQ(ovexsdk_dev_power_up_unit(&m_ctx, 1), OVEXSDK_ERR_FAILED);
+    EXPECT_TRUE(Logged("Failed to build a device after power up. Cannot fetch a chip info."));
+    std::uint8_t count = 9;
+    EXPECT_EQ(ovexsdk_chip_get_count(&m_ctx, &count), OVEXSDK_OK);
+    EXPECT_EQ(count, 0);
+    ovexsdk_trigger_mode modes[4];
+    std::uint64_t capacity = 4;
+    EXPECT_EQ(ovexsdk_trigger_list(&m_ctx, modes, &capacity), OVEXSDK_ERR_FAILED);
+
+    // A frontend added before the chip was known would make the next power-up skip the chip.
+    EXPECT_EQ(ovexsdk_dev_power_down_unit(&m_ctx, 1), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_dev_power_up_unit(&m_ctx, 1), OVEXSDK_OK);
+    EXPECT_EQ(ovexsdk_chip_get_count(&m_ctx, &count), OVEXSDK_OK);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(ovexsdk_trigger_list(&m_ctx, modes, &capacity), OVEXSDK_OK);
+}
+
 TEST_F(BoardChip, RefusesCallsWithoutDeviceOrWithBadPointers) {
     Create();
     std::uint8_t count = 1;
