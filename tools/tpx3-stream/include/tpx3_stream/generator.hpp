@@ -65,6 +65,7 @@ struct ExpectedRecord {
     std::uint32_t address;
     std::uint32_t tot;
     std::uint64_t time;  // sixteenths of a tick
+    bool operator==(const ExpectedRecord&) const = default;
 };
 static_assert(sizeof(ExpectedRecord) == 16);
 
