@@ -17,6 +17,7 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <variant>
 #include <vector>
 
 #include "ovex/vboard/virtual_board.hpp"
@@ -36,7 +37,11 @@ void PrintUsage(std::FILE* out) {
         "  --counting-stream\n"
         "                 send the counting test stream on the data endpoint (default: the\n"
         "                 endpoint sends only what the chip reads back)\n"
-        "  --rate BPS     counting stream rate in bytes per second (default 0: as fast as read)\n"
+        "  --rate R       rate of the data endpoint's stream: bytes per second of the counting\n"
+        "                 stream, packets per second of a replay (default 0: as fast as read)\n"
+        "  --replay FILE  in the Timepix3 chip's data-driven mode, play FILE (a recorded board\n"
+        "                 stream of 6-byte packets) while the shutter is open instead of the\n"
+        "                 beam, looping with its times moved on\n"
         "  --serial TEXT  serial number of the first board (default OVX00001); later boards\n"
         "                 count up the number it ends in\n"
         "  --boot-loader ID\n"
@@ -49,7 +54,8 @@ void PrintUsage(std::FILE* out) {
         "  --trigger-rate HZ\n"
         "                 drive the boards' trigger input with a pulse train: a rising edge\n"
         "                 HZ times a second, high for half of each period (default 0: low)\n"
-        "  --hit-rate HZ  hits per second in a beam spot at the Timepix3 sensor's centre\n"
+        "  --hit-rate HZ  hits per second in a beam spot at the Timepix3 sensor's centre, in\n"
+        "                 frames and in the data-driven stream\n"
         "                 (default 0)\n"
         "  --spot-sigma PX\n"
         "                 the beam spot's Gaussian width in pixels (default 8)\n"
@@ -61,7 +67,8 @@ void PrintUsage(std::FILE* out) {
         "Examples:\n"
         "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n"
         "  ovex-vboard run --boot-loader TPX3EFE --pcb 3.04 -- PROGRAM\n"
-        "  ovex-vboard run --trigger-rate 10 --hit-rate 1e6 --background-rate 5 -- PROGRAM\n");
+        "  ovex-vboard run --trigger-rate 10 --hit-rate 1e6 --background-rate 5 -- PROGRAM\n"
+        "  ovex-vboard run --replay run.bin --rate 6e7 -- PROGRAM\n");
 }
 
 struct Options {
@@ -69,6 +76,7 @@ struct Options {
     ovex::vboard::BoardKind kind = ovex::vboard::BoardKind::kTimepix3;
     double rate = 0.0;
     bool counting_stream = false;
+    std::optional<std::string> replay;
     std::string serial = ovex::vboard::BoardIdentity{}.serial;
     std::optional<std::string> boot_loader;
     std::uint16_t bcd_device = 0;  // 0: the kind's
@@ -160,7 +168,13 @@ bool Parse(int argc, char** argv, Options& options) {
         } else if (arg == "--counting-stream") {
             options.counting_stream = true;
         } else if (arg == "--rate" && has_value) {
-            options.rate = std::atof(argv[++i]);
+            const auto value = RateNamed(argv[++i]);
+            if (!value) {
+                return false;
+            }
+            options.rate = *value;
+        } else if (arg == "--replay" && has_value) {
+            options.replay = argv[++i];
         } else if (arg == "--serial" && has_value) {
             options.serial = argv[++i];
         } else if (arg == "--boot-loader" && has_value) {
@@ -274,6 +288,15 @@ int main(int argc, char** argv) {
         PrintUsage(stderr);
         return 2;
     }
+    std::optional<ovex::vboard::ReplayStream> replay;
+    if (options.replay) {
+        auto loaded = ovex::vboard::LoadReplayFile(*options.replay, options.rate);
+        if (const auto* error = std::get_if<std::string>(&loaded)) {
+            std::fprintf(stderr, "ovex-vboard: %s\n", error->c_str());
+            return 2;
+        }
+        replay = std::get<ovex::vboard::ReplayStream>(std::move(loaded));
+    }
     try {
         ovex::vboard::TestBed bed;
         std::vector<std::unique_ptr<ovex::vboard::VirtualBoard>> boards;
@@ -281,7 +304,7 @@ int main(int argc, char** argv) {
             ovex::vboard::VirtualBoard::Settings settings;
             settings.kind = options.kind;
             settings.identity.serial = i == 0 ? options.serial : NthSerial(options.serial, i);
-            settings.stream.bytes_per_second = options.rate;
+            settings.stream.bytes_per_second = options.replay ? 0.0 : options.rate;
             if (!options.counting_stream) {
                 settings.stream.total_bytes = 0;
             }
@@ -294,6 +317,9 @@ int main(int argc, char** argv) {
             ovex::vboard::HitModel hits = options.hits;
             hits.seed += static_cast<std::uint64_t>(i);
             boards.back()->Engine().SetHitModel(hits);
+            // Nobody asks a launched board what it sent: a long run's truth would fill memory.
+            boards.back()->Engine().KeepStreamTruth(false);
+            boards.back()->Engine().SetReplay(replay);
         }
         const pid_t child = ::fork();
         if (child < 0) {

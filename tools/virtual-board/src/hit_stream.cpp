@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <optional>
 
 namespace ovex::vboard {
 namespace {
@@ -53,6 +54,37 @@ std::uint64_t RoundUpToPage(std::uint64_t ticks) {
 
 }  // namespace
 
+ReplayExtent MeasureReplay(std::span<const std::uint8_t> bytes) {
+    // Timer packets set the running time; a hit's 20 bits of time lie nearest to it.
+    constexpr std::uint64_t kHitSpan = std::uint64_t{1} << 20;  // sixteenths
+    std::optional<std::uint64_t> first;
+    std::uint64_t now = 0;
+    std::uint64_t latest = 0;
+    for (std::size_t at = 0; at + kPacketBytes <= bytes.size(); at += kPacketBytes) {
+        const std::uint64_t packet = PacketAt(bytes.data() + at);
+        if (IsControl(packet)) {
+            const std::uint64_t time = (packet & kLow32) * kSixteenths;
+            first = first.value_or(time / kSixteenths);
+            if ((packet >> 36 & 7) == 0) {
+                now = time;  // a timer, not a TDC event
+            }
+            latest = std::max(latest, time);
+        } else if (packet != kIdlePacket && TypeOf(packet) == 0) {
+            std::uint64_t time = (now & ~(kHitSpan - 1)) | (packet & (kHitSpan - 1));
+            if (time + kHitSpan / 2 < now) {
+                time += kHitSpan;
+            } else if (time > now + kHitSpan / 2 && time >= kHitSpan) {
+                time -= kHitSpan;
+            }
+            now = std::max(now, time);
+            latest = std::max(latest, time);
+        }
+    }
+    const std::uint64_t start = first.value_or(0);
+    const std::uint64_t end = latest / kSixteenths + 1;
+    return {start, RoundUpToPage(end - std::min(start, end)) + kPage};
+}
+
 std::variant<ReplayStream, std::string> LoadReplayFile(const std::filesystem::path& path,
                                                        double packets_per_second) {
     std::ifstream file(path, std::ios::binary);
@@ -97,23 +129,8 @@ void Tpx3HitStream::Open(std::uint64_t toa, const HitModel& model,
     m_pending = {};
 
     m_replay_at = 0;
-    if (m_replay) {
-        // Each pass's times move on by whole pages, past the line's opening and the pass before.
-        std::uint64_t first = 0;
-        std::uint64_t last = 0;
-        bool any = false;
-        for (std::size_t at = 0; at < m_replay->bytes.size(); at += kPacketBytes) {
-            const std::uint64_t packet = PacketAt(m_replay->bytes.data() + at);
-            if (IsControl(packet)) {
-                last = packet & kLow32;
-                first = any ? first : last;
-                any = true;
-            }
-        }
-        m_replay_first = first;
-        m_replay_span = RoundUpToPage((last - first) & kLow32) + kPage;
-        m_replay_offset = RoundUpToPage((toa - first) & kLow32);
-    }
+    // The first pass starts on the page after the line's opening.
+    m_replay_offset = RoundUpToPage((toa - m_replay_extent.first) & kLow32);
 }
 
 void Tpx3HitStream::Advance(std::uint64_t toa) {
@@ -217,6 +234,7 @@ void Tpx3HitStream::ReleaseUntil(std::uint64_t key) {
         Queue(tpx3_stream::DataPacket(hit.address, hit.tot, hit.time >> 4, hit.time & 0xF));
         m_anchor = std::max(m_anchor, hit.key);
         ++m_counters.hits_sent;
+        m_counters.tot_sent += hit.tot;
         m_counters.digest += HitDigest(hit.address, hit.tot, hit.time);
         if (m_keep_truth) {
             m_truth.records.push_back({hit.address, hit.tot, hit.time});
@@ -250,7 +268,7 @@ void Tpx3HitStream::ReplayPackets(std::uint64_t count) {
     while (count > 0) {
         const std::uint64_t index = m_replay_at % packets;
         const std::uint64_t offset =
-            (m_replay_offset + m_replay_at / packets * m_replay_span) & kLow32;
+            (m_replay_offset + m_replay_at / packets * m_replay_extent.span) & kLow32;
         const std::uint64_t room = m_counters.fifo_bytes < kHitFifoBytes
                                        ? (kHitFifoBytes - m_counters.fifo_bytes) / kPacketBytes
                                        : 0;
@@ -273,6 +291,7 @@ void Tpx3HitStream::ReplayPackets(std::uint64_t count) {
                 const auto address = static_cast<std::uint32_t>(packet >> 30) & 0xFFFF;
                 const auto tot = static_cast<std::uint32_t>(packet >> 20) & 0x3FF;
                 ++m_counters.hits_sent;
+                m_counters.tot_sent += tot;
                 m_counters.digest += HitDigest(address, tot, packet & 0xFFFFF);
             }
             PutPacket(to, packet);

@@ -19,6 +19,14 @@
 
 namespace ovex::vboard {
 
+// Where a recording's time starts (its first timer packet) and how many ticks a pass moves it
+// on: whole pages past the latest hit, as a host extends the hits' times.
+struct ReplayExtent {
+    std::uint64_t first = 0;
+    std::uint64_t span = 0;
+};
+ReplayExtent MeasureReplay(std::span<const std::uint8_t> bytes);
+
 class Tpx3HitStream {
 public:
     // A line opens at `toa` under `model`; `masked` holds a non-zero byte for every masked host
@@ -41,7 +49,10 @@ public:
     // way short; `mid_transfer` says whether that transfer holds data already.
     std::optional<Produced> Send(std::span<std::uint8_t> out, bool mid_transfer);
 
-    void SetReplay(std::shared_ptr<const ReplayStream> replay) { m_replay = std::move(replay); }
+    void SetReplay(std::shared_ptr<const ReplayStream> replay) {
+        m_replay_extent = replay ? MeasureReplay(replay->bytes) : ReplayExtent{};
+        m_replay = std::move(replay);
+    }
     void KeepTruth(bool keep) { m_keep_truth = keep; }
     StreamTruth TakeTruth();
     DataDrivenCounters Counters() const { return m_counters; }
@@ -88,8 +99,7 @@ private:
     std::shared_ptr<const ReplayStream> m_replay;
     std::uint64_t m_replay_at = 0;      // next packet of this line, counting over the passes
     std::uint64_t m_replay_offset = 0;  // of this line's first pass, ticks
-    std::uint64_t m_replay_span = 0;    // ticks per pass
-    std::uint64_t m_replay_first = 0;   // the file's first timer time, ticks
+    ReplayExtent m_replay_extent;
 
     // The FIFO.
     std::deque<Segment> m_fifo;

@@ -226,6 +226,23 @@ TEST_F(HitStream, ReplayLoopsTheRecordingWithItsTimesMovedOnByWholePages) {
         last_offset = offset;
     }
     EXPECT_GT(last_offset, 0U);
+    // Each pass starts beyond the latest hit of the one before, as a host extends their times.
+    std::uint64_t now = 0;
+    std::uint64_t latest = 0;
+    for (std::size_t i = 1; i < sent.size(); ++i) {
+        const Packet& packet = sent[i];
+        if (packet.type == kTimerType) {
+            now = (packet.raw & 0xFFFFFFFF) * 16;
+            if ((i - 1) % packets == 0) {
+                ASSERT_GT(now, latest) << "pass " << (i - 1) / packets;
+            }
+        } else if (packet.type == 0) {
+            std::uint64_t time = (now & ~std::uint64_t{0xFFFFF}) | packet.low;
+            time += time + 0x80000 < now ? 0x100000 : 0;
+            now = std::max(now, time);
+            latest = std::max(latest, time);
+        }
+    }
     EXPECT_EQ(m_engine.StreamCounts().hits_sent, data);
     EXPECT_TRUE(m_engine.TakeStreamTruth().records.empty()) << "a replay has no truth";
 

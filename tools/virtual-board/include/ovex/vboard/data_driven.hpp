@@ -31,6 +31,7 @@ inline constexpr std::uint64_t kIdlePacket = 0xFFFF'FFFF'FFFFull;
 struct DataDrivenCounters {
     std::uint64_t lines = 0;       // lines opened
     std::uint64_t hits_sent = 0;   // hit packets queued for the host
+    std::uint64_t tot_sent = 0;    // the sum of their ToT
     std::uint64_t hits_lost = 0;   // hits that found the FIFO full
     std::uint64_t tdc_sent = 0;    // TDC packets queued
     std::uint64_t bytes_sent = 0;  // bytes the host took from the FIFO
