@@ -8,19 +8,16 @@
 
 #include <benchmark/benchmark.h>
 
-#include <dirent.h>
-#include <unistd.h>
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 #include <string>
 
 #include "support/board_session.hpp"
+#include "support/thread_cpu.hpp"
 
 namespace {
 
@@ -28,42 +25,6 @@ using Clock = std::chrono::steady_clock;
 using ovex::bench::BoardSession;
 
 constexpr double kShutter = 0.001;
-
-// CPU seconds of this process's threads named `name`, user and system.
-double ThreadCpuSeconds(const std::string& name) {
-    static const double kTicks = static_cast<double>(sysconf(_SC_CLK_TCK));
-    double seconds = 0;
-    DIR* tasks = opendir("/proc/self/task");
-    if (tasks == nullptr) {
-        return 0;
-    }
-    while (const dirent* entry = readdir(tasks)) {
-        const std::string dir = std::string("/proc/self/task/") + entry->d_name;
-        std::ifstream comm(dir + "/comm");
-        std::string thread;
-        if (!std::getline(comm, thread) || thread != name) {
-            continue;
-        }
-        std::ifstream stat(dir + "/stat");
-        std::string line;
-        std::getline(stat, line);
-        // Fields after the name in parentheses; utime and stime are the 12th and 13th of them.
-        std::istringstream rest(line.substr(line.rfind(')') + 2));
-        std::string field;
-        double utime = 0;
-        double stime = 0;
-        for (int i = 1; i <= 13 && rest >> field; ++i) {
-            if (i == 12) {
-                utime = std::stod(field);
-            } else if (i == 13) {
-                stime = std::stod(field);
-            }
-        }
-        seconds += (utime + stime) / kTicks;
-    }
-    closedir(tasks);
-    return seconds;
-}
 
 // What the data callback counts; the benchmark's thread waits on it.
 struct Received {
@@ -148,8 +109,8 @@ class Report {
 public:
     explicit Report(FrameBoard& board) : m_board(board) {}
     void Finish(benchmark::State& state, double wall) {
-        const double consumer = ThreadCpuSeconds("Consumer") - m_consumer;
-        const double handler = ThreadCpuSeconds("Endpoint 0x81") - m_handler;
+        const double consumer = ovex::bench::ThreadCpuSeconds("Consumer") - m_consumer;
+        const double handler = ovex::bench::ThreadCpuSeconds("Endpoint 0x81") - m_handler;
         std::lock_guard lock(m_board.received.mutex);
         const auto frames = static_cast<double>(m_board.received.frames - m_frames);
         state.counters["frames/s"] = benchmark::Counter(frames, benchmark::Counter::kIsRate);
@@ -167,8 +128,8 @@ private:
     std::uint64_t m_frames = m_board.received.frames;
     std::uint64_t m_hits = m_board.received.hits;
     double m_latency = m_board.received.latency;
-    double m_consumer = ThreadCpuSeconds("Consumer");
-    double m_handler = ThreadCpuSeconds("Endpoint 0x81");
+    double m_consumer = ovex::bench::ThreadCpuSeconds("Consumer");
+    double m_handler = ovex::bench::ThreadCpuSeconds("Endpoint 0x81");
 };
 
 // One readout per frame: start, the host's shutter, the frame, the end.
