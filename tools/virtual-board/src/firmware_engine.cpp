@@ -166,14 +166,16 @@ void FirmwareEngine::CatchUp() {
 
 void FirmwareEngine::AdvanceTime(std::chrono::duration<double> elapsed) {
     std::lock_guard lock(m_mutex);
-    m_parts->items.Advance(elapsed.count());
     m_real_time = false;
+    m_parts->items.Hits().FollowRealTime(false);
+    m_parts->items.Advance(elapsed.count());
 }
 
 void FirmwareEngine::FollowRealTime() {
     std::lock_guard lock(m_mutex);
     m_real_time = true;
     m_caught_up = std::chrono::steady_clock::now();
+    m_parts->items.Hits().FollowRealTime(true);
 }
 
 double FirmwareEngine::BoardTime() const {
@@ -278,8 +280,9 @@ void FirmwareEngine::PulseTriggerInput(std::chrono::duration<double> width) {
     std::lock_guard lock(m_mutex);
     CatchUp();
     m_parts->items.SetTriggerInput(true);
-    m_parts->items.Advance(width.count());
     m_real_time = false;
+    m_parts->items.Hits().FollowRealTime(false);
+    m_parts->items.Advance(width.count());
     m_parts->items.SetTriggerInput(false);
 }
 

@@ -20,6 +20,8 @@ constexpr double kMeanWait = 80.0 * kSixteenths;
 constexpr std::uint64_t kMaxLate = 2000 * kSixteenths;
 // Two hit packets in a row may lie no further apart than the host's 16-bit window allows, with
 // room for a late one: timer packets fill quiet stretches longer than this.
+// Hits drawn at most in one step of a board on the real clock.
+constexpr std::uint64_t kDrawBudget = std::uint64_t{1} << 18;
 constexpr std::uint64_t kQuietLimit = (32767 - kMaxLate / kSixteenths - 1) * kSixteenths;
 
 // A replay played as fast as the host takes it keeps this much queued.
@@ -125,7 +127,8 @@ void Tpx3HitStream::Open(std::uint64_t toa, const HitModel& model,
     const double rate = model.spot_rate + model.background_rate * open;
     m_mean_gap = rate > 0 ? kTicksPerSecond * kSixteenths / rate : 0.0;
     m_spot_share = rate > 0 ? model.spot_rate / rate : 0.0;
-    m_next_hit = m_opened + 1 + static_cast<std::uint64_t>(m_random.Exponential(m_mean_gap));
+    m_arrival = static_cast<double>(m_opened) + m_random.Exponential(m_mean_gap);
+    m_next_hit = m_opened + 1;
     m_pending = {};
 
     m_replay_at = 0;
@@ -199,9 +202,23 @@ void Tpx3HitStream::DrawHitsUntil(std::uint64_t time) {
     if (m_mean_gap <= 0) {
         return;
     }
-    while (m_next_hit < time) {
-        const std::uint64_t t = m_next_hit;
-        m_next_hit += 1 + static_cast<std::uint64_t>(m_random.Exponential(m_mean_gap));
+    std::uint64_t budget = m_bounded ? kDrawBudget : std::numeric_limits<std::uint64_t>::max();
+    // Arrivals of a Poisson process; each hit takes a sixteenth of its own, so that no two
+    // share a time.
+    while (std::max(m_next_hit, static_cast<std::uint64_t>(m_arrival)) < time) {
+        if (budget-- == 0) {
+            // A board on the real clock that cannot draw hits as fast as the beam brings them
+            // loses the rest of the stretch, counted, rather than fall behind its host.
+            const double rest = static_cast<double>(time) - m_arrival;
+            m_counters.hits_lost +=
+                1 + static_cast<std::uint64_t>(std::max(rest, 0.0) / m_mean_gap);
+            m_arrival = static_cast<double>(time) + m_random.Exponential(m_mean_gap);
+            m_next_hit = std::max(m_next_hit, time);
+            break;
+        }
+        const std::uint64_t t = std::max(m_next_hit, static_cast<std::uint64_t>(m_arrival));
+        m_next_hit = t + 1;
+        m_arrival += m_random.Exponential(m_mean_gap);
         std::uint32_t pixel = 0;
         if (m_random.Uniform() <= m_spot_share) {
             const double x = std::round(m_model.spot_x + m_model.spot_sigma * m_random.Gauss());

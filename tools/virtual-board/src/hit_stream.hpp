@@ -54,6 +54,8 @@ public:
         m_replay = std::move(replay);
     }
     void KeepTruth(bool keep) { m_keep_truth = keep; }
+    // On the real clock each step draws a bounded number of hits, and counts the rest lost.
+    void FollowRealTime(bool real_time) { m_bounded = real_time; }
     StreamTruth TakeTruth();
     DataDrivenCounters Counters() const { return m_counters; }
 
@@ -90,7 +92,8 @@ private:
     std::vector<std::uint8_t> m_masked;
     double m_mean_gap = 0;           // sixteenths between hits; 0: no hits
     double m_spot_share = 0;         // of the hits
-    std::uint64_t m_next_hit = 0;    // time of the next hit, sixteenths
+    double m_arrival = 0;            // of the next particle, sixteenths
+    std::uint64_t m_next_hit = 0;    // the earliest time the next hit may take
     std::uint64_t m_drawn_to = 0;    // hits before this time are drawn
     std::uint64_t m_lines_seen = 0;  // seeds each line's own sequence
     std::priority_queue<Pending, std::vector<Pending>, std::greater<>> m_pending;
@@ -106,6 +109,7 @@ private:
     bool m_idle_due = false;  // a line ended with a full transfer: a short one must follow
 
     bool m_keep_truth = true;
+    bool m_bounded = false;
     StreamTruth m_truth;
     DataDrivenCounters m_counters;
 };

@@ -86,7 +86,7 @@ void ItemRequests::PowerOn() {
 
 void ItemRequests::Advance(double seconds) {
     m_physics.Advance(seconds, m_states);
-    m_chip.Advance(BoardTime());
+    m_chip.Advance(m_states, BoardTime());
 }
 
 ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {

@@ -207,13 +207,13 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         m_mode = input[0];
     }
     const bool was_open = m_shutter.IsOpen();
-    const auto closed = m_shutter.AfterCommand(command, states, Ticks(now));
+    const auto closed = m_shutter.AfterCommand(command, Ticks(now));
     FollowShutter(was_open, closed);
 }
 
-void Tpx3Chip::Advance(double now) {
+void Tpx3Chip::Advance(const std::vector<int>& states, double now) {
     const bool was_open = m_shutter.IsOpen();
-    const auto closed = m_shutter.Advance(Ticks(now));
+    const auto closed = m_shutter.Advance(states, Ticks(now));
     FollowShutter(was_open, closed);
     m_hits.Advance(m_shutter.ToaAt(Ticks(now)));
 }

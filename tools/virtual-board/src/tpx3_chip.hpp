@@ -45,7 +45,7 @@ public:
     void AfterCommand(std::size_t command, std::span<const std::uint8_t> input,
                       std::vector<int>& states, double now);
     // The board's clock moved on to `now`: a shutter whose time ran out closes.
-    void Advance(double now);
+    void Advance(const std::vector<int>& states, double now);
     // The board's trigger input goes to `high` at `now`.
     void SetTriggerInput(bool high, const std::vector<int>& states, double now);
     // After anything that may switch the chip's rails: a chip whose rails went off comes back

@@ -67,7 +67,6 @@ std::uint32_t Tpx3Shutter::CommandRefusal(std::size_t command,
 }
 
 std::optional<Tpx3Shutter::Closed> Tpx3Shutter::AfterCommand(std::size_t command,
-                                                             const std::vector<int>& states,
                                                              std::uint64_t now) {
     if (!m_present) {
         return std::nullopt;
@@ -80,11 +79,11 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::AfterCommand(std::size_t command
         m_wiring = Input::kEdge;
     } else if (command == m_immediate) {
         m_armed = Input::kNone;  // the host takes the shutter over from the input
-        Open(now, Duration(states));
+        Open(now, true);
     } else if (command == m_external) {
         m_armed = m_wiring;
         if (m_armed == Input::kLevel && m_level) {
-            Open(now, std::nullopt);  // the level is already there
+            Open(now, false);  // the level is already there
         }
     } else if (command == m_sync) {
         m_toa_origin = now;
@@ -97,9 +96,13 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::AfterCommand(std::size_t command
     return std::nullopt;
 }
 
-std::optional<Tpx3Shutter::Closed> Tpx3Shutter::Advance(std::uint64_t now) {
-    if (IsOpen() && m_close_tick && *m_close_tick <= now) {
-        return Close(*m_close_tick);
+std::optional<Tpx3Shutter::Closed> Tpx3Shutter::Advance(const std::vector<int>& states,
+                                                        std::uint64_t now) {
+    // The duration counter compares with TPX_SHUT_DUR as it stands, not as it stood at the
+    // opening: a host that arms the input before it writes the duration still gets its length.
+    const std::uint32_t duration = Duration(states);
+    if (IsOpen() && m_timed && duration != 0 && *m_open_tick + duration <= now) {
+        return Close(*m_open_tick + duration);
     }
     return std::nullopt;
 }
@@ -116,12 +119,12 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::SetInput(bool high, const std::v
     switch (m_armed) {
         case Input::kPulse:
             if (rising && !IsOpen()) {
-                Open(now, Duration(states));
+                Open(now, true);
             }
             break;
         case Input::kLevel:
             if (rising && !IsOpen()) {
-                Open(now, std::nullopt);
+                Open(now, false);
             } else if (falling && IsOpen()) {
                 return Close(now);
             }
@@ -131,7 +134,7 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::SetInput(bool high, const std::v
                 if (IsOpen()) {
                     return Close(now);
                 }
-                Open(now, std::nullopt);
+                Open(now, false);
             }
             break;
         case Input::kNone:
@@ -143,7 +146,6 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::SetInput(bool high, const std::v
 void Tpx3Shutter::Stop() {
     m_armed = Input::kNone;
     m_open_tick.reset();
-    m_close_tick.reset();
 }
 
 void Tpx3Shutter::PowerOn() {
@@ -151,18 +153,14 @@ void Tpx3Shutter::PowerOn() {
     m_wiring = Input::kNone;
 }
 
-void Tpx3Shutter::Open(std::uint64_t now, std::optional<std::uint32_t> duration) {
+void Tpx3Shutter::Open(std::uint64_t now, bool timed) {
     m_open_tick = now;
-    m_close_tick.reset();
-    if (duration && *duration != 0) {
-        m_close_tick = now + *duration;
-    }
+    m_timed = timed;
 }
 
 Tpx3Shutter::Closed Tpx3Shutter::Close(std::uint64_t at) {
     const std::uint64_t open = *m_open_tick;
     m_open_tick.reset();
-    m_close_tick.reset();
     // The ToA clock counts from its last sync; a sync during the exposure puts the opening
     // before its 0, where the clock's counter wrapped.
     return {open, at, open - m_toa_origin, at - m_toa_origin};

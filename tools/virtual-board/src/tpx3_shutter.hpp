@@ -49,11 +49,10 @@ public:
     // The word a command of the shutter's is refused with, kNoError if it may run (power aside).
     std::uint32_t CommandRefusal(std::size_t command, std::span<const std::uint8_t> input) const;
     // What a command that ran did, at `now`; an exposure it ended.
-    std::optional<Closed> AfterCommand(std::size_t command, const std::vector<int>& states,
-                                       std::uint64_t now);
+    std::optional<Closed> AfterCommand(std::size_t command, std::uint64_t now);
     // The board's clock moved on to `now`: an exposure whose duration ran out by then, closed
     // at its end.
-    std::optional<Closed> Advance(std::uint64_t now);
+    std::optional<Closed> Advance(const std::vector<int>& states, std::uint64_t now);
     // The trigger input goes to `high` at `now`; an exposure that this ended.
     std::optional<Closed> SetInput(bool high, const std::vector<int>& states, std::uint64_t now);
 
@@ -65,7 +64,8 @@ public:
 private:
     enum class Input : std::uint8_t { kNone, kPulse, kLevel, kEdge };
 
-    void Open(std::uint64_t now, std::optional<std::uint32_t> duration);
+    // `timed`: TPX_SHUT_DUR closes it, unless 0.
+    void Open(std::uint64_t now, bool timed);
     Closed Close(std::uint64_t at);
     std::uint32_t Duration(const std::vector<int>& states) const;
 
@@ -84,8 +84,8 @@ private:
     Input m_armed = Input::kNone;   // the external shutter, as armed
     bool m_level = false;           // the trigger input, active or not
     std::optional<std::uint64_t> m_open_tick;
-    std::optional<std::uint64_t> m_close_tick;  // none: until stopped
-    std::uint64_t m_toa_origin = 0;             // the board tick of the ToA clock's 0
+    bool m_timed = false;            // TPX_SHUT_DUR closes the open shutter
+    std::uint64_t m_toa_origin = 0;  // the board tick of the ToA clock's 0
 };
 
 }  // namespace ovex::vboard

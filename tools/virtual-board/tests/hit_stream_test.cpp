@@ -11,6 +11,7 @@
 #include <numeric>
 #include <string>
 
+#include "hit_stream.hpp"
 #include "ovex/vboard/data_driven.hpp"
 #include "tpx3_firmware.hpp"
 #include "tpx3_stream/generator.hpp"
@@ -179,6 +180,31 @@ TEST_F(HitStream, TriggerEdgesBecomeTdcPacketsAndMaskedPixelsAndAPowerLossEndThe
                      pixel % 256 < 120)
             << pixel;
     }
+}
+
+TEST_F(HitStream, DurationWrittenAfterAPulseOpenedTheLineStillEndsIt) {
+    // The host arms the input, then writes the duration: a pulse may come between.
+    PowerChip(1);
+    ASSERT_EQ(Invoke("TRIG_I_1PULSE"), 0U);
+    ASSERT_EQ(Invoke("TPX_SHUT_EXT"), 0U);
+    m_engine.PulseTriggerInput(duration<double>(1e-6));
+    ASSERT_EQ(SetState("TPX_SHUT_DUR", static_cast<int>(kTicksPerMs)), 0U);
+    m_engine.AdvanceTime(duration<double>(0.002));
+    const std::vector<Bytes> transfers = Transfers(0x1000);
+    ASSERT_EQ(transfers.size(), 1U) << "one line of a timer and its TDC, ended";
+    EXPECT_EQ(Decode(transfers[0]).size(), 2U);
+}
+
+TEST(HitStreamOnTheRealClock, StepDrawsABoundedNumberOfHitsAndCountsTheRestLost) {
+    // A beam of 2·10^8 hits/s for 50 ms in one step: far more than one step may draw.
+    Tpx3HitStream stream;
+    stream.FollowRealTime(true);
+    stream.Open(0, {.spot_rate = 2e8, .seed = 5}, std::vector<std::uint8_t>(65536, 0));
+    stream.Close(50 * kTicksPerMs);
+    const DataDrivenCounters counts = stream.Counters();
+    EXPECT_LE(counts.hits_sent, std::uint64_t{1} << 18);
+    EXPECT_GT(counts.hits_lost, 9'000'000U);
+    EXPECT_NEAR(static_cast<double>(counts.hits_sent + counts.hits_lost), 1e7, 1e5);
 }
 
 TEST_F(HitStream, ReplayLoopsTheRecordingWithItsTimesMovedOnByWholePages) {
