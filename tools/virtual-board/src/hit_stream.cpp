@@ -56,15 +56,21 @@ std::uint64_t RoundUpToPage(std::uint64_t ticks) {
 
 }  // namespace
 
-ReplayExtent MeasureReplay(std::span<const std::uint8_t> bytes) {
+ReplayIndex::ReplayIndex(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {
     // Timer packets set the running time; a hit's 20 bits of time lie nearest to it.
     constexpr std::uint64_t kHitSpan = std::uint64_t{1} << 20;  // sixteenths
     std::optional<std::uint64_t> first;
     std::uint64_t now = 0;
     std::uint64_t latest = 0;
-    for (std::size_t at = 0; at + kPacketBytes <= bytes.size(); at += kPacketBytes) {
-        const std::uint64_t packet = PacketAt(bytes.data() + at);
+    Sums sums;
+    const std::uint64_t packets = bytes.size() / kPacketBytes;
+    for (std::uint64_t i = 0; i < packets; ++i) {
+        if (i % kMark == 0) {
+            m_marks.push_back(sums);
+        }
+        const std::uint64_t packet = PacketAt(bytes.data() + i * kPacketBytes);
         if (IsControl(packet)) {
+            m_controls.push_back(static_cast<std::uint32_t>(i));
             const std::uint64_t time = (packet & kLow32) * kSixteenths;
             first = first.value_or(time / kSixteenths);
             if ((packet >> 36 & 7) == 0) {
@@ -80,11 +86,42 @@ ReplayExtent MeasureReplay(std::span<const std::uint8_t> bytes) {
             }
             now = std::max(now, time);
             latest = std::max(latest, time);
+            const auto address = static_cast<std::uint32_t>(packet >> 30) & 0xFFFF;
+            const auto tot = static_cast<std::uint32_t>(packet >> 20) & 0x3FF;
+            sums = {sums.hits + 1, sums.tot + tot, sums.digest + HitDigest(address, tot, packet)};
         }
     }
-    const std::uint64_t start = first.value_or(0);
+    if (packets % kMark == 0) {
+        m_marks.push_back(sums);  // the end of the last mark's stretch
+    }
+    m_first = first.value_or(0);
     const std::uint64_t end = latest / kSixteenths + 1;
-    return {start, RoundUpToPage(end - std::min(start, end)) + kPage};
+    m_span = RoundUpToPage(end - std::min(m_first, end)) + kPage;
+}
+
+std::span<const std::uint32_t> ReplayIndex::Controls(std::uint64_t from, std::uint64_t to) const {
+    const auto begin = std::lower_bound(m_controls.begin(), m_controls.end(), from);
+    const auto end = std::lower_bound(begin, m_controls.end(), to);
+    return {begin, end};
+}
+
+ReplayIndex::Sums ReplayIndex::Before(std::uint64_t packet) const {
+    Sums sums = m_marks[packet / kMark];
+    for (std::uint64_t i = packet / kMark * kMark; i < packet; ++i) {
+        const std::uint64_t word = PacketAt(m_bytes.data() + i * kPacketBytes);
+        if (word != kIdlePacket && TypeOf(word) == 0) {
+            const auto address = static_cast<std::uint32_t>(word >> 30) & 0xFFFF;
+            const auto tot = static_cast<std::uint32_t>(word >> 20) & 0x3FF;
+            sums = {sums.hits + 1, sums.tot + tot, sums.digest + HitDigest(address, tot, word)};
+        }
+    }
+    return sums;
+}
+
+ReplayIndex::Sums ReplayIndex::Between(std::uint64_t from, std::uint64_t to) const {
+    const Sums start = Before(from);
+    const Sums end = Before(to);
+    return {end.hits - start.hits, end.tot - start.tot, end.digest - start.digest};
 }
 
 std::variant<ReplayStream, std::string> LoadReplayFile(const std::filesystem::path& path,
@@ -132,8 +169,10 @@ void Tpx3HitStream::Open(std::uint64_t toa, const HitModel& model,
     m_pending = {};
 
     m_replay_at = 0;
-    // The first pass starts on the page after the line's opening.
-    m_replay_offset = RoundUpToPage((toa - m_replay_extent.first) & kLow32);
+    if (m_replay_index) {
+        // The first pass starts on the page after the line's opening.
+        m_replay_offset = RoundUpToPage((toa - m_replay_index->First()) & kLow32);
+    }
 }
 
 void Tpx3HitStream::Advance(std::uint64_t toa) {
@@ -285,34 +324,30 @@ void Tpx3HitStream::ReplayPackets(std::uint64_t count) {
     while (count > 0) {
         const std::uint64_t index = m_replay_at % packets;
         const std::uint64_t offset =
-            (m_replay_offset + m_replay_at / packets * m_replay_extent.span) & kLow32;
+            (m_replay_offset + m_replay_at / packets * m_replay_index->Span()) & kLow32;
         const std::uint64_t room = m_counters.fifo_bytes < kHitFifoBytes
                                        ? (kHitFifoBytes - m_counters.fifo_bytes) / kPacketBytes
                                        : 0;
-        // A full FIFO drops one packet at a time; else whole pieces of a segment each.
-        const std::uint64_t take =
-            std::min({count, packets - index, room == 0 ? 1 : room, kSegmentBytes / kPacketBytes});
-        const std::uint8_t* from = bytes.data() + index * kPacketBytes;
+        // Whole pieces of a segment each, or what a full FIFO drops.
+        const std::uint64_t take = std::min(
+            {count, packets - index, kSegmentBytes / kPacketBytes, room == 0 ? count : room});
         m_replay_at += take;
         count -= take;
+        const ReplayIndex::Sums sums = m_replay_index->Between(index, index + take);
         if (room == 0) {
-            m_counters.hits_lost += TypeOf(PacketAt(from)) == 0 ? 1 : 0;
+            m_counters.hits_lost += sums.hits;
             continue;
         }
         std::uint8_t* to = Reserve(take * kPacketBytes);
-        for (std::uint64_t i = 0; i < take; ++i, from += kPacketBytes, to += kPacketBytes) {
-            std::uint64_t packet = PacketAt(from);
-            if (IsControl(packet)) {
-                packet = (packet & ~kLow32) | ((packet + offset) & kLow32);
-            } else if (TypeOf(packet) == 0) {
-                const auto address = static_cast<std::uint32_t>(packet >> 30) & 0xFFFF;
-                const auto tot = static_cast<std::uint32_t>(packet >> 20) & 0x3FF;
-                ++m_counters.hits_sent;
-                m_counters.tot_sent += tot;
-                m_counters.digest += HitDigest(address, tot, packet & 0xFFFFF);
-            }
-            PutPacket(to, packet);
+        std::memcpy(to, bytes.data() + index * kPacketBytes, take * kPacketBytes);
+        for (const std::uint32_t control : m_replay_index->Controls(index, index + take)) {
+            std::uint8_t* at = to + (control - index) * kPacketBytes;
+            const std::uint64_t packet = PacketAt(at);
+            PutPacket(at, (packet & ~kLow32) | ((packet + offset) & kLow32));
         }
+        m_counters.hits_sent += sums.hits;
+        m_counters.tot_sent += sums.tot;
+        m_counters.digest += sums.digest;
     }
 }
 

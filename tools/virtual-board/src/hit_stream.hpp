@@ -19,13 +19,37 @@
 
 namespace ovex::vboard {
 
-// Where a recording's time starts (its first timer packet) and how many ticks a pass moves it
-// on: whole pages past the latest hit, as a host extends the hits' times.
-struct ReplayExtent {
-    std::uint64_t first = 0;
-    std::uint64_t span = 0;
+// A recording indexed for replay: where its time starts (its first timer packet), how many ticks
+// a pass moves it on (whole pages past the latest hit, as a host extends the hits' times), where
+// its timer and TDC packets stand, and the running sums of its hits every kMark packets, so that
+// a pass is a copy with a few packets patched.
+class ReplayIndex {
+public:
+    struct Sums {
+        std::uint64_t hits = 0;
+        std::uint64_t tot = 0;
+        std::uint64_t digest = 0;
+    };
+
+    explicit ReplayIndex(std::span<const std::uint8_t> bytes);
+
+    std::uint64_t First() const { return m_first; }
+    std::uint64_t Span() const { return m_span; }
+    // The packets in [from, to) that carry a time to move on.
+    std::span<const std::uint32_t> Controls(std::uint64_t from, std::uint64_t to) const;
+    // The hits of the packets in [from, to).
+    Sums Between(std::uint64_t from, std::uint64_t to) const;
+
+private:
+    static constexpr std::uint64_t kMark = 64;
+    Sums Before(std::uint64_t packet) const;
+
+    std::span<const std::uint8_t> m_bytes;
+    std::uint64_t m_first = 0;
+    std::uint64_t m_span = 0;
+    std::vector<std::uint32_t> m_controls;
+    std::vector<Sums> m_marks;  // the sums before packet i · kMark
 };
-ReplayExtent MeasureReplay(std::span<const std::uint8_t> bytes);
 
 class Tpx3HitStream {
 public:
@@ -50,7 +74,10 @@ public:
     std::optional<Produced> Send(std::span<std::uint8_t> out, bool mid_transfer);
 
     void SetReplay(std::shared_ptr<const ReplayStream> replay) {
-        m_replay_extent = replay ? MeasureReplay(replay->bytes) : ReplayExtent{};
+        m_replay_index.reset();
+        if (replay) {
+            m_replay_index.emplace(replay->bytes);
+        }
         m_replay = std::move(replay);
     }
     void KeepTruth(bool keep) { m_keep_truth = keep; }
@@ -102,7 +129,7 @@ private:
     std::shared_ptr<const ReplayStream> m_replay;
     std::uint64_t m_replay_at = 0;      // next packet of this line, counting over the passes
     std::uint64_t m_replay_offset = 0;  // of this line's first pass, ticks
-    ReplayExtent m_replay_extent;
+    std::optional<ReplayIndex> m_replay_index;  // of the bytes m_replay holds
 
     // The FIFO.
     std::deque<Segment> m_fifo;
