@@ -100,8 +100,11 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::Advance(const std::vector<int>& 
                                                         std::uint64_t now) {
     // The duration counter compares with TPX_SHUT_DUR as it stands, not as it stood at the
     // opening: a host that arms the input before it writes the duration still gets its length.
+    if (!IsOpen() || !m_timed) {
+        return std::nullopt;
+    }
     const std::uint32_t duration = Duration(states);
-    if (IsOpen() && m_timed && duration != 0 && *m_open_tick + duration <= now) {
+    if (duration != 0 && *m_open_tick + duration <= now) {
         return Close(*m_open_tick + duration);
     }
     return std::nullopt;
