@@ -18,12 +18,6 @@
 #include "tpx3_stream/arena_feed.hpp"
 #include "tpx3_stream/reference.hpp"
 
-namespace tpx3_stream {
-bool operator==(const ExpectedRecord& a, const ExpectedRecord& b) {
-    return a.address == b.address && a.tot == b.tot && a.time == b.time;
-}
-}  // namespace tpx3_stream
-
 namespace ovex::sdk::testing {
 namespace {
 

@@ -95,6 +95,69 @@ TEST_F(DeviceLifecycle, NullOutputPointersComeBeforeTheDevice) {
     EXPECT_EQ(lines, expected);
 }
 
+TEST_F(DeviceLifecycle, AcquisitionCallsRefuseNullPointersAndNeedADevice) {
+    ovexsdk_acq_tpx3_acq_toa_tot toa_tot{};
+    ovexsdk_acq_tpx3_itot_fragment itot{};
+    ovexsdk_acq_tpx3_evcount_fragment events{};
+    ovexsdk_tpx3_acq_itot_evcount_bins bins{};
+    const ovexsdk_acq_tpx3_itot_evcount* records = nullptr;
+    const ovexsdk_acq_raw_data* raw = nullptr;
+    std::uint64_t count = 0;
+    const ovexsdk_trigger_config trigger{InternalStartShutterDuration, 0.1f};
+    ovexsdk_extsync_option option = OVEXSDK_EXTSYNC_TRIGGER_OUT_EDGE;
+    ovexsdk_trigger_mode modes[8]{};
+    ovexsdk_extsync_option options[32]{};
+    const auto on_data = [](ovexsdk_dev_ctx*, void*) {};
+
+    // A null context, or a null place for the answer.
+    for (ovexsdk_dev_ctx* ctx : {static_cast<ovexsdk_dev_ctx*>(nullptr), &m_record}) {
+        EXPECT_EQ(ovexsdk_acq_get_tpx3_toa_tot_packets(ctx, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_acq_get_tpx3_itot_evcount_packets(ctx, nullptr, &count),
+                  OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_acq_get_tpx3_itot_evcount_packets(ctx, &records, nullptr),
+                  OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_acq_get_tpx3_itot_fragment(ctx, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_acq_get_tpx3_evcount_fragment(ctx, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_acq_get_tpx3_itot_evcount_bins(ctx, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_acq_get_raw_data(ctx, nullptr, &count), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_acq_get_raw_data(ctx, &raw, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_trigger_configure(ctx, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_trigger_list(ctx, modes, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_extsync_list(ctx, options, nullptr), OVEXSDK_ERR_INVALID);
+        EXPECT_EQ(ovexsdk_extsync_configure(ctx, nullptr, 1), OVEXSDK_ERR_INVALID);
+    }
+    for (const auto result :
+         {ovexsdk_acq_start(nullptr, on_data, OVEXSDK_ACQ_PROCESSED, nullptr, nullptr),
+          ovexsdk_acq_abort(nullptr), ovexsdk_acq_await_end(nullptr), ovexsdk_trigger_now(nullptr),
+          ovexsdk_acq_select_processing(nullptr, SortByToa),
+          ovexsdk_acq_get_tpx3_toa_tot_packets(nullptr, &toa_tot)}) {
+        EXPECT_EQ(result, OVEXSDK_ERR_INVALID);
+    }
+
+    // A context whose board isn't open: every call that needs the board says so, before it
+    // looks at the rest; the getters have no result to give.
+    m_log.Clear();
+    count = 8;
+    for (const auto result :
+         {ovexsdk_acq_start(&m_record, nullptr, OVEXSDK_ACQ_PROCESSED, nullptr, nullptr),
+          ovexsdk_acq_abort(&m_record), ovexsdk_acq_await_end(&m_record),
+          ovexsdk_trigger_configure(&m_record, &trigger), ovexsdk_trigger_now(&m_record),
+          ovexsdk_trigger_list(&m_record, modes, &count),
+          ovexsdk_extsync_configure(&m_record, &option, 1)}) {
+        EXPECT_EQ(result, OVEXSDK_ERR_NO_DEVICE);
+    }
+    const auto lines = Logged();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         CapturedLine{kError, "Device pointer 'device' is invalid."}),
+              7);
+    for (const auto result : {ovexsdk_acq_get_tpx3_toa_tot_packets(&m_record, &toa_tot),
+                              ovexsdk_acq_get_tpx3_itot_fragment(&m_record, &itot),
+                              ovexsdk_acq_get_tpx3_evcount_fragment(&m_record, &events),
+                              ovexsdk_acq_get_tpx3_itot_evcount_bins(&m_record, &bins)}) {
+        EXPECT_EQ(result, OVEXSDK_ERR_FAILED);
+    }
+}
+
 TEST_F(DeviceLifecycle, SecondOpenResumesTheExistingDeviceAndFindsItConnected) {
     Attach();
     ASSERT_EQ(ovexsdk_dev_open(&m_record), OVEXSDK_OK);
