@@ -8,7 +8,7 @@ namespace tpx3_pipeline {
 
 tbb::filter<common::ExtendToasOutput*, common::ExtendToasOutput*> SortToasStep::CreatePreSortFilter(
     RunFailure& failure) {
-    return tbb::make_filter<common::ExtendToasOutput*, common::ExtendToasOutput*>(
+    return MakeStage<common::ExtendToasOutput*, common::ExtendToasOutput*>(
         tbb::filter_mode::parallel,
         Guarded<common::ExtendToasOutput, common::ExtendToasOutput>(
             failure, [this](Pooled<common::ExtendToasOutput> item) {

@@ -127,9 +127,6 @@ private:
     }
 
     void Run() {
-        // What this thread and the ones before it set up happens before the stages, which
-        // oneTBB's workers run: the stages' first ordering step acquires this one.
-        m_failure.OrderStages();
         try {
             tbb::task_group_context context;
             tbb::parallel_pipeline(TokenCount(std::thread::hardware_concurrency()),

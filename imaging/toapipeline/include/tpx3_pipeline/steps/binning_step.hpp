@@ -11,6 +11,7 @@
 #include <oneapi/tbb/parallel_pipeline.h>
 
 #include "tpx3_pipeline/binning/bin_writers.hpp"
+#include "tpx3_pipeline/steps/stage.hpp"
 #include "tpx3_pipeline/steps/step_context.hpp"
 
 namespace tpx3_pipeline {
@@ -48,7 +49,7 @@ public:
     }
 
     tbb::filter<common::SortToasOutput*, Output*> CreateFilter(RunFailure& failure) {
-        return tbb::make_filter<common::SortToasOutput*, Output*>(
+        return MakeStage<common::SortToasOutput*, Output*>(
             tbb::filter_mode::serial_in_order,
             Guarded<common::SortToasOutput, Output>(failure,
                                                     [this](Pooled<common::SortToasOutput> sorted) {
@@ -141,7 +142,7 @@ public:
 
     tbb::filter<common::SortToasOutput*, void> CreateFilter(RunFailure& failure) {
         return BinningStep<W>::CreateFilter(failure) &
-               tbb::make_filter<OutItem*, void>(
+               MakeStage<OutItem*, void>(
                    tbb::filter_mode::serial_in_order,
                    GuardedSink<OutItem>(
                        failure, [this](Pooled<OutItem> item) { m_out.Push(std::move(*item)); }));

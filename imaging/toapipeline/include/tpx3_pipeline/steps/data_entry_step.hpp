@@ -4,6 +4,7 @@
 
 #include <oneapi/tbb/parallel_pipeline.h>
 
+#include "tpx3_pipeline/steps/stage.hpp"
 #include "tpx3_pipeline/steps/step_context.hpp"
 
 namespace tpx3_pipeline {
@@ -17,7 +18,7 @@ public:
 
     // After a failure of the run the head takes no more entries.
     tbb::filter<void, common::DataEntry*> CreateFilter(RunFailure& failure) {
-        return tbb::make_filter<void, common::DataEntry*>(
+        return MakeStage<void, common::DataEntry*>(
             tbb::filter_mode::serial_in_order,
             [this, &failure](tbb::flow_control& control) -> common::DataEntry* {
                 failure.OrderStages();

@@ -5,6 +5,7 @@
 
 #include <oneapi/tbb/parallel_pipeline.h>
 
+#include "tpx3_pipeline/steps/stage.hpp"
 #include "tpx3_pipeline/steps/step_context.hpp"
 
 namespace tpx3_pipeline {
@@ -23,7 +24,7 @@ public:
     common::ExtendToasOutput Process(common::DataEntry entry);
 
     tbb::filter<common::DataEntry*, common::ExtendToasOutput*> CreateFilter(RunFailure& failure) {
-        return tbb::make_filter<common::DataEntry*, common::ExtendToasOutput*>(
+        return MakeStage<common::DataEntry*, common::ExtendToasOutput*>(
             tbb::filter_mode::serial_in_order,
             Guarded<common::DataEntry, common::ExtendToasOutput>(
                 failure, [this](Pooled<common::DataEntry> entry) {
@@ -67,7 +68,7 @@ public:
 
     tbb::filter<common::DataEntry*, void> CreateFilter(RunFailure& failure) {
         return ExtendToasStep::CreateFilter(failure) &
-               tbb::make_filter<common::ExtendToasOutput*, void>(
+               MakeStage<common::ExtendToasOutput*, void>(
                    tbb::filter_mode::serial_in_order,
                    GuardedSink<common::ExtendToasOutput>(
                        failure, [this](Pooled<common::ExtendToasOutput> item) {

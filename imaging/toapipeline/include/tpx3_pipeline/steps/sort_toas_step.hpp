@@ -6,6 +6,7 @@
 
 #include <oneapi/tbb/parallel_pipeline.h>
 
+#include "tpx3_pipeline/steps/stage.hpp"
 #include "tpx3_pipeline/steps/step_context.hpp"
 #include "tpx3_pipeline/toa_sort.hpp"
 
@@ -39,7 +40,7 @@ public:
 
     tbb::filter<common::ExtendToasOutput*, common::SortToasOutput*> CreateMainSortFilter(
         RunFailure& failure) {
-        return tbb::make_filter<common::ExtendToasOutput*, common::SortToasOutput*>(
+        return MakeStage<common::ExtendToasOutput*, common::SortToasOutput*>(
             tbb::filter_mode::serial_in_order,
             Guarded<common::ExtendToasOutput, common::SortToasOutput>(
                 failure, [this](Pooled<common::ExtendToasOutput> item) {
@@ -96,7 +97,7 @@ public:
 
     tbb::filter<common::ExtendToasOutput*, void> CreateFilter(RunFailure& failure) {
         return SortToasStep::CreateFilter(failure) &
-               tbb::make_filter<common::SortToasOutput*, void>(
+               MakeStage<common::SortToasOutput*, void>(
                    tbb::filter_mode::serial_in_order,
                    GuardedSink<common::SortToasOutput>(
                        failure,
