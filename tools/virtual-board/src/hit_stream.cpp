@@ -393,7 +393,8 @@ std::optional<Produced> Tpx3HitStream::Send(std::span<std::uint8_t> out, bool mi
         Segment& segment = m_fifo.front();
         const std::size_t count =
             std::min(out.size() - filled, segment.bytes.size() - segment.sent);
-        std::memcpy(out.data() + filled, segment.bytes.data() + segment.sent, count);
+        std::copy_n(segment.bytes.begin() + static_cast<std::ptrdiff_t>(segment.sent), count,
+                    out.begin() + static_cast<std::ptrdiff_t>(filled));
         filled += count;
         segment.sent += count;
         m_counters.fifo_bytes -= count;

@@ -123,7 +123,7 @@ TEST_F(HitStream, LineStartsWithItsTimerCarriesTheTruthInOrderAndEndsShort) {
     EXPECT_NEAR(static_cast<double>(hits.size()), 8000.0, 400.0) << "4 MHz for 2 ms";
 }
 
-TEST_F(HitStream, LineThatFillsItsLastTransferIsEndedByAnIdlePacket) {
+TEST_F(HitStream, LineEndsShortWhateverItsLastTransferHolds) {
     PowerChip(1);
     m_engine.SetHitModel({.spot_rate = 1e6, .seed = 3});
     Expose(kTicksPerMs);
@@ -134,6 +134,23 @@ TEST_F(HitStream, LineThatFillsItsLastTransferIsEndedByAnIdlePacket) {
     EXPECT_EQ(transfers[0].size(), bytes);
     ASSERT_EQ(transfers[1].size(), 6U);
     EXPECT_EQ(Decode(transfers[1])[0].raw, kIdlePacket);
+
+    // A line whose packets have all left by its end ends the transfer under way, adding nothing.
+    m_engine.SetHitModel({});
+    ASSERT_EQ(SetState("TPX_SHUT_DUR", 0), 0U);
+    ASSERT_EQ(Invoke("TPX_SHUT_IMM"), 0U);
+    m_engine.AdvanceTime(std::chrono::milliseconds(1));
+    Bytes transfer(0x100000);
+    const auto sent = m_engine.ReadHits(transfer, false);
+    ASSERT_TRUE(sent.has_value());
+    EXPECT_EQ(sent->bytes, 6U) << "the line's timer";
+    EXPECT_FALSE(sent->end_of_transfer);
+    EXPECT_FALSE(m_engine.ReadHits(std::span(transfer).subspan(sent->bytes), true).has_value());
+    ASSERT_EQ(Invoke("TPX_SHUT_STOP"), 0U);
+    const auto end = m_engine.ReadHits(std::span(transfer).subspan(sent->bytes), true);
+    ASSERT_TRUE(end.has_value());
+    EXPECT_EQ(end->bytes, 0U);
+    EXPECT_TRUE(end->end_of_transfer);
 }
 
 TEST_F(HitStream, TriggerEdgesBecomeTdcPacketsAndMaskedPixelsAndAPowerLossEndTheLine) {
