@@ -4,21 +4,20 @@
 #include <utility>
 
 #include "sensor_model.hpp"
+#include "wire_format.hpp"
 
 namespace ovex::vboard {
 namespace {
 
-constexpr std::size_t kPacketBytes = 6;
+using wire::kPacketBytes;
 constexpr std::uint8_t kCountMode = 2;
 constexpr std::uint64_t kConfigType = 1;
 constexpr std::uint64_t kControlType = 3;
 
-// Writes `packet` at `at`, least significant byte first; the position behind it.
+// Writes `packet` at `at`; the position behind it.
 std::uint8_t* Put(std::uint8_t* at, std::uint64_t packet) {
-    for (std::size_t b = 0; b < kPacketBytes; ++b) {
-        *at++ = static_cast<std::uint8_t>(packet >> (8 * b));
-    }
-    return at;
+    wire::PutPacket(at, packet);
+    return at + kPacketBytes;
 }
 
 std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {

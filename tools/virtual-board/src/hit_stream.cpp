@@ -7,10 +7,14 @@
 #include <limits>
 #include <optional>
 
+#include "wire_format.hpp"
+
 namespace ovex::vboard {
 namespace {
 
-constexpr std::size_t kPacketBytes = 6;
+using wire::GetPacket;
+using wire::kPacketBytes;
+using wire::PutPacket;
 constexpr std::uint64_t kSixteenths = 16;
 constexpr std::size_t kSegmentBytes = std::size_t{1} << 20;
 
@@ -18,30 +22,16 @@ constexpr std::size_t kSegmentBytes = std::size_t{1} << 20;
 // neighbours in time swap: the stream is never more than kMaxLate ticks behind.
 constexpr double kMeanWait = 80.0 * kSixteenths;
 constexpr std::uint64_t kMaxLate = 2000 * kSixteenths;
-// Two hit packets in a row may lie no further apart than the host's 16-bit window allows, with
-// room for a late one: timer packets fill quiet stretches longer than this.
 // Hits drawn at most in one step of a board on the real clock.
 constexpr std::uint64_t kDrawBudget = std::uint64_t{1} << 18;
+// Two hit packets in a row may lie no further apart than the host's 16-bit window allows, with
+// room for a late one: timer packets fill quiet stretches longer than this.
 constexpr std::uint64_t kQuietLimit = (32767 - kMaxLate / kSixteenths - 1) * kSixteenths;
 
 // A replay played as fast as the host takes it keeps this much queued.
 constexpr std::uint64_t kReplayAhead = std::uint64_t{8} << 20;
 constexpr std::uint64_t kPage = std::uint64_t{1} << 16;  // ticks a hit packet's time spans
 constexpr std::uint64_t kLow32 = 0xFFFF'FFFF;
-
-std::uint64_t PacketAt(const std::uint8_t* at) {
-    std::uint64_t packet = 0;
-    for (std::size_t b = 0; b < kPacketBytes; ++b) {
-        packet |= std::uint64_t{at[b]} << (8 * b);
-    }
-    return packet;
-}
-
-void PutPacket(std::uint8_t* at, std::uint64_t packet) {
-    for (std::size_t b = 0; b < kPacketBytes; ++b) {
-        at[b] = static_cast<std::uint8_t>(packet >> (8 * b));
-    }
-}
 
 unsigned TypeOf(std::uint64_t packet) {
     return static_cast<unsigned>(packet >> 46) & 3;
@@ -52,6 +42,10 @@ bool IsControl(std::uint64_t packet) {
 
 std::uint64_t RoundUpToPage(std::uint64_t ticks) {
     return (ticks + kPage - 1) / kPage * kPage;
+}
+
+bool IsHit(std::uint64_t packet) {
+    return packet != kIdlePacket && TypeOf(packet) == 0;
 }
 
 }  // namespace
@@ -68,7 +62,7 @@ ReplayIndex::ReplayIndex(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {
         if (i % kMark == 0) {
             m_marks.push_back(sums);
         }
-        const std::uint64_t packet = PacketAt(bytes.data() + i * kPacketBytes);
+        const std::uint64_t packet = GetPacket(bytes.data() + i * kPacketBytes);
         if (IsControl(packet)) {
             m_controls.push_back(static_cast<std::uint32_t>(i));
             const std::uint64_t time = (packet & kLow32) * kSixteenths;
@@ -77,7 +71,7 @@ ReplayIndex::ReplayIndex(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {
                 now = time;  // a timer, not a TDC event
             }
             latest = std::max(latest, time);
-        } else if (packet != kIdlePacket && TypeOf(packet) == 0) {
+        } else if (IsHit(packet)) {
             std::uint64_t time = (now & ~(kHitSpan - 1)) | (packet & (kHitSpan - 1));
             if (time + kHitSpan / 2 < now) {
                 time += kHitSpan;
@@ -86,9 +80,7 @@ ReplayIndex::ReplayIndex(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {
             }
             now = std::max(now, time);
             latest = std::max(latest, time);
-            const auto address = static_cast<std::uint32_t>(packet >> 30) & 0xFFFF;
-            const auto tot = static_cast<std::uint32_t>(packet >> 20) & 0x3FF;
-            sums = {sums.hits + 1, sums.tot + tot, sums.digest + HitDigest(address, tot, packet)};
+            sums.Add(packet);
         }
     }
     if (packets % kMark == 0) {
@@ -105,14 +97,20 @@ std::span<const std::uint32_t> ReplayIndex::Controls(std::uint64_t from, std::ui
     return {begin, end};
 }
 
+void ReplayIndex::Sums::Add(std::uint64_t hit) {
+    const auto address = static_cast<std::uint32_t>(hit >> 30) & 0xFFFF;
+    const auto hit_tot = static_cast<std::uint32_t>(hit >> 20) & 0x3FF;
+    ++hits;
+    tot += hit_tot;
+    digest += HitDigest(address, hit_tot, hit);
+}
+
 ReplayIndex::Sums ReplayIndex::Before(std::uint64_t packet) const {
     Sums sums = m_marks[packet / kMark];
     for (std::uint64_t i = packet / kMark * kMark; i < packet; ++i) {
-        const std::uint64_t word = PacketAt(m_bytes.data() + i * kPacketBytes);
-        if (word != kIdlePacket && TypeOf(word) == 0) {
-            const auto address = static_cast<std::uint32_t>(word >> 30) & 0xFFFF;
-            const auto tot = static_cast<std::uint32_t>(word >> 20) & 0x3FF;
-            sums = {sums.hits + 1, sums.tot + tot, sums.digest + HitDigest(address, tot, word)};
+        const std::uint64_t word = GetPacket(m_bytes.data() + i * kPacketBytes);
+        if (IsHit(word)) {
+            sums.Add(word);
         }
     }
     return sums;
@@ -192,13 +190,9 @@ void Tpx3HitStream::Close(std::uint64_t toa) {
     if (!m_open) {
         return;
     }
-    const std::uint64_t time = toa * kSixteenths;
-    if (m_replay) {
-        ReplayUntil(time);
-    } else {
-        DrawHitsUntil(time);
-        ReleaseUntil(std::numeric_limits<std::uint64_t>::max());
-    }
+    Advance(toa);
+    // What still waits in the columns leaves behind the line's last hits.
+    ReleaseUntil(std::numeric_limits<std::uint64_t>::max());
     EndLine();
 }
 
@@ -342,7 +336,7 @@ void Tpx3HitStream::ReplayPackets(std::uint64_t count) {
         std::memcpy(to, bytes.data() + index * kPacketBytes, take * kPacketBytes);
         for (const std::uint32_t control : m_replay_index->Controls(index, index + take)) {
             std::uint8_t* at = to + (control - index) * kPacketBytes;
-            const std::uint64_t packet = PacketAt(at);
+            const std::uint64_t packet = GetPacket(at);
             PutPacket(at, (packet & ~kLow32) | ((packet + offset) & kLow32));
         }
         m_counters.hits_sent += sums.hits;

@@ -29,6 +29,7 @@ public:
         std::uint64_t hits = 0;
         std::uint64_t tot = 0;
         std::uint64_t digest = 0;
+        void Add(std::uint64_t hit);  // a hit packet
     };
 
     explicit ReplayIndex(std::span<const std::uint8_t> bytes);

@@ -9,6 +9,7 @@
 #include "frame_exposure.hpp"
 #include "ovex/vboard/error_words.hpp"
 #include "sensor_model.hpp"
+#include "wire_format.hpp"
 
 // ITEMS.md gives the chip's refusals and what its resets clear.
 
@@ -362,9 +363,7 @@ std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
         const std::uint64_t address = PixelAddress(static_cast<std::uint32_t>(k));
         const std::uint64_t packet =
             std::uint64_t{1} << 46 | address << 30 | static_cast<std::uint64_t>(bits[k]) << 14;
-        for (std::size_t b = 0; b < kPacketBytes; ++b) {
-            out[k * kPacketBytes + b] = static_cast<std::uint8_t>(packet >> (8 * b));
-        }
+        wire::PutPacket(out.data() + k * kPacketBytes, packet);
     }
     return out;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 // How the firmware puts values on the wire: little-endian integers, IEEE floats, fixed text
-// fields padded with NULs.
+// fields padded with NULs, and the Timepix3 chip's 6-byte packets.
 
 #include <algorithm>
 #include <bit>
@@ -53,6 +53,23 @@ inline std::vector<std::uint8_t> TextField(std::string_view text, std::size_t si
 inline std::string FieldText(std::span<const std::uint8_t> field) {
     const auto end = std::find(field.begin(), field.end(), std::uint8_t{0});
     return {field.begin(), end};
+}
+
+// A Timepix3 packet: 48 bits, least significant byte first.
+inline constexpr std::size_t kPacketBytes = 6;
+
+inline void PutPacket(std::uint8_t* at, std::uint64_t packet) {
+    for (std::size_t b = 0; b < kPacketBytes; ++b) {
+        at[b] = static_cast<std::uint8_t>(packet >> (8 * b));
+    }
+}
+
+inline std::uint64_t GetPacket(const std::uint8_t* at) {
+    std::uint64_t packet = 0;
+    for (std::size_t b = 0; b < kPacketBytes; ++b) {
+        packet |= std::uint64_t{at[b]} << (8 * b);
+    }
+    return packet;
 }
 
 inline constexpr std::size_t kTextFieldSize = 33;
