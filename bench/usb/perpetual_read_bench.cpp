@@ -3,14 +3,11 @@
 // Run with LD_PRELOAD=libumockdev-preload.so.0.
 
 #include <benchmark/benchmark.h>
-#include <dirent.h>
 
 #include <chrono>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +15,7 @@
 #include "ovex/usb/usb_context.hpp"
 #include "ovex/usb/usb_device.hpp"
 #include "ovex/vboard/virtual_board.hpp"
+#include "support/thread_cpu.hpp"
 
 namespace {
 
@@ -53,40 +51,6 @@ private:
     std::uint64_t m_bytes = 0;
     std::uint64_t m_transfers = 0;
 };
-
-// CPU seconds used so far by the threads of this process with the given name.
-double ThreadCpuSeconds(const std::string& name) {
-    double seconds = 0.0;
-    const long ticks = sysconf(_SC_CLK_TCK);
-    DIR* tasks = opendir("/proc/self/task");
-    if (tasks == nullptr) {
-        return 0.0;
-    }
-    while (const dirent* entry = readdir(tasks)) {
-        const std::string task = std::string("/proc/self/task/") + entry->d_name;
-        std::ifstream comm(task + "/comm");
-        std::string thread_name;
-        std::getline(comm, thread_name);
-        if (thread_name != name) {
-            continue;
-        }
-        std::ifstream stat(task + "/stat");
-        std::string line;
-        std::getline(stat, line);
-        std::istringstream fields(line.substr(line.rfind(')') + 2));
-        std::string field;
-        unsigned long long utime = 0, stime = 0;
-        for (int i = 3; i <= 15 && fields >> field; ++i) {
-            if (i == 14)
-                utime = std::stoull(field);
-            if (i == 15)
-                stime = std::stoull(field);
-        }
-        seconds += static_cast<double>(utime + stime) / static_cast<double>(ticks);
-    }
-    closedir(tasks);
-    return seconds;
-}
 
 struct Bench {
     ovex::vboard::TestBed bed;
@@ -135,8 +99,8 @@ void BM_PerpetualBulkRead(benchmark::State& state) {
     }
     std::uint64_t bytes = 0;
     std::uint64_t transfers = 0;
-    const double events_before = ThreadCpuSeconds("UsbEvents 1");
-    const double endpoint_before = ThreadCpuSeconds("Endpoint 0x81");
+    const double events_before = ovex::bench::ThreadCpuSeconds("UsbEvents 1");
+    const double endpoint_before = ovex::bench::ThreadCpuSeconds("Endpoint 0x81");
     const auto start = std::chrono::steady_clock::now();
     for (auto _ : state) {
         auto producer = std::make_shared<CountingOnly>(32, size, kStreamBytes);
@@ -155,9 +119,10 @@ void BM_PerpetualBulkRead(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
     state.counters["transfers_per_s"] =
         benchmark::Counter(static_cast<double>(transfers), benchmark::Counter::kIsRate);
-    state.counters["event_thread_cpu"] = (ThreadCpuSeconds("UsbEvents 1") - events_before) / wall;
+    state.counters["event_thread_cpu"] =
+        (ovex::bench::ThreadCpuSeconds("UsbEvents 1") - events_before) / wall;
     state.counters["endpoint_thread_cpu"] =
-        (ThreadCpuSeconds("Endpoint 0x81") - endpoint_before) / wall;
+        (ovex::bench::ThreadCpuSeconds("Endpoint 0x81") - endpoint_before) / wall;
 }
 BENCHMARK(BM_PerpetualBulkRead)
     ->Arg(65536)
