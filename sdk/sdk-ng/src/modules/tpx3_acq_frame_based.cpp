@@ -120,14 +120,7 @@ std::error_code Tpx3AcqFrameBased::AwaitReadoutEnd(double seconds) {
 
 std::error_code Tpx3AcqFrameBased::Abort(AbortMode mode) {
     std::lock_guard lock(m_mutex);
-    if (mode == kAbortByClient) {
-        OVEX_LOG_INFO("Waiting for abort acquisition data.");
-        std::this_thread::sleep_for(kAbortGrace);
-    }
-    if (const auto ec = m_run.Stop(*m_provider, m_status)) {
-        return ec;
-    }
-    return m_status;
+    return m_run.Abort(mode, *m_provider, m_status);
 }
 
 void Tpx3AcqFrameBased::StoreStatus(std::error_code status) {

@@ -153,15 +153,8 @@ public:
     std::error_code Abort(AbortMode mode) override {
         std::lock_guard lock(m_mutex);
         m_stop.store(true);
-        if (mode == kAbortByClient) {
-            OVEX_LOG_INFO("Waiting for abort acquisition data.");
-            std::this_thread::sleep_for(kAbortGrace);
-        }
         // The run's end item then brings the Consumer to the pipeline's end entries.
-        if (const auto ec = m_run.Stop(*m_provider, m_status)) {
-            return ec;
-        }
-        return m_status;
+        return m_run.Abort(mode, *m_provider, m_status);
     }
 
     AcquisitionData GetData() override {

@@ -5,8 +5,10 @@
 
 #include <atomic>
 #include <system_error>
+#include <thread>
 
 #include "impl/acquisition/data_provider.hpp"
+#include "modules/acquisition.hpp"
 #include "ovex/log/log.hpp"
 
 namespace ovex::sdk::acquisition {
@@ -30,6 +32,20 @@ public:
             status = ec;
         }
         return ec;
+    }
+
+    // A readout's abort: the client's first gives the data on their way a grace period; then
+    // the run stops as above. The readout's `status` is the answer unless the stop failed.
+    std::error_code Abort(IAcquisition::AbortMode mode, IDataProvider& provider,
+                          std::error_code& status) {
+        if (mode == IAcquisition::kAbortByClient) {
+            OVEX_LOG_INFO("Waiting for abort acquisition data.");
+            std::this_thread::sleep_for(kAbortGrace);
+        }
+        if (const auto ec = Stop(provider, status)) {
+            return ec;
+        }
+        return status;
     }
 
     // The run, if it is this module's, ended without a stop: only a board that went away or a
