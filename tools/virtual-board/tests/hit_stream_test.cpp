@@ -28,20 +28,7 @@ class HitStream : public ::testing::Test, public FrameBoard {
 protected:
     // The transfers of `size` bytes the data endpoint completes from the stream.
     std::vector<Bytes> Transfers(std::size_t size) {
-        std::vector<Bytes> transfers;
-        Bytes transfer(size);
-        std::size_t filled = 0;
-        while (const auto produced =
-                   m_engine.ReadHits(std::span(transfer).subspan(filled), filled > 0)) {
-            filled += produced->bytes;
-            if (produced->end_of_transfer || filled == size) {
-                transfers.emplace_back(transfer.begin(),
-                                       transfer.begin() + static_cast<std::ptrdiff_t>(filled));
-                filled = 0;
-            }
-        }
-        EXPECT_EQ(filled, 0U) << "a line was left open";
-        return transfers;
+        return FrameBoard::Transfers(size, &FirmwareEngine::ReadHits);
     }
 
     static std::vector<Packet> Joined(const std::vector<Bytes>& transfers) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -109,13 +110,16 @@ public:
         m_engine.AdvanceTime(
             std::chrono::duration<double>(static_cast<double>(ticks) / kTicksPerSecond));
     }
-    // The transfers of `size` bytes the data endpoint completes while frames wait.
-    std::vector<Bytes> Transfers(std::size_t size = kTransfer) {
+    // The transfers of `size` bytes that the data endpoint completes from `read` (the frames, or
+    // the data-driven stream) while it has data.
+    using Read = std::optional<Produced> (FirmwareEngine::*)(std::span<std::uint8_t>, bool);
+    std::vector<Bytes> Transfers(std::size_t size = kTransfer,
+                                 Read read = &FirmwareEngine::ReadFrame) {
         std::vector<Bytes> transfers;
         Bytes transfer(size);
         std::size_t filled = 0;
         while (const auto produced =
-                   m_engine.ReadFrame(std::span(transfer).subspan(filled), filled > 0)) {
+                   (m_engine.*read)(std::span(transfer).subspan(filled), filled > 0)) {
             filled += produced->bytes;
             if (produced->end_of_transfer || filled == size) {
                 transfers.emplace_back(transfer.begin(),
