@@ -213,6 +213,12 @@ typedef struct ovexsdk_acq_raw_data {
     uint64_t size;
 } ovexsdk_acq_raw_data;
 
+/* One Timepix2 frame: a 16-bit count for each pixel, index row * width + column. */
+typedef struct ovexsdk_acq_tpx2_frame {
+    const uint16_t* pixels;
+    uint64_t count;
+} ovexsdk_acq_tpx2_frame;
+
 /* One hit: the pixel address as the chip sends it, the ToT, and the time of arrival. In the
  * frame-based mode the time is bits 19..0 of the packet (coarse ToA << 4 | fine ToA); in the
  * data-driven modes it is extended, in sixteenths of a ToA tick. */
@@ -537,6 +543,10 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_acq_start(ovexsdk_dev_ctx* ctx,
  * with a duration, a year for the others. */
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_await_end(ovexsdk_dev_ctx* ctx);
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_abort(ovexsdk_dev_ctx* ctx);
+/* The Timepix2 frames of the result: usually one, a frame per shutter. */
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx2_frames(ovexsdk_dev_ctx* ctx,
+                                                         const ovexsdk_acq_tpx2_frame** output,
+                                                         uint64_t* count);
 OVEXSDK_API ovexsdk_err_code
 ovexsdk_acq_get_tpx3_toa_tot_packets(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_acq_toa_tot* output);
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_packets(

@@ -27,6 +27,7 @@ struct AcquisitionResult {
     };
 
     Tag tag = kEmpty;
+    std::vector<ovexsdk_acq_tpx2_frame> tpx2_frames;
     ovexsdk_acq_tpx3_acq_toa_tot toa_tot{};
     std::array<ovexsdk_acq_tpx3_tdc_list, 3> tdc{};  // what toa_tot points at in data-driven modes
     std::span<const ovexsdk_acq_tpx3_itot_evcount> itot_evcount;

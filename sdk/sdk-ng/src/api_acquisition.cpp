@@ -13,6 +13,7 @@
 #include "modules/acquisition.hpp"
 #include "modules/backend.hpp"
 #include "modules/timepix_chip.hpp"
+#include "modules/tpx2_acquisition.hpp"
 #include "modules/triggers/trigger.hpp"
 #include "ovex/log/log.hpp"
 #include "ovexsdk.h"
@@ -116,6 +117,14 @@ void DeliverResult(Context& context, ovexsdk_dev_ctx* handle, IAcquisition& modu
 
     const auto data = module.GetData();
     switch (data.kind) {
+        case AcquisitionDataKind::kTpx2Frames:
+            result.tpx2_frames.clear();
+            for (const auto frame :
+                 static_cast<const acquisition::Tpx2FrameStore*>(data.data)->frames) {
+                result.tpx2_frames.push_back({frame.data(), frame.size()});
+            }
+            result.tag = AcquisitionResult::kTpx2Frames;
+            break;
         case AcquisitionDataKind::kFrameToaTot: {
             const auto records =
                 RecordsOf<ovexsdk_acq_tpx3_toa_tot_record, tpx3_toa_extension::FrameToaTotRecord>(
@@ -157,6 +166,7 @@ void DeliverResult(Context& context, ovexsdk_dev_ctx* handle, IAcquisition& modu
         data_cb(handle, user);
     }
     result.tag = AcquisitionResult::kEmpty;
+    result.tpx2_frames.clear();
     result.toa_tot = {};
     result.itot_evcount = {};
     result.itot_fragment = {};
@@ -377,6 +387,28 @@ ovexsdk_err_code CheckResult(Context& context, AcquisitionResult::Tag tag) {
     return OVEXSDK_OK;
 }
 
+// A result that is a list of records: its address and length.
+template <typename Record, AcquisitionResult::Tag kTag, auto kList>
+ovexsdk_err_code AcqGetList(Context& context, const Record** output, std::uint64_t* count) {
+    if (LogInvalidPointer(output, "output") || LogInvalidPointer(count, "count")) {
+        return OVEXSDK_ERR_INVALID;
+    }
+    if (const auto result = CheckResult(context, kTag)) {
+        return result;
+    }
+    const auto& records = context.Acquisition().*kList;
+    *output = records.data();
+    *count = records.size();
+    return OVEXSDK_OK;
+}
+
+constexpr auto AcqGetTpx2Frames =
+    &AcqGetList<ovexsdk_acq_tpx2_frame, AcquisitionResult::kTpx2Frames,
+                &AcquisitionResult::tpx2_frames>;
+constexpr auto AcqGetItotEvcount =
+    &AcqGetList<ovexsdk_acq_tpx3_itot_evcount, AcquisitionResult::kItotEvcount,
+                &AcquisitionResult::itot_evcount>;
+
 ovexsdk_err_code AcqGetToaTot(Context& context, ovexsdk_acq_tpx3_acq_toa_tot* output) {
     if (LogInvalidPointer(output, "output")) {
         return OVEXSDK_ERR_INVALID;
@@ -385,20 +417,6 @@ ovexsdk_err_code AcqGetToaTot(Context& context, ovexsdk_acq_tpx3_acq_toa_tot* ou
         return result;
     }
     *output = context.Acquisition().toa_tot;
-    return OVEXSDK_OK;
-}
-
-ovexsdk_err_code AcqGetItotEvcount(Context& context, const ovexsdk_acq_tpx3_itot_evcount** output,
-                                   std::uint64_t* count) {
-    if (LogInvalidPointer(output, "output") || LogInvalidPointer(count, "count")) {
-        return OVEXSDK_ERR_INVALID;
-    }
-    if (const auto result = CheckResult(context, AcquisitionResult::kItotEvcount)) {
-        return result;
-    }
-    const auto records = context.Acquisition().itot_evcount;
-    *output = records.data();
-    *count = records.size();
     return OVEXSDK_OK;
 }
 
@@ -481,6 +499,12 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_acq_abort(ovexsdk_dev_ctx* ctx) {
     return OVEXSDK_FRAME(&Exclusive<&AcqAbort>::Call, ctx);
 }
 
+OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx2_frames(ovexsdk_dev_ctx* ctx,
+                                                         const ovexsdk_acq_tpx2_frame** output,
+                                                         uint64_t* count) {
+    return OVEXSDK_FRAME(AcqGetTpx2Frames, ctx, output, count);
+}
+
 OVEXSDK_API ovexsdk_err_code
 ovexsdk_acq_get_tpx3_toa_tot_packets(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_acq_toa_tot* output) {
     return OVEXSDK_FRAME(&AcqGetToaTot, ctx, output);
@@ -488,7 +512,7 @@ ovexsdk_acq_get_tpx3_toa_tot_packets(ovexsdk_dev_ctx* ctx, ovexsdk_acq_tpx3_acq_
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_packets(
     ovexsdk_dev_ctx* ctx, const ovexsdk_acq_tpx3_itot_evcount** output, uint64_t* count) {
-    return OVEXSDK_FRAME(&AcqGetItotEvcount, ctx, output, count);
+    return OVEXSDK_FRAME(AcqGetItotEvcount, ctx, output, count);
 }
 
 OVEXSDK_API ovexsdk_err_code ovexsdk_acq_get_tpx3_itot_evcount_bins(

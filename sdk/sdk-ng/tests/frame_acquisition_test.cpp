@@ -13,7 +13,7 @@
 #include "modules/tpx3_acq_frame_based.hpp"
 #include "support/item_fakes.hpp"
 #include "support/log_capture.hpp"
-#include "support/scripted_run.hpp"
+#include "support/scripted_provider.hpp"
 
 namespace ovex::sdk::testing {
 namespace {
@@ -25,41 +25,6 @@ using acquisition::Tpx3AcqFBToAToT;
 using acquisition::Tpx3AcqFrameBased;
 using tpx3_toa_extension::FrameItotEventRecord;
 using tpx3_toa_extension::FrameToaTotRecord;
-using Block = std::vector<std::byte>;
-
-// A provider whose transfers the test delivers.
-class ScriptedProvider final : public acquisition::IVectorDataProvider {
-public:
-    using Buffer = std::shared_ptr<Block>;
-
-    std::error_code Start(std::uint64_t size) override {
-        if (start_error) {
-            return start_error;
-        }
-        transfer_size = size;
-        run.Start();
-        for (auto& block : ready_at_start) {
-            Deliver(std::move(block));
-        }
-        ready_at_start.clear();
-        return {};
-    }
-    std::error_code Stop() override { return run.Stop(); }
-    bool IsRunning() override { return run.IsRunning(); }
-    std::error_code GetData(Buffer& data) override {
-        data = run.Pop();
-        return {};
-    }
-
-    void Deliver(Block block) { run.Deliver(std::make_shared<Block>(std::move(block))); }
-    void EndByItself(std::error_code error) { run.EndByItself(error); }
-
-    ScriptedRun<Buffer> run;
-    std::error_code start_error;
-    // Frames the board had ready: they arrive as soon as the transfers run.
-    std::vector<Block> ready_at_start;
-    std::uint64_t transfer_size = 0;
-};
 
 void Append(Block& block, std::uint64_t packet) {
     for (int b = 0; b < 6; ++b) {

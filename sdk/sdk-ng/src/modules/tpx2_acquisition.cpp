@@ -1,0 +1,237 @@
+#include "modules/tpx2_acquisition.hpp"
+
+#include <exception>
+
+#include "ovex/log/log.hpp"
+
+namespace ovex::sdk::acquisition {
+
+namespace {
+
+// Transfers in flight: one for a single frame, so that nothing of a next shutter is taken, and
+// enough for an endless readout to ride out a slow callback.
+constexpr std::uint16_t kSingleFrameTransfers = 1;
+constexpr std::uint16_t kEndlessTransfers = 32;
+
+}  // namespace
+
+Tpx2Acquisition::Tpx2Acquisition(std::shared_ptr<IVectorDataProvider> provider)
+    : m_provider(std::move(provider)) {}
+
+Tpx2Acquisition::~Tpx2Acquisition() {
+    {
+        // The run's end item releases the Consumer's wait.
+        std::lock_guard lock(m_mutex);
+        if (const auto ec = m_run.Stop(*m_provider, m_status)) {
+            OVEX_LOG_EC(log::kError, "Failed to abort the data readout - %s: %s", ec);
+        }
+    }
+    std::lock_guard join(m_join_mutex);
+    m_consumer.Join();
+}
+
+std::error_code Tpx2Acquisition::SetPixelDepth(std::uint8_t depth) {
+    if (IsRunning()) {
+        OVEX_LOG_ERROR("Unable to change descrambler while acquisition is running.");
+        return std::make_error_code(std::errc::device_or_resource_busy);
+    }
+    auto descrambler = MakeDescrambler(depth);
+    if (!descrambler) {
+        OVEX_LOG_ERROR("Unknown/unrecognized pixel depth setting.");
+        return std::make_error_code(std::errc::not_supported);
+    }
+    m_descrambler = std::move(descrambler);
+    return {};
+}
+
+std::error_code Tpx2Acquisition::SetFrameCount(std::int64_t count) {
+    if (IsRunning()) {
+        OVEX_LOG_ERROR(
+            "Unable to change number of expected frames while the acquisition is running.");
+        return std::make_error_code(std::errc::operation_in_progress);
+    }
+    m_frame_count.store(count);
+    return m_provider->Configure(count == 1 ? kSingleFrameTransfers : kEndlessTransfers);
+}
+
+bool Tpx2Acquisition::IsRunning() {
+    return m_consuming.load() || (m_run.Owned() && m_provider->IsRunning());
+}
+
+std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t flags,
+                                       const AcquisitionParams& /*params*/, Callback callback) {
+    if (IsRunning()) {
+        OVEX_LOG_WARN("Acquisition already in progress.");
+        return std::make_error_code(std::errc::operation_in_progress);
+    }
+    if (m_frame_count.load() == 0) {
+        OVEX_LOG_ERROR("Expected number of frames not configured. Trigger not configured?");
+        return std::make_error_code(std::errc::operation_not_supported);
+    }
+    if (!m_descrambler) {
+        OVEX_LOG_ERROR("Data descrambler not selected. Chip mode not configured?");
+        return std::make_error_code(std::errc::operation_not_supported);
+    }
+    const std::uint32_t frame_bytes =
+        FrameBytes(m_descrambler->BitsPerPixel(), chip_info.pixel_count);
+    if (frame_bytes == 0) {
+        OVEX_LOG_ERROR("Cannot start %s: the chip has no pixels.", GetName());
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    std::lock_guard join(m_join_mutex);
+    m_consumer.Join();  // a Consumer that ended with its readout
+    // What an aborted readout left of an unfinished frame went with it.
+    m_store = {};
+    m_assembler.Reset(frame_bytes);
+    m_dropped.store(0);
+    m_remaining = m_frame_count.load();
+    StoreStatus({});
+
+    // The provider runs before the Consumer: a start that fails never leaves a Consumer waiting,
+    // and the provider's queue holds what arrives meanwhile.
+    if (!m_provider->IsRunning()) {
+        if (const auto ec = m_provider->Start(frame_bytes)) {
+            OVEX_LOG_EC(log::kError, "Data provider not started - %s: %s.", ec);
+            return ec;
+        }
+        m_run.Started();
+        OVEX_LOG_INFO("Data provider started.");
+    }
+    try {
+        m_callback = std::move(callback);
+        m_consuming.store(true);
+        thread::ThreadParams params;
+        params.name = "Consumer";
+        m_consumer =
+            thread::WrappedThread<>(params, [this, flags, pixels = chip_info.pixel_count](
+                                                std::stop_token) { Consume(flags, pixels); });
+    } catch (const std::system_error& error) {
+        m_consuming.store(false);
+        OVEX_LOG_ERROR("Failed to start the %s data consumer: %s.", GetName(), error.what());
+        std::lock_guard lock(m_mutex);
+        m_run.Stop(*m_provider, m_status);
+        return error.code();
+    }
+    return {};
+}
+
+// The join is never made under m_mutex: the Consumer itself stops the run at its last frame.
+std::error_code Tpx2Acquisition::AwaitReadoutEnd(double seconds) {
+    if (m_consumer_id.load() == std::this_thread::get_id()) {
+        // The data callback would wait for the thread it runs on.
+        OVEX_LOG_ERROR("%s can't await its own end from its data callback.", GetName());
+        return std::make_error_code(std::errc::resource_deadlock_would_occur);
+    }
+    std::lock_guard join(m_join_mutex);
+    if (m_consumer.JoinFor(JoinLimit(seconds))) {
+        OVEX_LOG_INFO("%s successfully terminated.", GetName());
+    } else {
+        OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
+        StoreStatus(Abort(kAbortFromInside));
+        m_consumer.Join();
+    }
+    std::lock_guard lock(m_mutex);
+    return m_status;
+}
+
+std::error_code Tpx2Acquisition::Abort(AbortMode mode) {
+    std::lock_guard lock(m_mutex);
+    return m_run.Abort(mode, *m_provider, m_status);
+}
+
+void Tpx2Acquisition::StoreStatus(std::error_code status) {
+    std::lock_guard lock(m_mutex);
+    m_status = status;
+}
+
+void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
+    m_consumer_id.store(std::this_thread::get_id());
+    OVEX_LOG_INFO("Timepix 2 frame consumer started.");
+    bool complete = false;
+    for (;;) {
+        Buffer buffer;
+        if (const auto ec = m_provider->GetData(buffer)) {
+            OVEX_LOG_EC(log::kError, "Failed to obtain data from provider - %s: %s", ec);
+            continue;
+        }
+        if (!buffer) {
+            // The run's end item: a run still owned ended by itself, and its result is the
+            // readout's.
+            std::lock_guard lock(m_mutex);
+            m_run.CollectEnded(*m_provider, GetName(), m_status);
+            break;
+        }
+        if (buffer->empty()) {
+            OVEX_LOG_DEBUG("Empty buffer received.");
+            continue;
+        }
+        if (complete) {
+            continue;  // behind the last frame, until the stop takes effect
+        }
+        try {
+            complete = ConsumeBuffer(buffer, flags, pixels);
+        } catch (const std::exception& error) {
+            OVEX_LOG_ERROR("%s failed to take a frame: %s", GetName(), error.what());
+            StoreStatus(std::make_error_code(std::errc::not_enough_memory));
+            complete = true;
+        }
+        if (complete) {
+            std::lock_guard lock(m_mutex);
+            if (const auto ec = m_run.Stop(*m_provider, m_status)) {
+                OVEX_LOG_EC(log::kError, "Failed to stop acquisition data provider - %s: %s.", ec);
+            }
+        }
+    }
+    m_assembler.DropPending();
+    m_dropped.store(m_assembler.Dropped());
+    m_store = {};
+    OVEX_LOG_INFO("Timepix 2 frame consumer terminated.");
+    m_consumer_id.store({});
+    m_consuming.store(false);
+}
+
+bool Tpx2Acquisition::ConsumeBuffer(const Buffer& buffer, std::uint32_t flags,
+                                    std::uint64_t pixels) {
+    m_store.raw_spans.push_back({buffer->data(), buffer->size()});
+    m_store.raw_buffers.push_back(buffer);
+    const auto frame = m_assembler.Add(*buffer);
+    m_dropped.store(m_assembler.Dropped());
+    if (frame.empty()) {
+        return false;
+    }
+    if ((flags & kDescrambleFrames) != 0) {
+        Unpack(frame, pixels);
+    }
+    if (m_remaining > 0) {
+        --m_remaining;
+    }
+    CallClient();
+    return m_remaining == 0;
+}
+
+void Tpx2Acquisition::Unpack(std::span<const std::byte> frame, std::uint64_t pixels) {
+    auto pixels_of_frame = std::make_unique<std::vector<std::uint16_t>>(pixels);
+    const std::span<std::uint16_t> output(*pixels_of_frame);
+    if (m_descrambler->BitsPerPixel() == 14) {
+        // The low bits of every pixel, then their high bits.
+        const std::size_t low = FrameBytes(10, pixels);
+        m_descrambler->Descramble(frame.first(low), output);
+        m_descrambler->Descramble(frame.subspan(low), output);
+    } else {
+        m_descrambler->Descramble(frame, output);
+    }
+    m_store.frames.emplace_back(pixels_of_frame->data(), pixels_of_frame->size());
+    m_store.frame_buffers.push_back(std::move(pixels_of_frame));
+}
+
+// The frames and the raw buffers are valid only during the callback.
+void Tpx2Acquisition::CallClient() {
+    try {
+        m_callback(*this);
+    } catch (const std::exception& error) {
+        OVEX_LOG_ERROR("The %s callback failed: %s", GetName(), error.what());
+    }
+    m_store = {};
+}
+
+}  // namespace ovex::sdk::acquisition

@@ -1,0 +1,89 @@
+#pragma once
+
+// The Timepix2 acquisition: after each shutter the board sends every pixel of the matrix,
+// bit-packed at the depth of the chip mode. A Consumer thread takes the transfers from the vector
+// provider, cuts them into frames, unpacks each into 16-bit pixels and calls the client with it.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <thread>
+#include <vector>
+
+#include "impl/acquisition/data_provider.hpp"
+#include "impl/acquisition/frame_assembler.hpp"
+#include "impl/acquisition/owned_run.hpp"
+#include "impl/acquisition/tpx2_descramblers.hpp"
+#include "modules/acquisition.hpp"
+#include "thread_mgmt/thread_mgmt.hpp"
+
+namespace ovex::sdk::acquisition {
+
+// What a Timepix2 result holds during the client's callback: the finished frames and the
+// received buffers behind the raw spans.
+struct Tpx2FrameStore {
+    std::vector<std::span<const std::uint16_t>> frames;
+    std::vector<std::unique_ptr<std::vector<std::uint16_t>>> frame_buffers;
+    std::vector<RawSpan> raw_spans;
+    std::vector<std::shared_ptr<std::vector<std::byte>>> raw_buffers;
+};
+
+// Bit 1 of the start flags: unpack the frames; without it the client gets the raw bytes alone.
+inline constexpr std::uint32_t kDescrambleFrames = 2;
+
+class Tpx2Acquisition final : public IAcquisition {
+public:
+    explicit Tpx2Acquisition(std::shared_ptr<IVectorDataProvider> provider);
+    ~Tpx2Acquisition() override;
+
+    const char* GetName() const override { return "Timepix 2 acquisition"; }
+    std::error_code Start(const ChipInfo& chip_info, std::uint32_t flags,
+                          const AcquisitionParams& params, Callback callback) override;
+    std::error_code AwaitReadoutEnd(double seconds) override;
+    std::error_code SetPixelDepth(std::uint8_t depth) override;
+    std::error_code Abort(AbortMode mode) override;
+    AcquisitionData GetData() override { return {&m_store, AcquisitionDataKind::kTpx2Frames}; }
+    std::vector<RawSpan> GetRawData() override { return m_store.raw_spans; }
+    // 1 keeps one transfer in flight; any other count 32. −1: until aborted.
+    std::error_code SetFrameCount(std::int64_t count) override;
+    bool IsRunning() override;
+    std::set<ovexsdk_chip_mode> GetSupportedModes() const override {
+        return {EvCount8Bit, EvCount10Bit, EvCount14Bit, IToT10Bit, IToT14Bit};
+    }
+    ovexsdk_acq_process_mode GetProcessMode() const override { return DefaultProcessing; }
+
+    // Bytes the board sent that made no whole frame, in the last readout.
+    std::uint64_t DroppedBytes() const noexcept { return m_dropped.load(); }
+
+private:
+    using Buffer = std::shared_ptr<std::vector<std::byte>>;
+
+    void Consume(std::uint32_t flags, std::uint64_t pixels);
+    // Takes one transfer; true once the readout has all its frames.
+    bool ConsumeBuffer(const Buffer& buffer, std::uint32_t flags, std::uint64_t pixels);
+    void Unpack(std::span<const std::byte> frame, std::uint64_t pixels);
+    void CallClient();
+    void StoreStatus(std::error_code status);
+
+    std::mutex m_mutex;  // guards Abort, the stored status and the run's stop
+    std::error_code m_status;
+    Callback m_callback;
+    std::shared_ptr<IVectorDataProvider> m_provider;
+    Tpx2FrameStore m_store;
+    std::atomic<std::int64_t> m_frame_count{0};
+    std::int64_t m_remaining = 0;
+    std::unique_ptr<FrameDescrambler> m_descrambler;
+    FrameAssembler m_assembler;
+    std::atomic<std::uint64_t> m_dropped{0};
+    // The thread object is touched by Start, the wait and the destructor, under m_join_mutex,
+    // so that Abort never waits for a join: the run's end item ends the Consumer.
+    std::mutex m_join_mutex;
+    thread::WrappedThread<> m_consumer;
+    std::atomic<bool> m_consuming{false};
+    OwnedRun m_run;
+    std::atomic<std::thread::id> m_consumer_id;
+};
+
+}  // namespace ovex::sdk::acquisition
