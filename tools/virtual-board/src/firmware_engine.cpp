@@ -10,6 +10,7 @@
 #include "gpio_pins.hpp"
 #include "i2c_bus.hpp"
 #include "item_requests.hpp"
+#include "nobe_requests.hpp"
 #include "power_rails.hpp"
 #include "request_shape.hpp"
 #include "spi_buses.hpp"
@@ -106,6 +107,18 @@ FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables,
     install(request::kSpiStartStop, &Parts::spi, &SpiBuses::StartStop);
     install(request::kSpiStats, &Parts::spi, &SpiBuses::Stats);
     install(request::kSpiData, &Parts::spi, &SpiBuses::Data);
+    // The NoBE's requests; the boards without them refuse them (the configuration load aside).
+    for (int bRequest = request::kNobeFirst; bRequest <= request::kNobeLast; ++bRequest) {
+        model.SetVendorRequest(static_cast<std::uint8_t>(bRequest),
+                               [this](const SetupPacket& setup, std::span<const std::uint8_t> out) {
+                                   std::lock_guard lock(m_mutex);
+                                   CatchUp();
+                                   if (m_parts->boot_loader) {
+                                       return ControlReply::Stall(kNotSupported);
+                                   }
+                                   return NobeRequest(m_parts->items, setup, out);
+                               });
+    }
     model.SetVendorRequest(request::kRam,
                            [this](const SetupPacket& setup, std::span<const std::uint8_t> out) {
                                return Ram(setup, out);
@@ -223,7 +236,9 @@ void FirmwareEngine::ClearPowerFaults() {
 
 void FirmwareEngine::StickPixel(std::uint32_t pixel, std::uint8_t bits) {
     std::lock_guard lock(m_mutex);
-    if (pixel >= Tpx3Chip::kPixels || bits > Tpx3Chip::kPixelBits) {
+    // A Timepix2 pixel holds the host's whole byte, a Timepix3 pixel six bits.
+    const bool timepix2 = m_parts->items.Timepix2().Present();
+    if (pixel >= Tpx3Chip::kPixels || (!timepix2 && bits > Tpx3Chip::kPixelBits)) {
         throw std::out_of_range("Pixel " + std::to_string(pixel) + " can't be stuck at " +
                                 std::to_string(bits) + ".");
     }
@@ -233,6 +248,12 @@ void FirmwareEngine::StickPixel(std::uint32_t pixel, std::uint8_t bits) {
 void FirmwareEngine::ClearChipFaults() {
     std::lock_guard lock(m_mutex);
     m_parts->faults.stuck_pixels.clear();
+    m_parts->faults.refused_prc_bypass.reset();
+}
+
+void FirmwareEngine::RefusePrcBypass(std::uint32_t word) {
+    std::lock_guard lock(m_mutex);
+    m_parts->faults.refused_prc_bypass = word;
 }
 
 void FirmwareEngine::SlowFrontEndFlash(std::size_t busy_reads) {
@@ -305,7 +326,39 @@ void FirmwareEngine::InjectFrameFault(FrameFault fault) {
 std::optional<Produced> FirmwareEngine::ReadFrame(std::span<std::uint8_t> out, bool mid_transfer) {
     std::lock_guard lock(m_mutex);
     CatchUp();
-    return m_parts->items.Frames().Send(out, mid_transfer);
+    if (auto frame = m_parts->items.Frames().Send(out, mid_transfer)) {
+        return frame;
+    }
+    return m_parts->items.Timepix2().Frames().Send(out, mid_transfer);
+}
+
+std::vector<std::uint8_t> FirmwareEngine::Tpx2Matrix() const {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.Timepix2().Matrix();
+}
+
+std::vector<Tpx2Frame> FirmwareEngine::Tpx2FrameLog() const {
+    std::lock_guard lock(m_mutex);
+    const auto& log = m_parts->items.Timepix2().Frames().Log();
+    return {log.begin(), log.end()};
+}
+
+FrameCounters FirmwareEngine::Tpx2FrameCounts() const {
+    std::lock_guard lock(m_mutex);
+    return m_parts->items.Timepix2().Frames().Counters();
+}
+
+void FirmwareEngine::InjectTpx2FrameFault(Tpx2FrameFault fault) {
+    std::lock_guard lock(m_mutex);
+    m_parts->items.Timepix2().Frames().InjectFault(fault);
+}
+
+void FirmwareEngine::TakeConfiguration(std::span<const std::uint8_t> data) {
+    std::lock_guard lock(m_mutex);
+    CatchUp();
+    if (!m_parts->boot_loader) {
+        m_parts->items.Timepix2().TakeConfiguration(data);
+    }
 }
 
 std::optional<Produced> FirmwareEngine::ReadHits(std::span<std::uint8_t> out, bool mid_transfer) {

@@ -9,8 +9,7 @@ namespace ovex::vboard {
 namespace {
 
 constexpr std::size_t kSide = kSensorSide;
-constexpr std::uint16_t kMaxCount = 1023;  // 10 bits
-constexpr std::uint64_t kFineSteps = 16;   // fine ToA: sixteenths of a ToA tick
+constexpr std::uint64_t kFineSteps = 16;  // fine ToA: sixteenths of a ToA tick
 
 }  // namespace
 
@@ -45,7 +44,8 @@ std::vector<FrameHit> Expose(const HitModel& model, std::span<const std::uint8_t
             FrameHit hit;
             hit.pixel = static_cast<std::uint32_t>(pixel);
             if (exposure.count_mode) {
-                hit.count = static_cast<std::uint16_t>(std::min<std::uint64_t>(n, kMaxCount));
+                hit.count =
+                    static_cast<std::uint16_t>(std::min<std::uint64_t>(n, exposure.max_count));
                 hit.itot = random.ToTSum(n);
             } else {
                 // The first of n arrivals spread evenly over the exposure.

@@ -50,40 +50,16 @@ std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {
 void FrameFifo::ReadOut(ReadoutFrame frame) {
     frame.index = m_counters.read_out++;
     frame.fault = std::exchange(m_fault, FrameFault::kNone);
-    frame.lost = m_queue.size() >= kFrameFifoDepth;
+    frame.lost = m_queue.Full();
     if (frame.lost) {
         ++m_counters.overflowed;
     } else {
-        m_queue.push_back(Encode(frame));
+        m_queue.Push({Encode(frame)});
     }
     m_log.push_back(std::move(frame));
     if (m_log.size() > kFrameLogDepth) {
         m_log.pop_front();
     }
-}
-
-std::optional<Produced> FrameFifo::Send(std::span<std::uint8_t> out, bool mid_transfer) {
-    if (m_end_due) {
-        m_end_due = false;
-        return Produced{0, true};
-    }
-    if (m_queue.empty()) {
-        return std::nullopt;
-    }
-    if (mid_transfer) {
-        return Produced{0, true};
-    }
-    const std::vector<std::uint8_t>& frame = m_queue.front();
-    const std::size_t count = std::min(out.size(), frame.size() - m_sent);
-    std::copy_n(frame.begin() + static_cast<std::ptrdiff_t>(m_sent), count, out.begin());
-    m_sent += count;
-    if (m_sent < frame.size()) {
-        return Produced{count, false};
-    }
-    m_queue.pop_front();
-    m_sent = 0;
-    m_end_due = count == out.size();
-    return Produced{count, !m_end_due};
 }
 
 }  // namespace ovex::vboard

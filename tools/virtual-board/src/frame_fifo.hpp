@@ -12,6 +12,7 @@
 #include <span>
 #include <vector>
 
+#include "frame_queue.hpp"
 #include "ovex/vboard/data_source.hpp"
 #include "ovex/vboard/frame_readout.hpp"
 
@@ -28,16 +29,16 @@ public:
     // Fills `out` from the oldest frame; nullopt while no frame waits. A frame starts only at
     // the start of a transfer: `mid_transfer` ends the transfer under way first. A frame that
     // ends exactly at the end of a transfer is followed by an empty one.
-    std::optional<Produced> Send(std::span<std::uint8_t> out, bool mid_transfer);
+    std::optional<Produced> Send(std::span<std::uint8_t> out, bool mid_transfer) {
+        return m_queue.Send(out, mid_transfer);
+    }
 
     void InjectFault(FrameFault fault) { m_fault = fault; }
     const std::deque<ReadoutFrame>& Log() const { return m_log; }
     FrameCounters Counters() const { return m_counters; }
 
 private:
-    std::deque<std::vector<std::uint8_t>> m_queue;
-    std::size_t m_sent = 0;  // of the oldest frame
-    bool m_end_due = false;  // the next transfer ends empty
+    FrameQueue m_queue{true};  // a frame's size doesn't tell the host where it ends
     FrameFault m_fault = FrameFault::kNone;
     std::deque<ReadoutFrame> m_log;
     FrameCounters m_counters;

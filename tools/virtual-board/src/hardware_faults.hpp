@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -16,9 +17,12 @@ struct HardwareFaults {
     // By monitor name: a monitor of each failed rail, and the word a broken monitor's read gets.
     std::set<std::string, std::less<>> failed_rails;
     std::map<std::string, std::uint32_t, std::less<>> broken_monitors;
-    // Timepix3 pixels, by the index the host gives them, whose configuration reads back stuck
-    // at the bits mapped to.
+    // Pixels of the board's chip, by the index the host gives them, whose configuration reads
+    // back stuck at the bits mapped to (Timepix3: the packet's 6 bits; Timepix2: the host's
+    // pixel byte).
     std::map<std::uint32_t, std::uint8_t> stuck_pixels;
+    // The word every TPX_PRC_BYPASS is refused with, if it is.
+    std::optional<std::uint32_t> refused_prc_bypass;
     HitModel beam;
 };
 

@@ -63,6 +63,7 @@ ItemRequests::ItemRequests(ItemTables tables, const HardwareFaults& faults)
     : m_tables(std::move(tables)),
       m_power(m_tables, faults),
       m_chip(m_tables, faults),
+      m_tpx2(m_tables, faults),
       m_flash(m_tables),
       m_physics(m_tables),
       m_pinned(m_tables.monitors.size(), false),
@@ -80,6 +81,7 @@ void ItemRequests::PowerOn() {
     }
     m_power.PowerOn();
     m_chip.PowerOn(m_states);
+    m_tpx2.PowerOn(m_states);
     m_flash.PowerOn();
     m_physics.PowerOn();
 }
@@ -87,6 +89,7 @@ void ItemRequests::PowerOn() {
 void ItemRequests::Advance(double seconds) {
     m_physics.Advance(seconds, m_states);
     m_chip.Advance(m_states, BoardTime());
+    m_tpx2.Advance(m_states, BoardTime());
 }
 
 ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std::uint8_t> out) {
@@ -110,6 +113,9 @@ ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std
     if (const auto refusal = m_chip.CommandRefusal(setup.wIndex, out, m_states)) {
         return ControlReply::Stall(refusal);
     }
+    if (const auto refusal = m_tpx2.CommandRefusal(setup.wIndex, out, m_states)) {
+        return ControlReply::Stall(refusal);
+    }
     const std::size_t answer_room = setup.IsIn() ? setup.wLength : 0;
     if (const auto refusal = m_flash.CommandRefusal(setup.wIndex, out, answer_room)) {
         return ControlReply::Stall(refusal);
@@ -118,6 +124,8 @@ ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std
     m_power.AfterCommand(setup.wIndex, out, m_states);
     m_chip.AfterCommand(setup.wIndex, out, m_states, BoardTime());
     m_chip.FollowSupply(m_states);
+    m_tpx2.AfterCommand(setup.wIndex, out, m_states, BoardTime());
+    m_tpx2.FollowSupply(m_states);
     auto flash_answer = m_flash.AfterCommand(setup.wIndex, out);
     if (!setup.IsIn()) {
         return ControlReply::Answer();
@@ -170,27 +178,39 @@ ControlReply ItemRequests::State(const SetupPacket& setup, std::span<const std::
     const StateItem& state = m_tables.states[setup.wIndex];
     std::vector<std::uint8_t> answer;
     if (setup.wValue == kInvokeOrGet) {
-        wire::PutI32(answer,
-                     m_chip.StateReading(setup.wIndex, m_states).value_or(m_states[setup.wIndex]));
+        const auto reading = m_chip.StateReading(setup.wIndex, m_states);
+        wire::PutI32(
+            answer,
+            reading ? *reading
+                    : m_tpx2.StateReading(setup.wIndex, m_states).value_or(m_states[setup.wIndex]));
     } else if (setup.wValue == kStateLimits) {
         wire::PutI32(answer, state.min);
         wire::PutI32(answer, state.max);
-    } else {
-        const auto value = static_cast<int>(wire::GetU32(out));
-        if (value < state.min || value > state.max) {
-            return ControlReply::Stall(kBadArgument);
-        }
-        if (const auto refusal = m_power.StateRefusal(setup.wIndex, value)) {
-            return ControlReply::Stall(refusal);
-        }
-        if (const auto refusal = m_chip.StateRefusal(setup.wIndex, m_states)) {
-            return ControlReply::Stall(refusal);
-        }
-        m_states[setup.wIndex] = value;
-        m_power.AfterStateSet(m_states);
-        m_chip.FollowSupply(m_states);
+    } else if (const auto refusal = SetState(setup.wIndex, static_cast<int>(wire::GetU32(out)))) {
+        return ControlReply::Stall(refusal);
     }
     return ControlReply::Answer(std::move(answer));
+}
+
+std::uint32_t ItemRequests::SetState(std::size_t id, int value) {
+    const StateItem& state = m_tables.states[id];
+    if (value < state.min || value > state.max) {
+        return kBadArgument;
+    }
+    if (const auto refusal = m_power.StateRefusal(id, value)) {
+        return refusal;
+    }
+    if (const auto refusal = m_chip.StateRefusal(id, m_states)) {
+        return refusal;
+    }
+    if (const auto refusal = m_tpx2.StateRefusal(id, m_states)) {
+        return refusal;
+    }
+    m_states[id] = value;
+    m_power.AfterStateSet(m_states);
+    m_chip.FollowSupply(m_states);
+    m_tpx2.FollowSupply(m_states);
+    return kNoError;
 }
 
 ControlReply ItemRequests::Monitor(const SetupPacket& setup,
@@ -223,7 +243,10 @@ ControlReply ItemRequests::Monitor(const SetupPacket& setup,
 }
 
 float ItemRequests::Reading(std::size_t id) const {
-    return m_chip.MonitorReading(id, m_states)
+    if (const auto reading = m_chip.MonitorReading(id, m_states)) {
+        return *reading;
+    }
+    return m_tpx2.MonitorReading(id, m_states)
         .value_or(m_power.Reading(id, Measured(id), m_states));
 }
 

@@ -3,7 +3,7 @@
 // The four item lists a board publishes: commands to invoke, versions to read, states to get
 // and set within their limits, monitors to read. An item's id is its place in its list. The
 // board's rails couple them: enables switch what monitors read, and commands and switches wait
-// for what they need. The Timepix3 chip and the back end's flash hang on them too.
+// for what they need. The Timepix3 or Timepix2 chip and the back end's flash hang on them too.
 
 #include <cstdint>
 #include <span>
@@ -15,6 +15,7 @@
 #include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/item_tables.hpp"
 #include "power_rails.hpp"
+#include "tpx2_chip.hpp"
 #include "tpx3_chip.hpp"
 
 namespace ovex::vboard {
@@ -38,24 +39,37 @@ public:
     // Moves the board's clock on by `seconds` with the states as they are now.
     void Advance(double seconds);
     // The board's trigger input goes to `high` now.
-    void SetTriggerInput(bool high) { m_chip.SetTriggerInput(high, m_states, BoardTime()); }
+    void SetTriggerInput(bool high) {
+        m_chip.SetTriggerInput(high, m_states, BoardTime());
+        m_tpx2.SetTriggerInput(high, m_states, BoardTime());
+    }
     double BoardTime() const { return m_physics.Time(); }
 
     // By name, the first item of that name; std::out_of_range for an unknown one. What the
     // monitor measures while its rail is on, pinned: the model no longer moves it.
     void SetMonitorValue(std::string_view name, float value);
     int StateValue(std::string_view name) const;
+    // Sets state `id` as the host's state request does; the refusal's word, or kNoError.
+    std::uint32_t SetState(std::size_t id, int value);
+    // The current values by id, for the requests that act on the chip directly.
+    std::vector<int>& StateValues() { return m_states; }
     std::vector<std::vector<std::uint8_t>> Invocations(std::string_view name) const;
     // True if the monitor measures one of the board's rails.
     bool MeasuresRail(std::string_view monitor) const { return m_power.MeasuresRail(monitor); }
     bool HasMonitor(std::string_view name) const;
     // The chip's pending read-back for the data endpoint; the bytes moved into `out`.
-    std::size_t ReadOut(std::span<std::uint8_t> out) { return m_chip.ReadOut(out); }
+    std::size_t ReadOut(std::span<std::uint8_t> out) {
+        const std::size_t moved = m_chip.ReadOut(out);
+        return moved > 0 ? moved : m_tpx2.ReadOut(out);
+    }
     // The chip's pixel configuration memory.
     const std::vector<std::uint8_t>& ChipMatrix() const { return m_chip.Matrix(); }
     // The frames the chip read out.
     FrameFifo& Frames() { return m_chip.Frames(); }
     const FrameFifo& Frames() const { return m_chip.Frames(); }
+    // The Timepix2 chip, on the boards that carry one.
+    Tpx2Chip& Timepix2() { return m_tpx2; }
+    const Tpx2Chip& Timepix2() const { return m_tpx2; }
     // The chip's data-driven stream.
     Tpx3HitStream& Hits() { return m_chip.Hits(); }
     // The pinned measurements of `before`'s monitors that this board has too, by name, and the
@@ -76,6 +90,7 @@ private:
     ItemTables m_tables;
     PowerRails m_power;
     Tpx3Chip m_chip;       // inert on boards without it
+    Tpx2Chip m_tpx2;       // likewise
     BackendFlash m_flash;  // likewise
     BoardPhysics m_physics;
     std::vector<int> m_states;      // current value by id

@@ -6,6 +6,7 @@
 #include <limits>
 #include <string_view>
 
+#include "dac_sense.hpp"
 #include "frame_exposure.hpp"
 #include "ovex/vboard/error_words.hpp"
 #include "sensor_model.hpp"
@@ -18,10 +19,6 @@ namespace {
 
 constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kDoubleColumns = Tpx3Chip::kMatrixBytes / Tpx3Chip::kDoubleColumnBytes;
-
-// The sense pin spans 100 mV at a DAC's lowest code to 1300 mV at its highest.
-constexpr int kSenseOffsetMv = 100;
-constexpr int kSenseSpanMv = 1200;
 
 // The operating modes the chip knows: 0 ToA+ToT frames, 1 data-driven, 2 iToT+event count
 // frames.
@@ -324,8 +321,7 @@ int Tpx3Chip::SenseMillivolts(const std::vector<int>& states) const {
         return 0;
     }
     const std::size_t dac = m_dacs[static_cast<std::size_t>(selected) - 1];
-    const StateItem& item = m_states[dac];
-    return kSenseOffsetMv + (states[dac] - item.min) * kSenseSpanMv / (item.max - item.min);
+    return vboard::SenseMillivolts(m_states[dac], states[dac]);
 }
 
 std::optional<int> Tpx3Chip::StateReading(std::size_t state, const std::vector<int>& states) const {

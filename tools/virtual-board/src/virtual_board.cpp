@@ -56,6 +56,23 @@ private:
     bool m_mid_transfer = false;
 };
 
+// The configuration endpoint: what the host writes is kept for tests and goes to the chip's
+// loader.
+class ConfigEndpoint final : public IDataSink {
+public:
+    ConfigEndpoint(FirmwareEngine& engine, std::shared_ptr<BulkSink> kept)
+        : m_engine(engine), m_kept(std::move(kept)) {}
+
+    void Consume(std::span<const std::uint8_t> data) override {
+        m_kept->Consume(data);
+        m_engine.TakeConfiguration(data);
+    }
+
+private:
+    FirmwareEngine& m_engine;
+    std::shared_ptr<BulkSink> m_kept;
+};
+
 constexpr std::size_t kMonitorRecordSize = 10;
 
 std::size_t MonitorFrameSize(const BoardIdentity& identity) {
@@ -79,7 +96,7 @@ VirtualBoard::VirtualBoard(TestBed& bed, int port, Settings settings)
       m_sink(std::make_shared<BulkSink>()) {
     m_model.AttachSource(kDataEndpoint, std::make_shared<DataEndpoint>(m_engine, m_stream));
     m_model.AttachSource(kMonitorEndpoint, m_frames);
-    m_model.AttachSink(kConfigEndpoint, m_sink);
+    m_model.AttachSink(kConfigEndpoint, std::make_shared<ConfigEndpoint>(m_engine, m_sink));
     if (settings.real_time) {
         m_engine.FollowRealTime();
     }

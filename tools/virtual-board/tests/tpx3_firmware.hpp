@@ -1,7 +1,7 @@
 #pragma once
 
-// A Timepix3 board's firmware in-process, driven through its firmware model as the host drives
-// it, for the tests of its shutter, frames and data-driven stream.
+// A board's firmware in-process (a Timepix3 board unless told), driven through its firmware model
+// as the host drives it, for the tests of its shutters, frames and data-driven stream.
 
 #include <gtest/gtest.h>
 
@@ -55,10 +55,11 @@ inline std::vector<Packet> Decode(const Bytes& block) {
     return packets;
 }
 
-// A Timepix3 board's firmware, driven as the host drives it.
+// A board's firmware, driven as the host drives it.
 class FrameBoard {
 public:
-    FrameBoard() : m_engine(m_model, TablesOf(BoardKind::kTimepix3)) {}
+    explicit FrameBoard(BoardKind kind = BoardKind::kTimepix3)
+        : m_kind(kind), m_engine(m_model, TablesOf(kind)) {}
 
     std::uint16_t Id(const std::vector<std::string>& names, const std::string& name) {
         const auto it = std::find(names.begin(), names.end(), name);
@@ -73,7 +74,7 @@ public:
     }
     std::uint32_t Invoke(const std::string& name, const Bytes& input = {}) {
         std::vector<std::string> names;
-        for (const auto& item : TablesOf(BoardKind::kTimepix3).commands) {
+        for (const auto& item : TablesOf(m_kind).commands) {
             names.push_back(item.name);
         }
         return Outcome(m_model.Control(
@@ -82,7 +83,7 @@ public:
     }
     std::uint32_t SetState(const std::string& name, int value) {
         std::vector<std::string> names;
-        for (const auto& item : TablesOf(BoardKind::kTimepix3).states) {
+        for (const auto& item : TablesOf(m_kind).states) {
             names.push_back(item.name);
         }
         const auto v = static_cast<std::uint32_t>(value);
@@ -174,6 +175,7 @@ public:
         EXPECT_EQ(packets.back().raw, std::uint64_t{3} << 46 | (frame.close_toa & 0xFFFFFFFF));
     }
 
+    BoardKind m_kind;
     FirmwareModel m_model;
     FirmwareEngine m_engine;
 };

@@ -2,10 +2,11 @@
 
 // The board's firmware behind its vendor requests: item lists coupled by the board's rails,
 // GPIO, the I2C bus, the USB controller's own requests, the AXI register map and the SPI
-// masters, and the Timepix3 chip on the items. A board that comes up in boot loader mode answers
-// only the boot loader's requests until the host starts a sound application image; from then on it
-// is that application. It installs itself on a firmware model; all its state is behind one lock, so
-// the host's requests and a test's calls may come from different threads.
+// masters, the Timepix3 or Timepix2 chip on the items, and the NoBE's own requests. A board that
+// comes up in boot loader mode answers only the boot loader's requests until the host starts a
+// sound application image; from then on it is that application. It installs itself on a firmware
+// model; all its state is behind one lock, so the host's requests and a test's calls may come from
+// different threads.
 
 #include <chrono>
 #include <cstdint>
@@ -23,6 +24,7 @@
 #include "ovex/vboard/firmware_model.hpp"
 #include "ovex/vboard/frame_readout.hpp"
 #include "ovex/vboard/item_tables.hpp"
+#include "ovex/vboard/tpx2_frames.hpp"
 
 namespace ovex::vboard {
 
@@ -64,10 +66,14 @@ public:
     // still answers). std::out_of_range for an unknown monitor.
     void BreakMonitor(std::string_view monitor, std::uint32_t word = kNoI2cAnswer);
     void ClearPowerFaults();
-    // The Timepix3 pixel that the host numbers `pixel` (row · 256 + column, 0..65535) reads back
-    // `bits` (0..63, as its configuration packet carries them) whatever was written; the chip's
-    // digital test shows it. std::out_of_range for a pixel or bits beyond those.
+    // The pixel of the board's chip that the host numbers `pixel` (row · 256 + column, 0..65535)
+    // holds `bits` whatever was written: on a Timepix3 the 6 bits its configuration packet
+    // carries (0..63), on a Timepix2 the host's pixel byte (its mask bit masks it in frames too);
+    // the chip's digital test shows it. std::out_of_range for a pixel or bits beyond those.
     void StickPixel(std::uint32_t pixel, std::uint8_t bits);
+    // Every TPX_PRC_BYPASS of the Timepix2 chip is refused with `word`.
+    void RefusePrcBypass(std::uint32_t word = kFailure);
+    // Ends the stuck pixels and the refused bypass.
     void ClearChipFaults();
     // After each program or erase the NoBE front end's SPI flash keeps its busy flag for
     // `busy_reads` reads of its status register (SIZE_MAX: it never finishes); 0 ends the
@@ -94,10 +100,22 @@ public:
     FrameCounters FrameCounts() const;
     // Damages the next frame read out; kNone takes a pending fault back.
     void InjectFrameFault(FrameFault fault);
-    // Fills `out` from the oldest frame in the FIFO for the data endpoint; nullopt while none
-    // waits. `mid_transfer`: the endpoint's transfer under way holds data already, and a frame
-    // waits for the next one.
+    // Fills `out` from the oldest frame in the FIFO (either chip's) for the data endpoint; nullopt
+    // while none waits. `mid_transfer`: the endpoint's transfer under way holds data already, and a
+    // frame waits for the next one.
     std::optional<Produced> ReadFrame(std::span<std::uint8_t> out, bool mid_transfer);
+
+    // The Timepix2 chip (tpx2_frames.hpp): its pixel memory in the host's form (a byte a pixel,
+    // row · 256 + column) as the last TPX_WRITE_MATRIX latched it; the newest frames it read out
+    // (at most kFrameLogDepth, oldest first; a lost frame has no pixels); the counters; damage
+    // to the next frame sent (Kind::kNone takes a pending fault back).
+    std::vector<std::uint8_t> Tpx2Matrix() const;
+    std::vector<Tpx2Frame> Tpx2FrameLog() const;
+    FrameCounters Tpx2FrameCounts() const;
+    void InjectTpx2FrameFault(Tpx2FrameFault fault);
+    // Bulk OUT data on the configuration endpoint: the Timepix2 chip's loader takes them while
+    // a configuration load is armed.
+    void TakeConfiguration(std::span<const std::uint8_t> data);
 
     // The Timepix3 chip's data-driven stream (data_driven.hpp). Fills `out` from the board's
     // FIFO for the data endpoint; nullopt while it holds nothing. `mid_transfer` as above.

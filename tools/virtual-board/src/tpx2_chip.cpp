@@ -1,0 +1,415 @@
+#include "tpx2_chip.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <string_view>
+
+#include "dac_sense.hpp"
+#include "frame_exposure.hpp"
+#include "item_ids.hpp"
+#include "ovex/vboard/error_words.hpp"
+
+// ITEMS.md gives the chip's refusals and what its resets clear.
+
+namespace ovex::vboard {
+namespace {
+
+// TPX_OPMODE: event counting (8 or 10 bits, and 14 bits) and integrated ToT (10 and 14 bits).
+constexpr std::array<std::uint8_t, 4> kModes = {6, 7, 10, 11};
+constexpr std::uint8_t kPowerOnMode = 6;
+constexpr std::uint8_t kWriteMatrixArgument = 3;
+constexpr std::uint8_t kConfHalf = 1;
+constexpr std::uint8_t kTrimHalf = 2;
+constexpr std::uint16_t kMaxCounter = 16383;  // the pixel's counter, 14 bits
+
+constexpr std::array<std::string_view, 19> kDacStates = {
+    "DAC_BIAS_PREAMP_ON", "DAC_BIAS_PREAMP_OFF",
+    "DAC_BIAS_LS_ON",     "DAC_BIAS_LS_OFF",
+    "DAC_CASC_PREAMP",    "DAC_FBK",
+    "DAC_TH_COARSE",      "DAC_TH_FINE",
+    "DAC_BIAS_IKRUM",     "DAC_BIAS_DISC_PMOS",
+    "DAC_BIAS_DISC_NMOS", "DAC_CASC_DISC",
+    "DAC_BIAS_THS",       "DAC_GND",
+    "DAC_TP_COARSE",      "DAC_TP_FINE",
+    "DAC_BIAS_SLVS",      "DAC_CM_SLVS",
+    "DAC_BIAS_RES"};
+
+bool Contains(const std::vector<std::size_t>& ids, std::size_t id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+std::uint64_t Ticks(double seconds) {
+    return static_cast<std::uint64_t>(std::llround(seconds * kTicksPerSecond));
+}
+
+bool OneByte(std::span<const std::uint8_t> input, std::uint8_t max) {
+    return input.size() == 1 && input[0] <= max;
+}
+
+// A pixel byte's CONF nibble: bits 0 and 1, bit 7 (unused by the host, kept by the chip) as
+// bit 2, bit 6 as bit 3; its TRIM nibble: bits 2..5.
+std::uint8_t Nibble(std::uint8_t pixel, std::uint8_t half) {
+    if (half == kTrimHalf) {
+        return pixel >> 2 & 0x0F;
+    }
+    return static_cast<std::uint8_t>((pixel & 3) | (pixel >> 7 & 1) << 2 | (pixel >> 6 & 1) << 3);
+}
+
+}  // namespace
+
+Tpx2Chip::Tpx2Chip(const ItemTables& tables, const HardwareFaults& faults)
+    : m_faults(&faults),
+      m_states(tables.states),
+      m_init(ItemIdOr(tables.commands, "TPX_INIT")),
+      m_default_dac(ItemIdOr(tables.commands, "TPX_DEFAULT_DAC")),
+      m_bypass(ItemIdOr(tables.commands, "TPX_PRC_BYPASS")),
+      m_write(ItemIdOr(tables.commands, "TPX_WRITE_MATRIX")),
+      m_read(ItemIdOr(tables.commands, "TPX_READ_MATRIX")),
+      m_opmode(ItemIdOr(tables.commands, "TPX_OPMODE")),
+      m_select(ItemIdOr(tables.commands, "TPX_DAC_SELECT")),
+      m_depth(ItemIdOr(tables.commands, "PIPELINE_BPP")),
+      m_duration(ItemIdOr(tables.states, "TPX_SHUT_DUR")),
+      m_sense_state(ItemIdOr(tables.states, "TPX_DAC_OUT")),
+      m_sense_monitor(ItemIdOr(tables.monitors, "TPX_DAC_OUT")),
+      m_matrix(kPixels, 0),
+      m_mode(kPowerOnMode),
+      m_shutter(tables) {
+    std::vector<std::size_t> dacs;
+    for (const std::string_view name : kDacStates) {
+        dacs.push_back(ItemIdOr(tables.states, name));
+    }
+    // The NoBE switches the chip's 1.2 V supplies apart from the front end's.
+    for (const char* name : {"DETECTOR_EN", "TPX_1V2"}) {
+        if (const std::size_t id = ItemIdOr(tables.states, name); id != kNoItem) {
+            m_supply.push_back(id);
+        }
+    }
+    const std::array required = {m_init,   m_default_dac, m_bypass, m_write,    m_read,
+                                 m_opmode, m_select,      m_depth,  m_duration, m_sense_state};
+    const auto missing = [](std::size_t id) { return id == kNoItem; };
+    if (std::any_of(required.begin(), required.end(), missing) ||
+        std::any_of(dacs.begin(), dacs.end(), missing) || m_supply.empty() ||
+        !m_shutter.Present()) {
+        return;  // no Timepix2 on this board
+    }
+    m_dacs = std::move(dacs);
+    m_chip_commands = {m_init, m_default_dac, m_bypass, m_write, m_read, m_opmode, m_select};
+}
+
+bool Tpx2Chip::Powered(const std::vector<int>& states) const {
+    return std::all_of(m_supply.begin(), m_supply.end(),
+                       [&](std::size_t id) { return states[id] != 0; });
+}
+
+std::uint32_t Tpx2Chip::CommandRefusal(std::size_t command, std::span<const std::uint8_t> input,
+                                       const std::vector<int>& states) const {
+    if (!Present()) {
+        return kNoError;
+    }
+    const bool needs_chip =
+        Contains(m_chip_commands, command) || m_shutter.NeedsChip(command, input);
+    if (needs_chip && !Powered(states)) {
+        return kChipNotReady;
+    }
+    if (const std::uint32_t refusal = m_shutter.CommandRefusal(command, input, states)) {
+        return refusal;
+    }
+    if (command == m_init || command == m_default_dac) {
+        return input.empty() ? kNoError : kBadArgument;
+    }
+    if (command == m_bypass) {
+        if (m_faults->refused_prc_bypass) {
+            return *m_faults->refused_prc_bypass;
+        }
+        if (!OneByte(input, 1)) {
+            return kBadArgument;
+        }
+        return input[0] == 1 && m_shutter.Busy() ? kChipBusy : kNoError;  // frames use the PRC
+    }
+    if (command == m_write) {
+        if (input.size() != 1 || input[0] != kWriteMatrixArgument) {
+            return kBadArgument;
+        }
+        if (!m_bypassed) {
+            return kNotConfigured;
+        }
+        if (!m_load_armed) {
+            return kNotStarted;
+        }
+        return m_load_bytes == kPixels ? kNoError : kBadArgument;
+    }
+    if (command == m_read) {
+        if (input.size() != 1 || (input[0] != kConfHalf && input[0] != kTrimHalf)) {
+            return kBadArgument;
+        }
+        if (!m_bypassed) {
+            return kNotConfigured;
+        }
+        return m_readout_sent < m_readout.size() ? kChipBusy : kNoError;
+    }
+    if (command == m_opmode) {
+        if (input.size() != 1 ||
+            std::find(kModes.begin(), kModes.end(), input[0]) == kModes.end()) {
+            return kBadArgument;
+        }
+        return m_shutter.Busy() ? kChipBusy : kNoError;  // an exposure keeps its mode
+    }
+    if (command == m_select) {
+        return input.size() == 1 && input[0] >= 1 && input[0] <= m_dacs.size() ? kNoError
+                                                                               : kBadArgument;
+    }
+    if (command == m_depth) {
+        return OneByte(input, static_cast<std::uint8_t>(Tpx2Depth::k14Bit)) ? kNoError
+                                                                            : kBadArgument;
+    }
+    return kNoError;
+}
+
+std::uint32_t Tpx2Chip::StateRefusal(std::size_t state, const std::vector<int>& states) const {
+    if (!Present()) {
+        return kNoError;
+    }
+    if (state == m_sense_state) {
+        return kNotSupported;  // a reading, not a setting
+    }
+    return Contains(m_dacs, state) && !Powered(states) ? kChipNotReady : kNoError;
+}
+
+void Tpx2Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> input,
+                            std::vector<int>& states, double now) {
+    if (!Present()) {
+        return;
+    }
+    if (command == m_init) {
+        Reset();
+    } else if (command == m_default_dac) {
+        for (const std::size_t id : m_dacs) {
+            states[id] = m_states[id].value;
+        }
+    } else if (command == m_bypass) {
+        m_bypassed = input[0] == 1;
+    } else if (command == m_write) {
+        m_matrix = std::move(m_load);
+        m_load.clear();
+        m_load_armed = false;
+        m_load_bytes = 0;
+    } else if (command == m_read) {
+        m_readout = ReadBack(input[0]);
+        m_readout_sent = 0;
+    } else if (command == m_opmode) {
+        m_mode = input[0];
+    } else if (command == m_select) {
+        m_selected = input[0];
+    } else if (command == m_depth) {
+        m_pipeline_depth = static_cast<Tpx2Depth>(input[0]);
+    }
+    m_shutter.AfterCommand(command, input, Ticks(now));
+}
+
+void Tpx2Chip::Advance(const std::vector<int>& states, double now) {
+    if (!Present()) {
+        return;
+    }
+    for (const Tpx2Shutter::Closed& exposure : m_shutter.Advance(states, Ticks(now))) {
+        ReadOutFrame(exposure);
+    }
+}
+
+void Tpx2Chip::SetTriggerInput(bool high, const std::vector<int>& states, double now) {
+    if (!Present()) {
+        return;
+    }
+    if (const auto exposure = m_shutter.SetInput(high, states, Ticks(now))) {
+        ReadOutFrame(*exposure);
+    }
+}
+
+void Tpx2Chip::FollowSupply(std::vector<int>& states) {
+    if (!Present()) {
+        return;
+    }
+    const bool powered = Powered(states);
+    if (m_was_powered && !powered) {
+        Clear(states);
+    }
+    m_was_powered = powered;
+}
+
+void Tpx2Chip::PowerOn(std::vector<int>& states) {
+    if (!Present()) {
+        return;
+    }
+    Clear(states);
+    m_shutter.PowerOn();
+    m_pipeline_depth = Tpx2Depth::k8Bit;
+    m_frames = Tpx2FrameFifo();
+    m_was_powered = Powered(states);
+}
+
+void Tpx2Chip::Reset() {
+    std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
+    m_bypassed = false;
+    m_load_armed = false;
+    m_load.clear();
+    m_load_bytes = 0;
+    m_readout.clear();
+    m_readout_sent = 0;
+    m_mode = kPowerOnMode;
+    m_selected = 0;
+    m_fsr.fill(0);
+    m_shutter.Abort();
+}
+
+void Tpx2Chip::Clear(std::vector<int>& states) {
+    Reset();
+    for (const std::size_t id : m_dacs) {
+        states[id] = m_states[id].value;
+    }
+}
+
+std::uint32_t Tpx2Chip::ArmLoad(const std::vector<int>& states) {
+    if (!Present()) {
+        return kNotSupported;
+    }
+    if (!Powered(states)) {
+        return kChipNotReady;
+    }
+    m_load_armed = true;
+    m_load.clear();
+    m_load_bytes = 0;
+    return kNoError;
+}
+
+void Tpx2Chip::TakeConfiguration(std::span<const std::uint8_t> data) {
+    if (!m_load_armed) {
+        return;
+    }
+    const std::size_t room = kPixels - m_load.size();
+    m_load.insert(m_load.end(), data.begin(),
+                  data.begin() + static_cast<std::ptrdiff_t>(std::min(room, data.size())));
+    m_load_bytes += data.size();
+}
+
+std::uint32_t Tpx2Chip::Acquire(bool continuous, std::uint32_t ticks, std::vector<int>& states,
+                                double now) {
+    if (!Present()) {
+        return kNotSupported;
+    }
+    if (!Powered(states)) {
+        return kChipNotReady;
+    }
+    if (m_shutter.Busy()) {
+        return kChipBusy;
+    }
+    states[m_duration] = static_cast<int>(ticks);
+    if (const std::uint32_t refusal = m_shutter.StartRefusal(states)) {
+        return refusal;
+    }
+    m_shutter.Start(continuous, Ticks(now));
+    return kNoError;
+}
+
+std::optional<std::array<std::uint8_t, Tpx2Chip::kFsrBytes>> Tpx2Chip::Fsr(
+    const std::vector<int>& states) const {
+    if (!Powered(states)) {
+        return std::nullopt;
+    }
+    return m_fsr;
+}
+
+std::uint32_t Tpx2Chip::WriteFsr(std::span<const std::uint8_t> data,
+                                 const std::vector<int>& states) {
+    if (!Powered(states)) {
+        return kChipNotReady;
+    }
+    std::copy_n(data.begin(), kFsrBytes, m_fsr.begin());
+    return kNoError;
+}
+
+std::vector<std::uint8_t> Tpx2Chip::PixelBytes() const {
+    std::vector<std::uint8_t> pixels = m_matrix;
+    for (const auto& [pixel, stuck] : m_faults->stuck_pixels) {
+        pixels[pixel] = stuck;
+    }
+    return pixels;
+}
+
+std::vector<std::uint8_t> Tpx2Chip::ReadBack(std::uint8_t half) const {
+    const std::vector<std::uint8_t> pixels = PixelBytes();
+    std::vector<std::uint8_t> out(kHalfMatrixBytes);
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        out[i] = static_cast<std::uint8_t>(Nibble(pixels[2 * i], half) |
+                                           Nibble(pixels[2 * i + 1], half) << 4);
+    }
+    // The chip sends 32-bit words most significant byte first.
+    for (std::size_t at = 0; at < out.size(); at += 4) {
+        std::reverse(out.begin() + static_cast<std::ptrdiff_t>(at),
+                     out.begin() + static_cast<std::ptrdiff_t>(at + 4));
+    }
+    return out;
+}
+
+void Tpx2Chip::ReadOutFrame(const Tpx2Shutter::Closed& exposure) {
+    Tpx2Frame frame;
+    frame.opmode = m_mode;
+    frame.depth = m_pipeline_depth;
+    frame.open_tick = exposure.open_tick;
+    frame.close_tick = exposure.close_tick;
+    // A frame that finds the FIFO full is never seen: its pixels aren't worked out.
+    if (!m_frames.Full()) {
+        const std::vector<std::uint8_t> pixels = PixelBytes();
+        std::vector<std::uint8_t> masked(kPixels);
+        for (std::size_t k = 0; k < kPixels; ++k) {
+            masked[k] = pixels[k] & 2;  // bit 1 of the pixel byte masks it
+        }
+        const bool itot = m_mode == 10 || m_mode == 11;
+        const std::uint16_t max = Tpx2MaxValue(m_pipeline_depth);
+        frame.pixels.assign(kPixels, 0);
+        for (const FrameHit& hit : Expose(m_faults->beam, masked,
+                                          {.ticks = exposure.close_tick - exposure.open_tick,
+                                          .index = m_frames.NextIndex(),
+                                          .count_mode = true,
+                                          .max_count = kMaxCounter})) {
+            frame.pixels[hit.pixel] = std::min(itot ? hit.itot : hit.count, max);
+        }
+    }
+    m_frames.ReadOut(std::move(frame));
+}
+
+int Tpx2Chip::SenseMillivolts(const std::vector<int>& states) const {
+    if (!Powered(states) || m_selected == 0) {
+        return 0;
+    }
+    const std::size_t dac = m_dacs[m_selected - 1U];
+    return vboard::SenseMillivolts(m_states[dac], states[dac]);
+}
+
+std::optional<int> Tpx2Chip::StateReading(std::size_t state, const std::vector<int>& states) const {
+    if (!Present() || state != m_sense_state) {
+        return std::nullopt;
+    }
+    return SenseMillivolts(states);
+}
+
+std::optional<float> Tpx2Chip::MonitorReading(std::size_t monitor,
+                                              const std::vector<int>& states) const {
+    if (!Present() || m_sense_monitor == kNoItem || monitor != m_sense_monitor) {
+        return std::nullopt;
+    }
+    return static_cast<float>(SenseMillivolts(states)) / 1000.0F;
+}
+
+std::size_t Tpx2Chip::ReadOut(std::span<std::uint8_t> out) {
+    const std::size_t count = std::min(out.size(), m_readout.size() - m_readout_sent);
+    std::copy_n(m_readout.begin() + static_cast<std::ptrdiff_t>(m_readout_sent), count,
+                out.begin());
+    m_readout_sent += count;
+    if (m_readout_sent == m_readout.size()) {
+        m_readout.clear();
+        m_readout_sent = 0;
+    }
+    return count;
+}
+
+}  // namespace ovex::vboard
