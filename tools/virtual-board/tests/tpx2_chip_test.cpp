@@ -232,8 +232,8 @@ TEST_F(Tpx2Chip, ChipBoardAnswersOnlyTheConfigurationLoadAndSendsA14BitFrameInTw
     EXPECT_EQ(host.Out(0x1A, 0, 0), 0);
 
     board.Engine().SetHitModel({.flood = true});
-    ASSERT_EQ(host.Invoke("PIPELINE_BPP", {2}), 0U);
-    EXPECT_EQ(host.Invoke("PIPELINE_BPP", {3}), kBadValueWord);
+    ASSERT_EQ(host.Invoke("PIPELINE_BPP", {3}), 0U);
+    EXPECT_EQ(host.Invoke("PIPELINE_BPP", {4}), kBadValueWord);
     ASSERT_EQ(host.SetState("TPX_SHUT_DUR", 8000), 0U);
     ASSERT_EQ(host.Invoke("TPX_TRIG_SINGLE"), 0U);
     board.Engine().AdvanceTime(std::chrono::microseconds(200));
