@@ -442,7 +442,7 @@ INSTANTIATE_TEST_SUITE_P(
                       LowRail{"Timepix4Pll", BoardKind::kTimepix4Cb, 1, "PG_PLL", 7,
                               "Chip power rail: OK", "monitor PG_PST", OVEXSDK_OK},
                       LowRail{"Timepix4Last", BoardKind::kTimepix4Cb, 1, "PG_1V8D", 7,
-                              "Chip power rail: FAIL", "", OVEXSDK_OK},
+                              "Chip power rail: FAIL", "invoke TPX_CHIP_INFO", OVEXSDK_OK},
                       LowRail{"NobeDdr", BoardKind::kNobe, 0, "PG_DDR_PWR", 6,
                               "DDR power rail: FAIL", "invoke BIAS_DAC_RESET", OVEXSDK_OK},
                       LowRail{"Tp2feChipEnable", BoardKind::kNobe, 1, "PG_1V2", 6,
@@ -495,12 +495,16 @@ TEST_F(PowerFaultTest, Timepix2RailWaitEndsAtTheFirstPassWithBothRailsGood) {
     });
     At("monitor PG_1V2_A", 3, [this] { Engine().ClearPowerFaults(); });
     ASSERT_EQ(Switch(1, true), OVEXSDK_OK);
-    EXPECT_EQ(Tail(Journal(), 8),
+    // Then the chip board's chip is looked at.
+    EXPECT_EQ(Tail(Journal(), 9),
               (Lines{"monitor PG_1V2_A", "monitor PG_1V2_D", "sleep 1", "monitor PG_1V2_A",
-                     "monitor PG_1V2_D", "sleep 1", "monitor PG_1V2_A", "monitor PG_1V2_D"}));
-    EXPECT_EQ(Tail(ScriptLines(), 3),
-              (Lines{"Unable to read PG_1V2_A rail power good monitor - " + kNoAnswer,
-                     "Frontend 1V2 rails: OK", "Unit 1 ('frontend') successfully powered up."}));
+                     "monitor PG_1V2_D", "sleep 1", "monitor PG_1V2_A", "monitor PG_1V2_D",
+                     "invoke TPX_CHIP_INFO"}));
+    EXPECT_EQ(
+        Tail(ScriptLines(), 5),
+        (Lines{"Unable to read PG_1V2_A rail power good monitor - " + kNoAnswer,
+               "Frontend 1V2 rails: OK", "On frontend powered up", "Command TPX_CHIP_INFO invoked.",
+               "Unit 1 ('frontend') successfully powered up."}));
 }
 
 // is_unit_powered on units that are on, after one change to the board each: the answer and the
