@@ -1,5 +1,6 @@
 #include "sdk_ovexboard.hpp"
 
+#include <array>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -136,6 +137,16 @@ void OvexBoard::StartMonitors() {
     if (ec) {
         OVEX_LOG_EC(ovex::log::kError, "Failed to start asynchronous monitors: - %s: %s.", ec);
     }
+}
+
+std::optional<std::uint8_t> OvexBoard::ReadChipType() {
+    std::array<std::uint8_t, 8> record{};
+    if (!m_commands || !m_states ||
+        m_commands->Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(record))) {
+        OVEX_LOG_ERROR("Failed to build a device after power up. Cannot fetch a chip info.");
+        return std::nullopt;
+    }
+    return record[0];
 }
 
 std::error_code OvexBoard::Epilogue() {

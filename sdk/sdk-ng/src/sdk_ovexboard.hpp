@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <system_error>
@@ -69,6 +70,12 @@ protected:
 
     // Starts the monitor stream unless it runs; a failure is logged and doesn't stop the caller.
     void StartMonitors();
+    // The chip type that the board reports behind its frontend (the first byte of its chip
+    // information); nothing, logged, if it can't tell.
+    std::optional<std::uint8_t> ReadChipType();
+
+    // The modules that every board has from its construction on.
+    static constexpr std::size_t kConstructorModules = 5;
 
 private:
     std::error_code AddHousekeeping();

@@ -1,6 +1,5 @@
 #include "sdk_ovexboard_tpx3.hpp"
 
-#include <array>
 #include <cstdint>
 #include <memory>
 
@@ -50,14 +49,11 @@ std::error_code OvexBoardTpx3::FrontendPoweredUp() {
         OVEX_LOG_DEBUG("Device frontend already created, skipping.");
         return {};
     }
-    std::array<std::uint8_t, 8> record{};
-    if (!m_commands || !m_states ||
-        m_commands->Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(record))) {
-        OVEX_LOG_ERROR("Failed to build a device after power up. Cannot fetch a chip info.");
+    const auto chip_type = ReadChipType();
+    if (!chip_type) {
         return std::make_error_code(std::errc::invalid_argument);
     }
-    // The chip type is the record's first byte; 1 to 4 are types, anything else none.
-    if (record[0] != 3) {
+    if (*chip_type != 3) {
         OVEX_LOG_ERROR("Failed to set a device. Unknown/unsupported chip type.");
         return std::make_error_code(std::errc::not_supported);
     }

@@ -67,6 +67,9 @@ std::vector<FrameQueue::Part> Damage(std::vector<FrameQueue::Part> parts, Tpx2Fr
 
 std::vector<FrameQueue::Part> Tpx2WireParts(std::span<const std::uint16_t> pixels,
                                             Tpx2Depth depth) {
+    if (depth == Tpx2Depth::k4Bit) {
+        return {Pack({pixels.begin(), pixels.end()}, 4)};
+    }
     if (depth == Tpx2Depth::k8Bit) {
         return {FrameQueue::Part(pixels.begin(), pixels.end())};
     }

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -12,6 +11,7 @@
 #include <new>
 #include <variant>
 
+#include "modules/chip_support.hpp"
 #include "modules/tpx3_matrix.hpp"
 #include "modules/tpx3_thld_ctrl.hpp"
 #include "ovex/log/log.hpp"
@@ -21,7 +21,6 @@
 namespace ovex::sdk {
 namespace {
 
-constexpr const char* kUnknownId = "<UNKNOWN>";
 constexpr std::uint8_t kDataEndpoint = 0x81;
 constexpr std::size_t kDoubleColumns = 128;
 constexpr std::size_t kDoubleColumnSize = tpx3::kPackedSize / kDoubleColumns;
@@ -42,40 +41,6 @@ ModuleRequirements ChipItems(Commands* commands, States* states) {
           "TPX_READ_PXCONF", "TPX_OPMODE", "TPX_CHIP_INFO"}}};
     requirements.states = {{states, {"TPX_CHAN_EN", "TPX_CHIP_POLARITY", "TPX_CHIP_ID"}}};
     return requirements;
-}
-
-bool StartsWithLetter(const std::string& text) {
-    if (text.empty()) {
-        return false;
-    }
-    const char c = text.front();
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-// Letter, wafer row and wafer number from the efuse word; two override bits let the upper ten
-// bits replace one of the three fields.
-std::string DecodeChipId(std::uint32_t efuses) {
-    if (efuses == 0) {
-        return kUnknownId;
-    }
-    std::uint32_t x = efuses & 15;
-    std::uint32_t y = (efuses >> 4) & 15;
-    std::uint32_t w = (efuses >> 8) & 0xFFF;
-    switch ((efuses >> 20) & 3) {
-        case 1:
-            x = efuses >> 22;
-            break;
-        case 2:
-            y = efuses >> 22;
-            break;
-        case 3:
-            w = efuses >> 22;
-            break;
-        default:
-            break;
-    }
-    const char letter = x != 0 ? static_cast<char>(x + 64) : 'X';
-    return fmt::format("{:c}{:02d}-W{:04d}", letter, y, w);
 }
 
 // Lends the one buffer that the whole read-back fills, once: the transfer then finds no buffer
@@ -127,7 +92,7 @@ private:
 Timepix3::Timepix3(Commands* commands, States* states, Monitors*, usb::device::UsbDevice* device)
     : ITimepixChip(ChipItems(commands, states), false),
       m_dacs(states),
-      m_chip_id(kUnknownId),
+      m_chip_id(kUnknownChipId),
       m_mask(tpx3::kPixelCount, 0),
       m_device(device) {
     m_threshold = std::make_unique<Tpx3ThresholdCtlr>(m_dacs, nullptr, m_chip_id);
@@ -155,20 +120,14 @@ std::error_code Timepix3::GetPolarity(std::uint8_t& polarity) {
 }
 
 std::optional<ChipInfo> Timepix3::GetInfo() {
-    // Chip type, a code, a 16-bit number, an unread byte, a second 16-bit number, a pad byte.
-    std::array<std::uint8_t, 8> record{};
-    if (const auto ec = BoardCommands().Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(record))) {
+    ChipInfo info;
+    if (const auto ec = ReadChipRecord(BoardCommands(), info)) {
         OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to read the chip information");
         return std::nullopt;
     }
-    ChipInfo info;
     info.pixel_count = tpx3::kPixelCount;
     info.width = tpx3::kMatrixSide;
     info.height = tpx3::kMatrixSide;
-    info.number_a = static_cast<std::uint16_t>(record[2] << 8 | record[3]);
-    info.number_b = static_cast<std::uint16_t>(record[5] << 8 | record[6]);
-    info.code = record[1] >= 1 && record[1] <= 2 ? record[1] : 0;
-    info.chip_type = record[0] >= 1 && record[0] <= 4 ? record[0] : 0;
     info.config_depth_class = 1;
     info.modes = {ToAToTDD, ToAToTFBZS, IToTEvCountFBZS};
     info.polarities = {1, 2};
@@ -292,25 +251,9 @@ std::error_code Timepix3::ReadMatrix(std::vector<std::uint8_t>& out) {
 }
 
 std::error_code Timepix3::SetMask(std::span<const std::uint8_t> mask) {
-    if (mask.size() != tpx3::kPixelCount) {
-        OVEX_LOG_ERROR(
-            "Provided pixel mask doesn't have correct size. Expected %zu bytes, got %zu.",
-            tpx3::kPixelCount, mask.size());
-        return std::make_error_code(std::errc::invalid_argument);
-    }
-    const auto masked = static_cast<std::size_t>(
-        std::count_if(mask.begin(), mask.end(), [](std::uint8_t m) { return m != 0; }));
-    OVEX_LOG_INFO("New user mask contains %zu masked pixels.", masked);
-    m_mask.assign(mask.begin(), mask.end());
-    if (m_matrix.empty()) {
-        OVEX_LOG_ERROR(
-            "No pixel matrix has been written to the chip yet: the mask is kept, not applied.");
-        return std::make_error_code(std::errc::operation_not_permitted);
-    }
-    std::vector<std::uint8_t> merged(tpx3::kPixelCount);
-    for (std::size_t i = 0; i < tpx3::kPixelCount; ++i) {
-        const bool masked_pixel = (m_matrix[i] & 1) != 0 || mask[i] != 0;
-        merged[i] = static_cast<std::uint8_t>((m_matrix[i] & ~1u) | (masked_pixel ? 1u : 0u));
+    std::vector<std::uint8_t> merged;
+    if (const auto ec = MergeUserMask(mask, tpx3::kPixelCount, 0, m_mask, m_matrix, merged)) {
+        return ec;
     }
     return WriteMatrix(merged);
 }
@@ -368,20 +311,7 @@ std::error_code Timepix3::SetPolarity(std::uint8_t polarity) {
 }
 
 std::string Timepix3::GetChipId() {
-    if (StartsWithLetter(m_chip_id)) {
-        return m_chip_id;
-    }
-    int word = 0;
-    if (const auto ec = BoardStates().Get("TPX_CHIP_ID", word)) {
-        OVEX_LOG_EC(log::kError, "Failed to read chip efuses: %s: %s.", ec);
-        return kUnknownId;
-    }
-    const auto efuses = static_cast<std::uint32_t>(word);
-    m_chip_id = DecodeChipId(efuses);
-    if (efuses != 0 && !StartsWithLetter(m_chip_id)) {
-        OVEX_LOG_ERROR("Chip ID decoded from efuses 0x%08X is not valid.", efuses);
-    }
-    return m_chip_id;
+    return ReadChipId(BoardStates(), m_chip_id);
 }
 
 std::error_code Timepix3::SetMode(ovexsdk_chip_mode mode) {

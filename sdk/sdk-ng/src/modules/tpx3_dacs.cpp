@@ -1,24 +1,17 @@
 #include "modules/tpx3_dacs.hpp"
 
-#include <chrono>
-#include <map>
 #include <string>
-#include <thread>
+#include <utility>
+#include <vector>
 
+#include "modules/chip_support.hpp"
 #include "ovex/log/log.hpp"
-#include "ovex/range/range.hpp"
 
 namespace ovex::sdk {
 namespace {
 
-struct DacEntry {
-    const char* state;
-    const char* name;
-    bool measurable;
-};
-
-const std::map<std::uint8_t, DacEntry>& Table() {
-    static const std::map<std::uint8_t, DacEntry> table{
+const DacTable& Table() {
+    static const DacTable table{
         {1, {"DAC_PreampOn_0", "PreampOn", true}},
         {2, {"DAC_PreampOff_0", "PreampOff", true}},
         {3, {"DAC_NCas_0", "NCas", true}},
@@ -44,14 +37,6 @@ const std::map<std::uint8_t, DacEntry>& Table() {
 constexpr const char* kSelect = "TPX_DAC_SELECT";
 constexpr const char* kSense = "TPX_DAC_OUT";
 
-// An id outside the table reaches the board under a name that no board knows, which the item
-// set refuses.
-const char* StateName(std::uint8_t id) {
-    const auto& table = Table();
-    const auto found = table.find(id);
-    return found != table.end() ? found->second.state : "<invalid state>";
-}
-
 ModuleRequirements DacItems(States* states) {
     std::vector<std::string> names;
     for (const auto& [id, entry] : Table()) {
@@ -75,31 +60,16 @@ States& Tpx3Dacs::BoardStates() const {
 }
 
 std::vector<DacInfo> Tpx3Dacs::GetDacList() {
-    std::vector<DacInfo> list;
-    list.reserve(Table().size());
-    for (const auto& [id, entry] : Table()) {
-        range::Range<int> limits;
-        if (const auto ec = BoardStates().GetRange(entry.state, limits)) {
-            OVEX_LOG_EC(log::kWarning, "Failed to obtain limits of DAC %s - %s: %s.", ec,
-                        entry.name);
-            limits = range::Range<int>(-32768, 32767);
-        }
-        list.push_back(DacInfo{.id = id,
-                               .name = entry.name,
-                               .min = limits.min(),
-                               .max = limits.max(),
-                               .measurable = entry.measurable});
-    }
-    return list;
+    return ListDacs(BoardStates(), Table());
 }
 
 std::error_code Tpx3Dacs::SetDac(std::uint8_t id, std::uint32_t value) {
-    return BoardStates().Set(StateName(id), static_cast<int>(value));
+    return BoardStates().Set(DacStateName(Table(), id), static_cast<int>(value));
 }
 
 std::error_code Tpx3Dacs::GetDac(std::uint8_t id, std::uint32_t& value) {
     int read = 0;
-    const auto ec = BoardStates().Get(StateName(id), read);
+    const auto ec = BoardStates().Get(DacStateName(Table(), id), read);
     if (!ec) {
         value = static_cast<std::uint32_t>(read);
     }
@@ -107,20 +77,12 @@ std::error_code Tpx3Dacs::GetDac(std::uint8_t id, std::uint32_t& value) {
 }
 
 std::error_code Tpx3Dacs::SelectSenseDac(std::uint8_t id) {
-    const auto& table = Table();
-    const auto found = table.find(id);
-    if (found == table.end()) {
-        OVEX_LOG_ERROR("DAC ID %d is invalid.", id);
-        return std::make_error_code(std::errc::invalid_argument);
-    }
-    if (!found->second.measurable) {
-        OVEX_LOG_ERROR("DAC '%s' cannot be measured using DAC_OUT chip pin.", found->second.name);
-        return std::make_error_code(std::errc::invalid_argument);
+    if (const auto ec = CheckSenseDac(Table(), id)) {
+        return ec;
     }
     const auto ec = BoardStates().Set(kSelect, id);
     if (!ec) {
-        // The sense pin's analog output needs this long to settle on the new DAC.
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        WaitForSenseOutput();
     }
     return ec;
 }

@@ -5,6 +5,7 @@
 #include <variant>
 #include <vector>
 
+#include "modules/chip_support.hpp"
 #include "ovex/config_loader/config_loader.hpp"
 #include "ovex/log/log.hpp"
 #include "sdk_dev_item_sets.hpp"
@@ -17,27 +18,9 @@ constexpr std::uint8_t kFineId = 6;
 constexpr const char* kCoarseName = "THLCoarse";
 constexpr const char* kFineName = "THLFine";
 
-std::optional<DacInfo> FindDac(const std::vector<DacInfo>& list, std::uint8_t id) {
-    for (const DacInfo& dac : list) {
-        if (dac.id == id) {
-            return dac;
-        }
-    }
-    return std::nullopt;
-}
-
 std::error_code MissingDac(const char* which) {
     OVEX_LOG_ERROR("DAC required for threshold configuration is unavailable (%s).", which);
     return std::make_error_code(std::errc::bad_address);
-}
-
-// The value of a key when it holds a double.
-std::optional<double> ChipDouble(const configuration::ConfigLoader& config,
-                                 std::string_view chip_id, std::string_view key) {
-    if (const auto* value = std::get_if<double>(config.GetChipValue(chip_id, key))) {
-        return *value;
-    }
-    return std::nullopt;
 }
 
 // A raw threshold as a whole DAC code, truncated.

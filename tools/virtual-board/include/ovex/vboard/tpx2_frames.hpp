@@ -13,12 +13,14 @@ namespace ovex::vboard {
 
 inline constexpr std::size_t kTpx2Pixels = 65536;
 
-// PIPELINE_BPP: the bits per pixel of the frames the board sends.
-enum class Tpx2Depth : std::uint8_t { k8Bit = 0, k10Bit = 1, k14Bit = 2 };
+// PIPELINE_BPP: the bits per pixel of the frames the board sends, the byte the host writes.
+enum class Tpx2Depth : std::uint8_t { k4Bit = 0, k8Bit = 1, k10Bit = 2, k14Bit = 3 };
 
-// The largest count a pixel reports at `depth`: 255, 1023 or 16383.
+// The largest count a pixel reports at `depth`: 15, 255, 1023 or 16383.
 constexpr std::uint16_t Tpx2MaxValue(Tpx2Depth depth) {
     switch (depth) {
+        case Tpx2Depth::k4Bit:
+            return 15;
         case Tpx2Depth::k8Bit:
             return 255;
         case Tpx2Depth::k10Bit:
@@ -29,9 +31,12 @@ constexpr std::uint16_t Tpx2MaxValue(Tpx2Depth depth) {
     return 16383;
 }
 
-// The bytes of a whole frame on the wire: 65536, 81920, or 114688 (81920 + 32768 in two parts).
+// The bytes of a whole frame on the wire: 32768, 65536, 81920, or 114688 (81920 + 32768 in two
+// parts).
 constexpr std::size_t Tpx2FrameBytes(Tpx2Depth depth) {
     switch (depth) {
+        case Tpx2Depth::k4Bit:
+            return kTpx2Pixels / 2;
         case Tpx2Depth::k8Bit:
             return kTpx2Pixels;
         case Tpx2Depth::k10Bit:

@@ -1,0 +1,84 @@
+#pragma once
+
+// What the Timepix chip modules share: the chip's identity from its efuses and its information
+// record, the user mask merged into a matrix, the DAC tables and the chip values of a loaded
+// configuration.
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "impl/item_set.hpp"
+#include "modules/timepix_chip.hpp"
+#include "modules/timepix_dacs.hpp"
+
+namespace ovex::configuration {
+class ConfigLoader;
+}
+
+namespace ovex::sdk {
+
+// The chip id text until a valid one has been read.
+inline constexpr const char* kUnknownChipId = "<UNKNOWN>";
+
+// Letter, wafer row and wafer number from the efuse word, "<UNKNOWN>" for 0.
+std::string DecodeChipId(std::uint32_t efuses);
+
+// The chip id: `cached` as it is once it starts with a letter, else decoded from the state
+// TPX_CHIP_ID and kept in `cached`. A failed read gives "<UNKNOWN>" and leaves `cached`.
+std::string ReadChipId(States& states, std::string& cached);
+
+// Fills the record fields of `info` (the two numbers, the code and the chip type) from the
+// command TPX_CHIP_INFO; the rest of `info` stays as it is.
+std::error_code ReadChipRecord(Commands& commands, ChipInfo& info);
+
+// `matrix` with `mask_bit` set on each pixel that is masked in `mask` or already in `matrix`.
+// Both spans have the same size.
+std::vector<std::uint8_t> MaskedMatrix(std::span<const std::uint8_t> matrix,
+                                       std::span<const std::uint8_t> mask, std::uint8_t mask_bit);
+
+// The first steps of a chip's SetMask: checks that `mask` has `pixels` bytes, announces and keeps
+// it in `user_mask`, and gives in `merged` the last matrix written with the mask merged in. With
+// no matrix written yet the mask is kept, not applied, and the call fails with
+// operation_not_permitted.
+std::error_code MergeUserMask(std::span<const std::uint8_t> mask, std::size_t pixels,
+                              std::uint8_t mask_bit, std::vector<std::uint8_t>& user_mask,
+                              const std::vector<std::uint8_t>& matrix,
+                              std::vector<std::uint8_t>& merged);
+
+// A DAC of a chip generation's table: the board's state, the name users see, and whether the
+// chip's sense pin can be switched to it.
+struct DacEntry {
+    const char* state;
+    const char* name;
+    bool measurable;
+};
+using DacTable = std::map<std::uint8_t, DacEntry>;
+
+// The table's DACs in id order with the board's limits of each, asked now; a DAC whose limits
+// don't come gets -32768..32767.
+std::vector<DacInfo> ListDacs(States& states, const DacTable& table);
+
+// The state of a DAC; an id outside the table gets a name that no board knows, which the item
+// set refuses.
+const char* DacStateName(const DacTable& table, std::uint8_t id);
+
+// Whether the sense pin can be switched to this DAC, with the reason logged when not.
+std::error_code CheckSenseDac(const DacTable& table, std::uint8_t id);
+
+// Blocks while the sense pin's analog output settles on a newly selected DAC.
+void WaitForSenseOutput();
+
+std::optional<DacInfo> FindDac(const std::vector<DacInfo>& list, std::uint8_t id);
+
+// The chip's value of a key when it holds a double.
+std::optional<double> ChipDouble(const configuration::ConfigLoader& config,
+                                 std::string_view chip_id, std::string_view key);
+
+}  // namespace ovex::sdk
