@@ -169,7 +169,8 @@ TEST(AcquireTally, FramesAddIntoTheImageWithTheirOwnStatistics) {
         tally_add_frames(seen.get(), &saturated, 1, 16383);
     }
     EXPECT_EQ(seen->frames, 22u);
-    EXPECT_EQ(seen->frame[21].saturated, 65536u);
+    EXPECT_EQ(seen->frame[2].saturated, 65536u);
+    EXPECT_EQ(seen->frame[2].sum, 65536u * 16383);
     EXPECT_EQ(seen->image[7], 20u * 16383);
     EXPECT_EQ(seen->saturated, 2u + 20u * 65536);
 }
