@@ -1,5 +1,6 @@
-/* Acquires from a Timepix3 board through the exported interface: frames in a frame-based mode,
- * or a data-driven readout as records, records in time order, or a binned scan. The chip is
+/* Acquires from a Timepix3 or Timepix2 board through the exported interface: frames in a
+ * frame-based mode (the Timepix2's whole frames of counts at 8, 10 or 14 bits a pixel among
+ * them), or a data-driven readout as records, records in time order, or a binned scan. The chip is
  * configured from a file first. At the end it prints what arrived and a coarse picture of it.
  * Log lines of warning and error severity are printed as they come. */
 #include <stdio.h>
@@ -112,7 +113,8 @@ int main(int argc, char** argv) {
         return kExitFailure;
     }
     const ovexsdk_err_code result = acquire(&options, config, seen);
-    const int status = result == OVEXSDK_OK && seen->failed_reads == 0 ? 0 : kExitFailure;
+    const int status =
+        result == OVEXSDK_OK && seen->failed_reads == 0 && seen->odd_frames == 0 ? 0 : kExitFailure;
     tally_destroy(seen);
     free(config);
     return status;

@@ -26,9 +26,10 @@ typedef struct named_processing {
 } named_processing;
 
 static const named_chip_mode kChipModes[] = {
-    {"toa-tot", ToAToTFBZS, "ToAToTFBZS"},
-    {"itot-count", IToTEvCountFBZS, "IToTEvCountFBZS"},
-    {"data-driven", ToAToTDD, "ToAToTDD"},
+    {"toa-tot", ToAToTFBZS, "ToAToTFBZS"},     {"itot-count", IToTEvCountFBZS, "IToTEvCountFBZS"},
+    {"data-driven", ToAToTDD, "ToAToTDD"},     {"count8", EvCount8Bit, "EvCount8Bit"},
+    {"count10", EvCount10Bit, "EvCount10Bit"}, {"count14", EvCount14Bit, "EvCount14Bit"},
+    {"itot10", IToT10Bit, "IToT10Bit"},        {"itot14", IToT14Bit, "IToT14Bit"},
 };
 
 static const named_processing kProcessings[] = {
@@ -43,8 +44,10 @@ void acquire_print_usage(const char* program, FILE* out) {
     fprintf(out,
             "usage: %s SERIAL MODE PROCESS CONFIG (--seconds N | --frames N)\n"
             "       [--lines L --bins B --bin-width TICKS]\n"
-            "  MODE     toa-tot or itot-count: frame-based, --frames N shutters of 10 ms;\n"
-            "           data-driven: --seconds N\n"
+            "  MODE     frame-based, --frames N shutters of 10 ms each: toa-tot or itot-count\n"
+            "           (Timepix3), count8, count10, count14 (event counts) or itot10, itot14\n"
+            "           (integrated ToT) at 8, 10 or 14 bits a pixel (Timepix2);\n"
+            "           data-driven (Timepix3): --seconds N\n"
             "  PROCESS  records, or in the data-driven mode also sorted (records in time order),\n"
             "           count-image, itot-image or bins: a scan of L lines of B bins, each\n"
             "           TICKS of 25 ns, a line for each pulse on the trigger input, taken until\n"
@@ -55,6 +58,21 @@ void acquire_print_usage(const char* program, FILE* out) {
 
 bool acquire_is_frame_mode(const acquire_options* options) {
     return options->chip_mode != ToAToTDD;
+}
+
+unsigned acquire_pixel_bits(const acquire_options* options) {
+    switch (options->chip_mode) {
+        case EvCount8Bit:
+            return 8;
+        case EvCount10Bit:
+        case IToT10Bit:
+            return 10;
+        case EvCount14Bit:
+        case IToT14Bit:
+            return 14;
+        default:
+            return 0;
+    }
 }
 
 bool acquire_is_scan(const acquire_options* options) {

@@ -32,6 +32,8 @@ bool acquire_parse(int argc, char** argv, acquire_options* options, FILE* errors
 void acquire_print_usage(const char* program, FILE* out);
 
 bool acquire_is_frame_mode(const acquire_options* options);
+/* The bits of a pixel's count in a Timepix2 mode: 8, 10 or 14; 0 in the Timepix3 modes. */
+unsigned acquire_pixel_bits(const acquire_options* options);
 bool acquire_is_scan(const acquire_options* options);
 
 /* The shutter that covers one scan line: its seconds, never a tick short of the line. */

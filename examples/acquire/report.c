@@ -1,5 +1,6 @@
 /* What a run brought: counts and rates, the time order of sorted records, and a coarse picture
- * of where the hits fell or, for the sum images of a scan, of the scan's lines. */
+ * of where the hits fell, of the Timepix2 frames summed or, for the sum images of a scan, of the
+ * scan's lines. */
 #include "report.h"
 
 #include <inttypes.h>
@@ -49,10 +50,43 @@ static void report_scan(const acquire_options* options, const tally* seen) {
     }
 }
 
+/* Timepix2 frames: their counts, each of the first frames on its own, and the hottest pixel of
+ * the frames summed. */
+static void report_frames(const acquire_options* options, const tally* seen) {
+    const unsigned bits = acquire_pixel_bits(options);
+    printf("%" PRIu64 " frames received, %" PRIu64 " counts in all\n", seen->frames,
+           seen->frame_counts);
+    if (seen->odd_frames > 0) {
+        printf("%" PRIu64 " frames of another size than %d pixels left out\n", seen->odd_frames,
+               kTallyPixels);
+    }
+    for (uint64_t f = 0; f < seen->frames && f < kTallyFramesKept; ++f) {
+        const frame_stats* stats = &seen->frame[f];
+        printf("  frame %" PRIu64 ": %" PRIu64 " counts, most %u, %u saturated\n", f, stats->sum,
+               (unsigned)stats->most, (unsigned)stats->saturated);
+    }
+    if (seen->frames > kTallyFramesKept) {
+        printf("  (%" PRIu64 " more frames)\n", seen->frames - kTallyFramesKept);
+    }
+    const uint32_t hottest = tally_hottest_pixel(seen);
+    printf("hottest pixel (%u, %u): %" PRIu64 "\n", (unsigned)(hottest % kTallySide),
+           (unsigned)(hottest / kTallySide), seen->image[hottest]);
+    printf("%" PRIu64 " saturated pixel values (at %u, the %u-bit maximum)\n", seen->saturated,
+           (1u << bits) - 1u, bits);
+    if (seen->frame_counts > 0) {
+        printf("the frames summed, rows top to bottom:\n");
+        print_drawing(seen->image, kTallySide, kTallySide);
+    }
+}
+
 void acquire_report(const acquire_options* options, const tally* seen, double seconds) {
     printf("run of %.3f s, %" PRIu64 " callbacks\n", seconds, seen->callbacks);
     if (seen->failed_reads > 0) {
         printf("%" PRIu64 " callbacks could not read their results\n", seen->failed_reads);
+    }
+    if (acquire_pixel_bits(options) != 0) {
+        report_frames(options, seen);
+        return;
     }
     if (acquire_is_frame_mode(options)) {
         printf("%" PRIu64 " frames received\n", seen->callbacks);

@@ -20,8 +20,9 @@ typedef void (*data_callback)(ovexsdk_dev_ctx* ctx, void* user);
 
 typedef struct run {
     tally* seen;
-    uint64_t scan_bins; /* the whole scan's; 0 outside scans */
-    sem_t scan_done;    /* posted by the callback that brings the scan's last bin */
+    uint16_t saturation; /* a Timepix2 pixel's largest count at the mode's depth */
+    uint64_t scan_bins;  /* the whole scan's; 0 outside scans */
+    sem_t scan_done;     /* posted by the callback that brings the scan's last bin */
 } run;
 
 static double monotonic_seconds(void) {
@@ -40,6 +41,18 @@ static void on_hits(ovexsdk_dev_ctx* ctx, void* user) {
     }
     tally_add_hits(seen, block.records, block.count);
     tally_add_tdcs(seen, block.tdc_lists, block.tdc_list_count);
+}
+
+static void on_frames(ovexsdk_dev_ctx* ctx, void* user) {
+    run* current = user;
+    const ovexsdk_acq_tpx2_frame* frames = NULL;
+    uint64_t count = 0;
+    ++current->seen->callbacks;
+    if (ovexsdk_acq_get_tpx2_frames(ctx, &frames, &count) != OVEXSDK_OK) {
+        ++current->seen->failed_reads;
+        return;
+    }
+    tally_add_frames(current->seen, frames, count, current->saturation);
 }
 
 static void on_itot_pixels(ovexsdk_dev_ctx* ctx, void* user) {
@@ -103,6 +116,9 @@ static void on_bins(ovexsdk_dev_ctx* ctx, void* user) {
 }
 
 static data_callback callback_for(const acquire_options* options) {
+    if (acquire_pixel_bits(options) != 0) {
+        return on_frames;
+    }
     if (options->chip_mode == IToTEvCountFBZS) {
         return on_itot_pixels;
     }
@@ -252,7 +268,8 @@ ovexsdk_err_code acquire_run(ovexsdk_dev_ctx* ctx, const acquire_options* option
     if (result != OVEXSDK_OK) {
         return result;
     }
-    run current = {.seen = seen};
+    run current = {.seen = seen,
+                   .saturation = (uint16_t)((1u << acquire_pixel_bits(options)) - 1u)};
     const double start = monotonic_seconds();
     if (acquire_is_frame_mode(options)) {
         result = take_frames(ctx, options, &current);

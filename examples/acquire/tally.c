@@ -83,3 +83,41 @@ void tally_add_bin_pixels(tally* seen, const ovexsdk_tpx3_bin_descriptor* bins, 
         seen->records += bins[b].count;
     }
 }
+
+void tally_add_frames(tally* seen, const ovexsdk_acq_tpx2_frame* frames, uint64_t count,
+                      uint16_t saturation) {
+    for (uint64_t f = 0; f < count; ++f) {
+        if (frames[f].pixels == NULL || frames[f].count != kTallyPixels) {
+            ++seen->odd_frames;
+            continue;
+        }
+        frame_stats stats = {0, 0, 0};
+        for (uint32_t p = 0; p < kTallyPixels; ++p) {
+            const uint16_t value = frames[f].pixels[p];
+            seen->image[p] += value;
+            stats.sum += value;
+            if (value > stats.most) {
+                stats.most = value;
+            }
+            if (value >= saturation) {
+                ++stats.saturated;
+            }
+        }
+        if (seen->frames < kTallyFramesKept) {
+            seen->frame[seen->frames] = stats;
+        }
+        ++seen->frames;
+        seen->frame_counts += stats.sum;
+        seen->saturated += stats.saturated;
+    }
+}
+
+uint32_t tally_hottest_pixel(const tally* seen) {
+    uint32_t hottest = 0;
+    for (uint32_t p = 1; p < kTallyPixels; ++p) {
+        if (seen->image[p] > seen->image[hottest]) {
+            hottest = p;
+        }
+    }
+    return hottest;
+}

@@ -8,7 +8,19 @@
 
 #include "ovexsdk.h"
 
-enum { kTallySide = 256, kTallyPixels = kTallySide * kTallySide, kTallyTdcChannels = 3 };
+enum {
+    kTallySide = 256,
+    kTallyPixels = kTallySide * kTallySide,
+    kTallyTdcChannels = 3,
+    kTallyFramesKept = 16 /* Timepix2 frames whose statistics are kept one by one */
+};
+
+/* One Timepix2 frame: its counts, its largest, and its pixels at the depth's maximum. */
+typedef struct frame_stats {
+    uint64_t sum;
+    uint16_t most;
+    uint32_t saturated;
+} frame_stats;
 
 typedef struct tally {
     uint64_t callbacks;
@@ -23,7 +35,13 @@ typedef struct tally {
     uint64_t counts; /* their sum */
     uint64_t* scan;  /* the first scan_capacity of them, line after line */
     uint64_t scan_capacity;
-    uint64_t image[kTallyPixels]; /* hits per pixel, index row * 256 + column */
+    uint64_t frames;       /* Timepix2 frames added to the image */
+    uint64_t odd_frames;   /* Timepix2 frames of another pixel count than the matrix's, left out */
+    uint64_t frame_counts; /* the sum of every pixel of every frame added */
+    uint64_t saturated;    /* pixel values at the depth's maximum, over all frames */
+    frame_stats frame[kTallyFramesKept]; /* the first frames' own statistics */
+    /* Hits per pixel, or the frames' counts summed, index row * 256 + column. */
+    uint64_t image[kTallyPixels];
 } tally;
 
 /* A zeroed tally that keeps up to `scan_capacity` bin values; NULL without memory. */
@@ -40,5 +58,13 @@ void tally_add_itot_pixels(tally* seen, const ovexsdk_acq_tpx3_itot_evcount* pix
 void tally_add_bin_values(tally* seen, const uint64_t* values, uint64_t count);
 /* The pixels of each bin of a complete binning, as hits on the image. */
 void tally_add_bin_pixels(tally* seen, const ovexsdk_tpx3_bin_descriptor* bins, uint64_t count);
+
+/* Timepix2 frames, each 65536 counts in host order, added to the image; `saturation` is the
+ * largest count at the frame's depth. */
+void tally_add_frames(tally* seen, const ovexsdk_acq_tpx2_frame* frames, uint64_t count,
+                      uint16_t saturation);
+
+/* The pixel of the image with the most, the first of equals in index order; 0 when all are 0. */
+uint32_t tally_hottest_pixel(const tally* seen);
 
 #endif

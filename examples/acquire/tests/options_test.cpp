@@ -72,6 +72,36 @@ TEST(AcquireOptions, FrameModesTakeFramesOfTheirRecords) {
     EXPECT_EQ(options.chip_mode, IToTEvCountFBZS);
 }
 
+TEST(AcquireOptions, Timepix2ModesTakeFramesOfTheirDepth) {
+    const struct {
+        const char* word;
+        ovexsdk_chip_mode mode;
+        const char* name;
+        unsigned bits;
+    } modes[] = {{"count8", EvCount8Bit, "EvCount8Bit", 8},
+                 {"count10", EvCount10Bit, "EvCount10Bit", 10},
+                 {"count14", EvCount14Bit, "EvCount14Bit", 14},
+                 {"itot10", IToT10Bit, "IToT10Bit", 10},
+                 {"itot14", IToT14Bit, "IToT14Bit", 14}};
+    for (const auto& mode : modes) {
+        acquire_options options;
+        CommandLine words{"OVX00001", mode.word, "records", "tpx2.xml", "--frames", "2"};
+        ASSERT_TRUE(words.Parse(options)) << mode.word;
+        EXPECT_EQ(options.chip_mode, mode.mode);
+        EXPECT_STREQ(options.chip_mode_name, mode.name);
+        EXPECT_EQ(options.processing, DefaultProcessing);
+        EXPECT_EQ(options.frames, 2u);
+        EXPECT_EQ(acquire_pixel_bits(&options), mode.bits);
+        EXPECT_TRUE(acquire_is_frame_mode(&options));
+        EXPECT_FALSE(acquire_is_scan(&options));
+    }
+    acquire_options options;
+    for (const char* word : {"toa-tot", "itot-count"}) {
+        ASSERT_TRUE(CommandLine({"S", word, "records", "c", "--frames", "1"}).Parse(options));
+        EXPECT_EQ(acquire_pixel_bits(&options), 0u) << word;
+    }
+}
+
 TEST(AcquireOptions, DataDrivenRecordsTakeTheirShutterInSeconds) {
     acquire_options options;
     CommandLine sorted{"OVX00002", "data-driven", "sorted", "c.xml", "--seconds", "1.5"};
@@ -113,6 +143,15 @@ TEST(AcquireOptions, ModesTakeOnlyTheirOwnOptions) {
               "a frame-based mode takes --frames N\n");
     EXPECT_EQ(Refusal({"S", "data-driven", "records", "c", "--frames", "3"}),
               "data-driven takes --seconds N\n");
+    EXPECT_EQ(Refusal({"S", "count10", "sorted", "c", "--frames", "3"}),
+              "the frame-based modes take only PROCESS records\n");
+    EXPECT_EQ(Refusal({"S", "itot14", "bins", "c", "--frames", "3", "--lines", "1", "--bins", "1",
+                       "--bin-width", "1"}),
+              "the frame-based modes take only PROCESS records\n");
+    EXPECT_EQ(Refusal({"S", "itot14", "records", "c", "--seconds", "1"}),
+              "a frame-based mode takes --frames N\n");
+    EXPECT_EQ(Refusal({"S", "count8", "records", "c", "--frames", "1", "--lines", "2"}),
+              "--lines, --bins and --bin-width go only with a scan\n");
     EXPECT_EQ(Refusal({"S", "data-driven", "records", "c", "--seconds", "1", "--lines", "2"}),
               "--lines, --bins and --bin-width go only with a scan\n");
     EXPECT_EQ(
@@ -122,6 +161,8 @@ TEST(AcquireOptions, ModesTakeOnlyTheirOwnOptions) {
 
 TEST(AcquireOptions, WordsAndFlagsMustBeKnownAndFlagsComeOnce) {
     EXPECT_EQ(Refusal({"S", "toa", "records", "c", "--frames", "3"}), "unknown MODE 'toa'\n");
+    EXPECT_EQ(Refusal({"S", "count12", "records", "c", "--frames", "3"}),
+              "unknown MODE 'count12'\n");
     EXPECT_EQ(Refusal({"S", "toa-tot", "raw", "c", "--frames", "3"}), "unknown PROCESS 'raw'\n");
     EXPECT_EQ(Refusal({"S", "toa-tot", "records", "c", "--frame", "3"}),
               "unknown option '--frame'\n");
@@ -213,8 +254,9 @@ TEST(AcquireOptions, UsageNamesEveryModeAndProcessing) {
     std::free(text);
     EXPECT_EQ(usage.rfind("usage: prog SERIAL MODE PROCESS CONFIG (--seconds N | --frames N)", 0),
               0u);
-    for (const char* word : {"toa-tot", "itot-count", "data-driven", "records", "sorted",
-                             "count-image", "itot-image", "bins", "--lines", "--bin-width"}) {
+    for (const char* word : {"toa-tot", "itot-count", "data-driven", "count8", "count10", "count14",
+                             "itot10", "itot14", "records", "sorted", "count-image", "itot-image",
+                             "bins", "--lines", "--bin-width"}) {
         EXPECT_NE(usage.find(word), std::string::npos) << word;
     }
 }

@@ -131,4 +131,63 @@ TEST(AcquireTally, BinnedPixelsLandOnTheImageAndEmptyBinsHaveNone) {
     EXPECT_EQ(seen->image[301], 1u);
 }
 
+// Timepix2 frames add pixel by pixel into the image, each with its own sum, largest value and
+// saturated pixels; a frame of another size is counted and left out.
+TEST(AcquireTally, FramesAddIntoTheImageWithTheirOwnStatistics) {
+    auto seen = MakeTally();
+    std::vector<std::uint16_t> first(65536), second(65536);
+    first[0] = 3;
+    first[128 * 256 + 127] = 1023;  // x 127, y 128
+    first[65535] = 1023;
+    second[128 * 256 + 127] = 1000;
+    second[5] = 1;
+    const std::vector<std::uint16_t> short_frame(4096, 1023);
+    const ovexsdk_acq_tpx2_frame frames[] = {{first.data(), 65536},
+                                             {short_frame.data(), 4096},
+                                             {nullptr, 65536},
+                                             {second.data(), 65536}};
+    tally_add_frames(seen.get(), frames, 1, 1023);
+    tally_add_frames(seen.get(), frames + 1, 3, 1023);
+    EXPECT_EQ(seen->frames, 2u);
+    EXPECT_EQ(seen->odd_frames, 2u);
+    EXPECT_EQ(seen->frame_counts, 3u + 2 * 1023 + 1000 + 1);
+    EXPECT_EQ(seen->saturated, 2u);
+    EXPECT_EQ(seen->frame[0].sum, 3u + 2 * 1023);
+    EXPECT_EQ(seen->frame[0].most, 1023u);
+    EXPECT_EQ(seen->frame[0].saturated, 2u);
+    EXPECT_EQ(seen->frame[1].sum, 1001u);
+    EXPECT_EQ(seen->frame[1].most, 1000u);
+    EXPECT_EQ(seen->frame[1].saturated, 0u);
+    EXPECT_EQ(seen->image[128 * 256 + 127], 2023u);
+    EXPECT_EQ(seen->image[0], 3u);
+    EXPECT_EQ(seen->image[5], 1u);
+    EXPECT_EQ(tally_hottest_pixel(seen.get()), 128u * 256 + 127);
+    // Sums of many 14-bit frames outgrow 16 and 32 bits.
+    std::vector<std::uint16_t> full(65536, 16383);
+    const ovexsdk_acq_tpx2_frame saturated{full.data(), 65536};
+    for (int f = 0; f < 20; ++f) {
+        tally_add_frames(seen.get(), &saturated, 1, 16383);
+    }
+    EXPECT_EQ(seen->frames, 22u);
+    EXPECT_EQ(seen->frame[2].saturated, 65536u);
+    EXPECT_EQ(seen->frame[2].sum, 65536u * 16383);
+    EXPECT_EQ(seen->image[7], 20u * 16383);
+    EXPECT_EQ(seen->saturated, 2u + 20u * 65536);
+}
+
+TEST(AcquireTally, OnlyTheFirstFramesKeepTheirStatisticsAndTheHottestPixelIsTheFirstOfEquals) {
+    auto seen = MakeTally();
+    EXPECT_EQ(tally_hottest_pixel(seen.get()), 0u);
+    std::vector<std::uint16_t> pixels(65536);
+    const ovexsdk_acq_tpx2_frame frame{pixels.data(), 65536};
+    for (std::uint16_t f = 0; f < kTallyFramesKept + 2; ++f) {
+        pixels[300] = f;
+        pixels[700] = f;
+        tally_add_frames(seen.get(), &frame, 1, 255);
+    }
+    EXPECT_EQ(seen->frames, kTallyFramesKept + 2u);
+    EXPECT_EQ(seen->frame[kTallyFramesKept - 1].most, kTallyFramesKept - 1u);
+    EXPECT_EQ(tally_hottest_pixel(seen.get()), 300u);
+}
+
 }  // namespace
