@@ -26,7 +26,6 @@ Tpx2Acquisition::~Tpx2Acquisition() {
             OVEX_LOG_EC(log::kError, "Failed to abort the data readout - %s: %s", ec);
         }
     }
-    std::lock_guard join(m_join_mutex);
     m_consumer.Join();
 }
 
@@ -55,7 +54,7 @@ std::error_code Tpx2Acquisition::SetFrameCount(std::int64_t count) {
 }
 
 bool Tpx2Acquisition::IsRunning() {
-    return m_consuming.load() || (m_run.Owned() && m_provider->IsRunning());
+    return m_consumer.Active() || (m_run.Owned() && m_provider->IsRunning());
 }
 
 std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t flags,
@@ -78,7 +77,6 @@ std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t 
         OVEX_LOG_ERROR("Cannot start %s: the chip has no pixels.", GetName());
         return std::make_error_code(std::errc::invalid_argument);
     }
-    std::lock_guard join(m_join_mutex);
     m_consumer.Join();  // a Consumer that ended with its readout
     // What an aborted readout left of an unfinished frame went with it.
     m_store = {};
@@ -99,14 +97,8 @@ std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t 
     }
     try {
         m_callback = std::move(callback);
-        m_consuming.store(true);
-        thread::ThreadParams params;
-        params.name = "Consumer";
-        m_consumer =
-            thread::WrappedThread<>(params, [this, flags, pixels = chip_info.pixel_count](
-                                                std::stop_token) { Consume(flags, pixels); });
+        m_consumer.Start([this, flags, pixels = chip_info.pixel_count] { Consume(flags, pixels); });
     } catch (const std::system_error& error) {
-        m_consuming.store(false);
         OVEX_LOG_ERROR("Failed to start the %s data consumer: %s.", GetName(), error.what());
         std::lock_guard lock(m_mutex);
         m_run.Stop(*m_provider, m_status);
@@ -117,18 +109,16 @@ std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t 
 
 // The join is never made under m_mutex: the Consumer itself stops the run at its last frame.
 std::error_code Tpx2Acquisition::AwaitReadoutEnd(double seconds) {
-    if (m_consumer_id.load() == std::this_thread::get_id()) {
+    if (m_consumer.IsCurrent()) {
         // The data callback would wait for the thread it runs on.
         OVEX_LOG_ERROR("%s can't await its own end from its data callback.", GetName());
         return std::make_error_code(std::errc::resource_deadlock_would_occur);
     }
-    std::lock_guard join(m_join_mutex);
-    if (m_consumer.JoinFor(JoinLimit(seconds))) {
+    if (m_consumer.Await(JoinLimit(seconds), [&] {
+            OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
+            StoreStatus(Abort(kAbortFromInside));
+        })) {
         OVEX_LOG_INFO("%s successfully terminated.", GetName());
-    } else {
-        OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
-        StoreStatus(Abort(kAbortFromInside));
-        m_consumer.Join();
     }
     std::lock_guard lock(m_mutex);
     return m_status;
@@ -145,7 +135,6 @@ void Tpx2Acquisition::StoreStatus(std::error_code status) {
 }
 
 void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
-    m_consumer_id.store(std::this_thread::get_id());
     OVEX_LOG_INFO("Timepix 2 frame consumer started.");
     bool complete = false;
     for (;;) {
@@ -186,8 +175,6 @@ void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
     m_dropped.store(m_assembler.Dropped());
     m_store = {};
     OVEX_LOG_INFO("Timepix 2 frame consumer terminated.");
-    m_consumer_id.store({});
-    m_consuming.store(false);
 }
 
 bool Tpx2Acquisition::ConsumeBuffer(const Buffer& buffer, std::uint32_t flags,

@@ -9,15 +9,14 @@
 #include <memory>
 #include <mutex>
 #include <span>
-#include <thread>
 #include <vector>
 
+#include "impl/acquisition/consumer_thread.hpp"
 #include "impl/acquisition/data_provider.hpp"
 #include "impl/acquisition/frame_assembler.hpp"
 #include "impl/acquisition/owned_run.hpp"
 #include "impl/acquisition/tpx2_descramblers.hpp"
 #include "modules/acquisition.hpp"
-#include "thread_mgmt/thread_mgmt.hpp"
 
 namespace ovex::sdk::acquisition {
 
@@ -77,13 +76,8 @@ private:
     std::unique_ptr<FrameDescrambler> m_descrambler;
     FrameAssembler m_assembler;
     std::atomic<std::uint64_t> m_dropped{0};
-    // The thread object is touched by Start, the wait and the destructor, under m_join_mutex,
-    // so that Abort never waits for a join: the run's end item ends the Consumer.
-    std::mutex m_join_mutex;
-    thread::WrappedThread<> m_consumer;
-    std::atomic<bool> m_consuming{false};
+    ConsumerThread m_consumer;
     OwnedRun m_run;
-    std::atomic<std::thread::id> m_consumer_id;
 };
 
 }  // namespace ovex::sdk::acquisition

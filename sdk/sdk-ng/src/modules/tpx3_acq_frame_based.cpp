@@ -25,7 +25,6 @@ void Tpx3AcqFrameBased::Shutdown() {
         std::lock_guard lock(m_mutex);
         m_run.Stop(*m_provider, m_status);
     }
-    std::lock_guard join(m_join_mutex);
     m_consumer.Join();
 }
 
@@ -35,10 +34,7 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
         OVEX_LOG_WARN("%s already in progress.", GetName());
         return std::make_error_code(std::errc::operation_in_progress);
     }
-    {
-        std::lock_guard join(m_join_mutex);
-        m_consumer.Join();  // a Consumer that ended with its readout
-    }
+    m_consumer.Join();  // a Consumer that ended with its readout
     m_keep_raw = (flags & kKeepRawData) != 0;
     m_raw.clear();
     m_raw_buffers.clear();
@@ -62,14 +58,9 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
         return synced;
     }
     try {
-        std::lock_guard join(m_join_mutex);
         m_callback = std::move(callback);
-        m_consuming.store(true);
-        thread::ThreadParams params;
-        params.name = "Consumer";
-        m_consumer = thread::WrappedThread<>(params, [this](std::stop_token) { Consume(); });
+        m_consumer.Start([this] { Consume(); });
     } catch (const std::system_error& error) {
-        m_consuming.store(false);
         OVEX_LOG_ERROR("Failed to start the %s data consumer: %s.", GetName(), error.what());
         std::lock_guard lock(m_mutex);
         m_run.Stop(*m_provider, m_status);
@@ -79,7 +70,7 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
 }
 
 bool Tpx3AcqFrameBased::IsRunning() {
-    return m_consuming.load() || (m_run.Owned() && m_provider->IsRunning());
+    return m_consumer.Active() || (m_run.Owned() && m_provider->IsRunning());
 }
 
 std::error_code Tpx3AcqFrameBased::SetPixelDepth(std::uint8_t depth) {
@@ -101,18 +92,16 @@ bool Tpx3AcqFrameBased::IsMoreDataExpected(std::span<const std::byte> buffer) {
 
 // The join is never made under m_mutex: the Consumer itself aborts at the end of a readout.
 std::error_code Tpx3AcqFrameBased::AwaitReadoutEnd(double seconds) {
-    if (m_consumer_id.load() == std::this_thread::get_id()) {
+    if (m_consumer.IsCurrent()) {
         // The data callback would wait for the thread it runs on.
         OVEX_LOG_ERROR("%s can't await its own end from its data callback.", GetName());
         return std::make_error_code(std::errc::resource_deadlock_would_occur);
     }
-    std::lock_guard join(m_join_mutex);
-    if (m_consumer.JoinFor(JoinLimit(seconds))) {
+    if (m_consumer.Await(JoinLimit(seconds), [&] {
+            OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
+            StoreStatus(Abort(kAbortFromInside));
+        })) {
         OVEX_LOG_INFO("All data received for %s.", GetName());
-    } else {
-        OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
-        StoreStatus(Abort(kAbortFromInside));
-        m_consumer.Join();
     }
     std::lock_guard lock(m_mutex);
     return m_status;
@@ -129,7 +118,6 @@ void Tpx3AcqFrameBased::StoreStatus(std::error_code status) {
 }
 
 void Tpx3AcqFrameBased::Consume() {
-    m_consumer_id.store(std::this_thread::get_id());
     OVEX_LOG_INFO("%s data consumer started.", GetName());
     for (;;) {
         Buffer buffer;
@@ -148,8 +136,6 @@ void Tpx3AcqFrameBased::Consume() {
         ConsumeBuffer(buffer);
     }
     OVEX_LOG_INFO("%s data consumer terminated.", GetName());
-    m_consumer_id.store({});
-    m_consuming.store(false);
 }
 
 void Tpx3AcqFrameBased::ConsumeBuffer(const Buffer& buffer) {

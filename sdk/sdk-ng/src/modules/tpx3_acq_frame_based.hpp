@@ -11,13 +11,12 @@
 #include <memory>
 #include <mutex>
 #include <span>
-#include <thread>
 #include <vector>
 
+#include "impl/acquisition/consumer_thread.hpp"
 #include "impl/acquisition/data_provider.hpp"
 #include "impl/acquisition/owned_run.hpp"
 #include "modules/acquisition.hpp"
-#include "thread_mgmt/thread_mgmt.hpp"
 #include "tpx3_toa_extension/utils/packet_unpack.hpp"
 
 namespace ovex::sdk::acquisition {
@@ -67,14 +66,9 @@ private:
     Callback m_callback;
     bool m_keep_raw = false;
     std::shared_ptr<IVectorDataProvider> m_provider;
-    // The thread object is touched by Start, the wait and the destructor, under m_join_mutex,
-    // so that Abort never waits for a join: the run's end item ends the Consumer.
-    std::mutex m_join_mutex;
-    thread::WrappedThread<> m_consumer;
-    std::atomic<bool> m_consuming{false};
+    ConsumerThread m_consumer;
     std::atomic<bool> m_continuous{false};
     OwnedRun m_run;
-    std::atomic<std::thread::id> m_consumer_id;
 };
 
 // A frame-based mode whose records the sink `Unpack` makes from a block.
