@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -22,114 +20,52 @@
 #include "modules/tpx2_thld_ctrl.hpp"
 #include "modules/tpx4_chip.hpp"
 #include "ovex/config_loader/config_loader.hpp"
+#include "support/edited_config.hpp"
 #include "support/log_capture.hpp"
+#include "support/scripted_items.hpp"
 
 namespace ovex::sdk::testing {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-using Call = std::pair<std::string, Bytes>;
+using Call = ScriptedCommands::Call;
 
-const std::error_code kBoardError = std::make_error_code(std::errc::io_error);
-
-// The item sets of a Timepix2 board; each invocation and write is recorded, and any item can be
-// made to fail.
-class ScriptedCommands final : public Commands {
-public:
-    ScriptedCommands()
-        : Commands({"TPX_INIT", "TPX_DEFAULT_DAC", "TPX_READ_MATRIX", "TPX_WRITE_MATRIX",
-                    "TPX_PRC_BYPASS", "TPX_OPMODE", "TPX_CHIP_INFO", "TPX_DAC_SELECT"}) {}
-
-    std::error_code Invoke(std::string_view name) override { return Record(name, {}); }
-    std::error_code Invoke(std::string_view name, std::span<std::uint8_t> output) override {
-        std::copy_n(chip_info.begin(), std::min(chip_info.size(), output.size()), output.begin());
-        return Record(name, {});
-    }
-    std::error_code Invoke(std::string_view name, std::span<const std::uint8_t> input) override {
-        return Record(name, Bytes(input.begin(), input.end()));
-    }
-
-    std::vector<Call> calls;
-    std::vector<std::string> failing;
-    Bytes chip_info;
-
-private:
-    std::error_code Record(std::string_view name, Bytes input) {
-        if (!Lookup(name)) {
-            return std::make_error_code(std::errc::invalid_argument);
-        }
-        calls.emplace_back(std::string(name), std::move(input));
-        return std::find(failing.begin(), failing.end(), name) != failing.end() ? kBoardError
-                                                                                : std::error_code{};
-    }
-};
-
-class ScriptedStates final : public States {
-public:
-    ScriptedStates()
-        : States({"TPX_CHIP_ID",
-                  "TPX_SHUT_DUR",
-                  "TPX_DAC_OUT",
-                  "DAC_BIAS_PREAMP_ON",
-                  "DAC_BIAS_PREAMP_OFF",
-                  "DAC_BIAS_LS_ON",
-                  "DAC_BIAS_LS_OFF",
-                  "DAC_CASC_PREAMP",
-                  "DAC_FBK",
-                  "DAC_TH_COARSE",
-                  "DAC_TH_FINE",
-                  "DAC_BIAS_IKRUM",
-                  "DAC_BIAS_DISC_PMOS",
-                  "DAC_BIAS_DISC_NMOS",
-                  "DAC_CASC_DISC",
-                  "DAC_BIAS_THS",
-                  "DAC_GND",
-                  "DAC_TP_COARSE",
-                  "DAC_TP_FINE",
-                  "DAC_BIAS_SLVS",
-                  "DAC_CM_SLVS",
-                  "DAC_BIAS_RES"}) {}
-
-    std::error_code Get(std::string_view name, int& value) override {
-        return Answer(name, [&] { value = values[std::string(name)]; });
-    }
-    std::error_code Set(std::string_view name, int value) override {
-        return Answer(name, [&] { values[std::string(name)] = value; });
-    }
-    // The limits always come: `failing` only fails reads and writes.
-    std::error_code GetRange(std::string_view name, range::Range<int>& range) override {
-        if (!Lookup(name)) {
-            return std::make_error_code(std::errc::invalid_argument);
-        }
-        const auto found = ranges.find(std::string(name));
-        range = found != ranges.end() ? found->second : range::Range<int>(0, 255);
-        return {};
-    }
-
-    std::map<std::string, int> values;
-    std::map<std::string, range::Range<int>> ranges{{"DAC_TH_COARSE", {0, 15}},
-                                                    {"DAC_TH_FINE", {0, 1023}}};
-    std::vector<std::string> failing;
-
-private:
-    template <typename Then>
-    std::error_code Answer(std::string_view name, Then then) {
-        if (!Lookup(name)) {
-            return std::make_error_code(std::errc::invalid_argument);
-        }
-        if (std::find(failing.begin(), failing.end(), name) != failing.end()) {
-            return kBoardError;
-        }
-        then();
-        return {};
-    }
-};
+// The item sets of a Timepix2 board.
+ScriptedCommands Tpx2Commands() {
+    return ScriptedCommands({"TPX_INIT", "TPX_DEFAULT_DAC", "TPX_READ_MATRIX", "TPX_WRITE_MATRIX",
+                             "TPX_PRC_BYPASS", "TPX_OPMODE", "TPX_CHIP_INFO", "TPX_DAC_SELECT"});
+}
+ScriptedStates Tpx2States() {
+    return ScriptedStates({"TPX_CHIP_ID",
+                           "TPX_SHUT_DUR",
+                           "TPX_DAC_OUT",
+                           "DAC_BIAS_PREAMP_ON",
+                           "DAC_BIAS_PREAMP_OFF",
+                           "DAC_BIAS_LS_ON",
+                           "DAC_BIAS_LS_OFF",
+                           "DAC_CASC_PREAMP",
+                           "DAC_FBK",
+                           "DAC_TH_COARSE",
+                           "DAC_TH_FINE",
+                           "DAC_BIAS_IKRUM",
+                           "DAC_BIAS_DISC_PMOS",
+                           "DAC_BIAS_DISC_NMOS",
+                           "DAC_CASC_DISC",
+                           "DAC_BIAS_THS",
+                           "DAC_GND",
+                           "DAC_TP_COARSE",
+                           "DAC_TP_FINE",
+                           "DAC_BIAS_SLVS",
+                           "DAC_CM_SLVS",
+                           "DAC_BIAS_RES"},
+                          {{"DAC_TH_COARSE", {0, 15}}, {"DAC_TH_FINE", {0, 1023}}});
+}
 
 class Tpx2ChipTest : public ::testing::Test {
 protected:
     LogCapture log;
-    ScriptedCommands commands;
-    ScriptedStates states;
+    ScriptedCommands commands = Tpx2Commands();
+    ScriptedStates states = Tpx2States();
     Timepix2 chip{&commands, &states, nullptr, nullptr};
 };
 
@@ -410,14 +346,7 @@ TEST_F(Tpx2ChipTest, RawThresholdPicksTheCoarseRowAndReadsBack) {
 // The Timepix2 sample configuration, with some of its texts replaced.
 configuration::ConfigLoader Sample(const std::string& name,
                                    const std::vector<std::pair<std::string, std::string>>& edits) {
-    std::ifstream file(std::filesystem::path(OVEX_CONFIG_SAMPLES) / name);
-    std::stringstream text;
-    text << file.rdbuf();
-    std::string content = text.str();
-    for (const auto& [from, to] : edits) {
-        content.replace(content.find(from), from.size(), to);
-    }
-    return configuration::ConfigLoader(configuration::kFromText, content);
+    return EditedConfig(std::filesystem::path(OVEX_CONFIG_SAMPLES) / name, edits);
 }
 
 TEST_F(Tpx2ChipTest, EnergyFollowsTheCalibrationOfTheChipsConfiguration) {
@@ -487,8 +416,8 @@ TEST_F(Tpx2ChipTest, EnergyFollowsTheCalibrationOfTheChipsConfiguration) {
 
 TEST(Tpx4Chip, EveryConfigurationRequestIsNotSupported) {
     LogCapture log;
-    ScriptedCommands commands;
-    ScriptedStates states;
+    ScriptedCommands commands = Tpx2Commands();
+    ScriptedStates states = Tpx2States();
     Timepix4 chip(&commands, &states, nullptr);
     const auto unsupported = std::make_error_code(std::errc::operation_not_supported);
 

@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <random>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,109 +16,30 @@
 #include "modules/tpx3_matrix.hpp"
 #include "modules/tpx3_thld_ctrl.hpp"
 #include "ovex/config_loader/config_loader.hpp"
+#include "support/edited_config.hpp"
 #include "support/log_capture.hpp"
+#include "support/scripted_items.hpp"
 
 namespace ovex::sdk::testing {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-const std::error_code kBoardError = std::make_error_code(std::errc::io_error);
-
-// The item sets of a Timepix3 board; each invocation and write is recorded, and any item can be
-// made to fail.
-class ScriptedCommands final : public Commands {
-public:
-    ScriptedCommands()
-        : Commands({"TPX_INIT", "TPX_ALIGN_CLK", "TPX_DEFAULT_DAC", "TPX_RESET_SEQ",
-                    "TPX_LOAD_PXCONF", "TPX_READ_PXCONF", "TPX_OPMODE", "TPX_CHIP_INFO"}) {}
-
-    std::error_code Invoke(std::string_view name) override { return Record(name, {}); }
-    std::error_code Invoke(std::string_view name, std::span<std::uint8_t> output) override {
-        std::copy_n(chip_info.begin(), std::min(chip_info.size(), output.size()), output.begin());
-        return Record(name, {});
-    }
-    std::error_code Invoke(std::string_view name, std::span<const std::uint8_t> input) override {
-        return Record(name, Bytes(input.begin(), input.end()));
-    }
-
-    // The n-th invocation of this command from now on fails (0: the next).
-    void Fail(const std::string& name, int nth = 0) { m_failures[name] = m_counts[name] + nth; }
-    std::vector<std::string> Names() const {
-        std::vector<std::string> names;
-        for (const auto& call : calls) {
-            names.push_back(call.first);
-        }
-        return names;
-    }
-
-    std::vector<std::pair<std::string, Bytes>> calls;
-    Bytes chip_info;
-
-private:
-    std::error_code Record(std::string_view name, Bytes input) {
-        if (!Lookup(name)) {
-            return std::make_error_code(std::errc::invalid_argument);
-        }
-        const int nth = m_counts[std::string(name)]++;
-        calls.emplace_back(std::string(name), std::move(input));
-        const auto failure = m_failures.find(std::string(name));
-        return failure != m_failures.end() && failure->second == nth ? kBoardError
-                                                                     : std::error_code{};
-    }
-    std::map<std::string, int> m_failures;
-    std::map<std::string, int> m_counts;
-};
-
-class ScriptedStates final : public States {
-public:
-    ScriptedStates() : States(Names()) {}
-
-    std::error_code Get(std::string_view name, int& value) override {
-        ++reads[std::string(name)];
-        return Answer(name, failing, [&] { value = values[std::string(name)]; });
-    }
-    std::error_code Set(std::string_view name, int value) override {
-        sets.emplace_back(std::string(name), value);
-        return Answer(name, failing, [&] { values[std::string(name)] = value; });
-    }
-    std::error_code GetRange(std::string_view name, range::Range<int>& range) override {
-        return Answer(name, failing_limits, [&] {
-            const auto found = ranges.find(std::string(name));
-            range = found != ranges.end() ? found->second : range::Range<int>(0, 255);
-        });
-    }
-
-    std::map<std::string, int> values;
-    std::map<std::string, range::Range<int>> ranges{{"DAC_THLFine_0", {0, 511}},
-                                                    {"DAC_THLCoarse_0", {0, 15}}};
-    std::map<std::string, int> reads;
-    std::vector<std::pair<std::string, int>> sets;
-    std::vector<std::string> failing;  // reads and writes fail
-    std::vector<std::string> failing_limits;
-
-private:
-    static std::vector<std::string> Names() {
-        return {"TPX_CHAN_EN",    "TPX_CHIP_POLARITY", "TPX_CHIP_ID",     "TPX_DAC_SELECT",
-                "TPX_DAC_OUT",    "DAC_PreampOn_0",    "DAC_PreampOff_0", "DAC_NCas_0",
-                "DAC_Ikrum_0",    "DAC_Fbk_0",         "DAC_THLFine_0",   "DAC_THLCoarse_0",
-                "DAC_DiscS1On_0", "DAC_DiscS1Off_0",   "DAC_DiscS2On_0",  "DAC_DiscS2Off_0",
-                "DAC_PixelDac_0", "DAC_TpBuffIn_0",    "DAC_TpBuffOut_0", "DAC_TpCoarse_0",
-                "DAC_TpFine_0",   "DAC_CpPll_0",       "DAC_PllVCntrl_0"};
-    }
-    template <typename Then>
-    std::error_code Answer(std::string_view name, const std::vector<std::string>& failures,
-                           Then then) {
-        if (!Lookup(name)) {
-            return std::make_error_code(std::errc::invalid_argument);
-        }
-        if (std::find(failures.begin(), failures.end(), name) != failures.end()) {
-            return kBoardError;
-        }
-        then();
-        return {};
-    }
-};
+// The item sets of a Timepix3 board.
+ScriptedCommands Tpx3Commands() {
+    return ScriptedCommands({"TPX_INIT", "TPX_ALIGN_CLK", "TPX_DEFAULT_DAC", "TPX_RESET_SEQ",
+                             "TPX_LOAD_PXCONF", "TPX_READ_PXCONF", "TPX_OPMODE", "TPX_CHIP_INFO"});
+}
+ScriptedStates Tpx3States() {
+    return ScriptedStates(
+        {"TPX_CHAN_EN",    "TPX_CHIP_POLARITY", "TPX_CHIP_ID",     "TPX_DAC_SELECT",
+         "TPX_DAC_OUT",    "DAC_PreampOn_0",    "DAC_PreampOff_0", "DAC_NCas_0",
+         "DAC_Ikrum_0",    "DAC_Fbk_0",         "DAC_THLFine_0",   "DAC_THLCoarse_0",
+         "DAC_DiscS1On_0", "DAC_DiscS1Off_0",   "DAC_DiscS2On_0",  "DAC_DiscS2Off_0",
+         "DAC_PixelDac_0", "DAC_TpBuffIn_0",    "DAC_TpBuffOut_0", "DAC_TpCoarse_0",
+         "DAC_TpFine_0",   "DAC_CpPll_0",       "DAC_PllVCntrl_0"},
+        {{"DAC_THLFine_0", {0, 511}}, {"DAC_THLCoarse_0", {0, 15}}});
+}
 
 Bytes RandomPixels(unsigned seed) {
     std::mt19937 random(seed);
@@ -161,8 +80,8 @@ protected:
     }
 
     LogCapture log;
-    ScriptedCommands commands;
-    ScriptedStates states;
+    ScriptedCommands commands = Tpx3Commands();
+    ScriptedStates states = Tpx3States();
     Timepix3 chip{&commands, &states, nullptr, nullptr};
 };
 
@@ -235,7 +154,7 @@ TEST_F(Tpx3ChipTest, PackedMatrixReachesTheBoardReversedAndHostFormInDeviceOrder
     packed.resize(tpx3::kPackedSize);
     ASSERT_FALSE(chip.WriteMatrix(packed));
     ASSERT_EQ(commands.calls.size(), 129u);
-    EXPECT_EQ(commands.calls.front(), (std::pair<std::string, Bytes>("TPX_LOAD_PXCONF", Bytes(4))));
+    EXPECT_EQ(commands.calls.front(), (ScriptedCommands::Call("TPX_LOAD_PXCONF", Bytes(4))));
     for (std::size_t i = 1; i < commands.calls.size(); ++i) {
         ASSERT_EQ(commands.calls[i].second.size(), 384u);
     }
@@ -315,7 +234,7 @@ TEST_F(Tpx3ChipTest, ChipIdIsDecodedFromTheEfusesAndKeptOnceValid) {
     EXPECT_EQ(states.reads["TPX_CHIP_ID"], 3);
 
     const auto decode = [this](std::uint32_t efuses) {
-        ScriptedStates fresh;
+        ScriptedStates fresh = Tpx3States();
         fresh.values["TPX_CHIP_ID"] = static_cast<int>(efuses);
         return Timepix3(&commands, &fresh, nullptr, nullptr).GetChipId();
     };
@@ -328,7 +247,7 @@ TEST_F(Tpx3ChipTest, ChipIdIsDecodedFromTheEfusesAndKeptOnceValid) {
     EXPECT_EQ(decode(30u << 22 | 1u << 20 | 0x13E58), "^05-W0318");
     EXPECT_TRUE(log.Contains(log::kError, "Chip ID decoded from efuses 0x07913E58 is not valid."));
 
-    ScriptedStates broken;
+    ScriptedStates broken = Tpx3States();
     broken.failing = {"TPX_CHIP_ID"};
     EXPECT_EQ(Timepix3(&commands, &broken, nullptr, nullptr).GetChipId(), "<UNKNOWN>");
     EXPECT_TRUE(
@@ -360,8 +279,7 @@ TEST_F(Tpx3ChipTest, ModeAndPolarityMapToTheBoardsValues) {
         {ToAToTDD, 1}, {ToAToTFBZS, 0}, {IToTEvCountFBZS, 2}};
     for (const auto& [mode, byte] : modes) {
         ASSERT_FALSE(chip.SetMode(mode));
-        EXPECT_EQ(commands.calls.back(),
-                  (std::pair<std::string, Bytes>("TPX_OPMODE", Bytes{byte})));
+        EXPECT_EQ(commands.calls.back(), (ScriptedCommands::Call("TPX_OPMODE", Bytes{byte})));
         EXPECT_EQ(chip.GetMode(), mode);
     }
     const auto sent = commands.calls.size();
@@ -490,14 +408,7 @@ TEST_F(Tpx3ChipTest, RawThresholdFillsTheFineDacFirstAndReadsBackTheSame) {
 
 // The sample configuration file of the Timepix3 generation, with some of its texts replaced.
 configuration::ConfigLoader Sample(const std::vector<std::pair<std::string, std::string>>& edits) {
-    std::ifstream file(std::filesystem::path(OVEX_CONFIG_SAMPLES) / "tpx3.xml");
-    std::stringstream text;
-    text << file.rdbuf();
-    std::string content = text.str();
-    for (const auto& [from, to] : edits) {
-        content.replace(content.find(from), from.size(), to);
-    }
-    return configuration::ConfigLoader(configuration::kFromText, content);
+    return EditedConfig(std::filesystem::path(OVEX_CONFIG_SAMPLES) / "tpx3.xml", edits);
 }
 
 TEST_F(Tpx3ChipTest, ThresholdInfoFollowsTheCalibrationOfTheChipsConfiguration) {

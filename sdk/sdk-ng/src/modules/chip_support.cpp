@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <thread>
 #include <variant>
 
@@ -24,6 +25,16 @@ bool StartsWithLetter(const std::string& text) {
 }
 
 }  // namespace
+
+Commands& CheckedCommands(Commands* commands) {
+    OVEX_CHECK(commands != nullptr, "BUG: Commands object is invalid.");
+    return *commands;
+}
+
+States& CheckedStates(States* states) {
+    OVEX_CHECK(states != nullptr, "BUG: States object is invalid.");
+    return *states;
+}
 
 // Two override bits let the upper ten bits replace one of the three fields.
 std::string DecodeChipId(std::uint32_t efuses) {
@@ -80,6 +91,32 @@ std::error_code ReadChipRecord(Commands& commands, ChipInfo& info) {
     return {};
 }
 
+void LogChipStepFailure(const std::error_code& ec, std::string_view what,
+                        const std::string& chip_id) {
+    const auto text = fmt::format("{} {:s}", what, chip_id);
+    OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, text.c_str());
+}
+
+std::error_code SendOperationMode(Commands& commands, ovexsdk_chip_mode mode, std::uint8_t code,
+                                  const char* failure, std::uint8_t& stored) {
+    if (const auto ec = commands.Invoke("TPX_OPMODE", std::span<const std::uint8_t>(&code, 1))) {
+        OVEX_LOG_EC(log::kError, "%s - %s: %s", ec, failure);
+        stored = 0;
+        return ec;
+    }
+    stored = static_cast<std::uint8_t>(mode);
+    return {};
+}
+
+void LogDigitalTest(const std::string& chip_id, std::size_t pixels, std::size_t bad) {
+    if (bad == 0) {
+        OVEX_LOG_INFO("Digital test of '%s' - good: %zu, bad: %zu.", chip_id.c_str(), pixels, bad);
+    } else {
+        OVEX_LOG_WARN("Digital test of '%s' - good: %zu, bad: %zu.", chip_id.c_str(), pixels - bad,
+                      bad);
+    }
+}
+
 std::vector<std::uint8_t> MaskedMatrix(std::span<const std::uint8_t> matrix,
                                        std::span<const std::uint8_t> mask, std::uint8_t mask_bit) {
     const auto bit = static_cast<unsigned>(1u << mask_bit);
@@ -133,6 +170,29 @@ std::vector<DacInfo> ListDacs(States& states, const DacTable& table) {
     return list;
 }
 
+std::vector<std::string> DacStateNames(const DacTable& table) {
+    std::vector<std::string> names;
+    for (const auto& [id, entry] : table) {
+        names.emplace_back(entry.state);
+    }
+    return names;
+}
+
+std::error_code SetDacState(States& states, const DacTable& table, std::uint8_t id,
+                            std::uint32_t value) {
+    return states.Set(DacStateName(table, id), static_cast<int>(value));
+}
+
+std::error_code GetDacState(States& states, const DacTable& table, std::uint8_t id,
+                            std::uint32_t& value) {
+    int read = 0;
+    const auto ec = states.Get(DacStateName(table, id), read);
+    if (!ec) {
+        value = static_cast<std::uint32_t>(read);
+    }
+    return ec;
+}
+
 const char* DacStateName(const DacTable& table, std::uint8_t id) {
     const auto found = table.find(id);
     return found != table.end() ? found->second.state : "<invalid state>";
@@ -162,6 +222,39 @@ std::optional<DacInfo> FindDac(const std::vector<DacInfo>& list, std::uint8_t id
         }
     }
     return std::nullopt;
+}
+
+void FillThresholdInfo(ThresholdInfo& info, const DacInfo& coarse, const DacInfo& fine,
+                       std::uint32_t step, double a, double b, double min_threshold) {
+    const auto coarse_step = static_cast<std::int32_t>(step);
+    const std::int32_t raw_min = coarse.min * coarse_step + fine.min;
+    const std::int32_t raw_max = coarse.max * coarse_step + fine.max;
+    info.energy_low = static_cast<float>(raw_min);
+    info.energy_high = static_cast<float>((min_threshold - b) / a);
+    info.min_threshold = static_cast<float>(min_threshold);
+    info.raw_min = static_cast<std::uint32_t>(raw_min);
+    info.raw_max = static_cast<std::uint32_t>(raw_max);
+    info.calibrated = std::fabs(a - 1.0) > 1e-9 || std::fabs(b - 0.0) > 1e-9;
+}
+
+std::error_code CheckEnergyThreshold(float kev, const ThresholdInfo& info) {
+    // Written so that a NaN is out of range too.
+    if (!(kev >= info.energy_low && kev <= info.energy_high)) {
+        OVEX_LOG_ERROR("Input threshold: %.3f keV is outside the valid range [%.3f, %.3f] keV.",
+                       static_cast<double>(kev), static_cast<double>(info.energy_low),
+                       static_cast<double>(info.energy_high));
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    return {};
+}
+
+std::error_code CheckRawThreshold(std::uint32_t raw, const ThresholdInfo& info) {
+    if (raw < info.raw_min || raw > info.raw_max) {
+        OVEX_LOG_ERROR("Raw threshold input value: %u is outside the valid range [%u, %u].", raw,
+                       info.raw_min, info.raw_max);
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    return {};
 }
 
 std::optional<double> ChipDouble(const configuration::ConfigLoader& config,

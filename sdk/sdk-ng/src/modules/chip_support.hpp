@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "impl/item_set.hpp"
+#include "modules/threshold_control.hpp"
 #include "modules/timepix_chip.hpp"
 #include "modules/timepix_dacs.hpp"
 
@@ -23,6 +24,10 @@ class ConfigLoader;
 }
 
 namespace ovex::sdk {
+
+// The item sets a module was given; a missing one is a bug.
+Commands& CheckedCommands(Commands* commands);
+States& CheckedStates(States* states);
 
 // The chip id text until a valid one has been read.
 inline constexpr const char* kUnknownChipId = "<UNKNOWN>";
@@ -37,6 +42,18 @@ std::string ReadChipId(States& states, std::string& cached);
 // Fills the record fields of `info` (the two numbers, the code and the chip type) from the
 // command TPX_CHIP_INFO; the rest of `info` stays as it is.
 std::error_code ReadChipRecord(Commands& commands, ChipInfo& info);
+
+// A failed step of a chip's reset, logged as "<what> <chip id> - <category>: <message>.".
+void LogChipStepFailure(const std::error_code& ec, std::string_view what,
+                        const std::string& chip_id);
+
+// Sends the board's code of an operational mode with TPX_OPMODE and keeps `mode` in `stored`; a
+// failure is logged as "<failure> - <category>: <message>" and clears `stored`.
+std::error_code SendOperationMode(Commands& commands, ovexsdk_chip_mode mode, std::uint8_t code,
+                                  const char* failure, std::uint8_t& stored);
+
+// The outcome of a digital test of `pixels` pixels: information when none is bad, else a warning.
+void LogDigitalTest(const std::string& chip_id, std::size_t pixels, std::size_t bad);
 
 // `matrix` with `mask_bit` set on each pixel that is masked in `mask` or already in `matrix`.
 // Both spans have the same size.
@@ -65,6 +82,15 @@ using DacTable = std::map<std::uint8_t, DacEntry>;
 // don't come gets -32768..32767.
 std::vector<DacInfo> ListDacs(States& states, const DacTable& table);
 
+// The states of the table's DACs in id order.
+std::vector<std::string> DacStateNames(const DacTable& table);
+
+// Writes and reads a DAC of the table by id through its state.
+std::error_code SetDacState(States& states, const DacTable& table, std::uint8_t id,
+                            std::uint32_t value);
+std::error_code GetDacState(States& states, const DacTable& table, std::uint8_t id,
+                            std::uint32_t& value);
+
 // The state of a DAC; an id outside the table gets a name that no board knows, which the item
 // set refuses.
 const char* DacStateName(const DacTable& table, std::uint8_t id);
@@ -76,6 +102,16 @@ std::error_code CheckSenseDac(const DacTable& table, std::uint8_t id);
 void WaitForSenseOutput();
 
 std::optional<DacInfo> FindDac(const std::vector<DacInfo>& list, std::uint8_t id);
+
+// The threshold range of a coarse and a fine DAC, `step` fine codes a coarse code, and the energy
+// range of the calibration raw = a * keV + b above `min_threshold`.
+void FillThresholdInfo(ThresholdInfo& info, const DacInfo& coarse, const DacInfo& fine,
+                       std::uint32_t step, double a, double b, double min_threshold);
+
+// Whether an energy (NaN never) or a raw threshold is within `info`, with the reason logged when
+// not.
+std::error_code CheckEnergyThreshold(float kev, const ThresholdInfo& info);
+std::error_code CheckRawThreshold(std::uint32_t raw, const ThresholdInfo& info);
 
 // The chip's value of a key when it holds a double.
 std::optional<double> ChipDouble(const configuration::ConfigLoader& config,

@@ -69,15 +69,11 @@ Timepix2::Timepix2(Commands* commands, States* states, Monitors*, usb::device::U
       m_device(device) {}
 
 Commands& Timepix2::BoardCommands() const {
-    Commands* maybe_commands = GetCommands();
-    OVEX_CHECK(maybe_commands != nullptr, "BUG: Commands object is invalid.");
-    return *maybe_commands;
+    return CheckedCommands(GetCommands());
 }
 
 States& Timepix2::BoardStates() const {
-    States* maybe_states = GetStates();
-    OVEX_CHECK(maybe_states != nullptr, "BUG: States object is invalid.");
-    return *maybe_states;
+    return CheckedStates(GetStates());
 }
 
 std::error_code Timepix2::GetPolarity(std::uint8_t& polarity) {
@@ -102,13 +98,11 @@ std::optional<ChipInfo> Timepix2::GetInfo() {
 
 std::error_code Timepix2::Reset() {
     if (const auto ec = BoardCommands().Invoke("TPX_INIT")) {
-        const auto what = fmt::format("Failed to reset the Timepix2 chip {:s}", m_chip_id);
-        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
+        LogChipStepFailure(ec, "Failed to reset the Timepix2 chip", m_chip_id);
         return ec;
     }
     if (const auto ec = BoardCommands().Invoke("TPX_DEFAULT_DAC")) {
-        const auto what = fmt::format("Failed to initialize DACs of Timepix2 chip {:s}", m_chip_id);
-        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
+        LogChipStepFailure(ec, "Failed to initialize DACs of Timepix2 chip", m_chip_id);
         return ec;
     }
     return {};
@@ -275,13 +269,7 @@ std::error_code Timepix2::DigitalTest(std::vector<std::uint32_t>& bad) {
         }
     }
     const std::string id = GetChipId();
-    if (bad.empty()) {
-        OVEX_LOG_INFO("Digital test of '%s' - good: %zu, bad: %zu.", id.c_str(), TPX2_CHIP_NPIXELS,
-                      bad.size());
-    } else {
-        OVEX_LOG_WARN("Digital test of '%s' - good: %zu, bad: %zu.", id.c_str(),
-                      TPX2_CHIP_NPIXELS - bad.size(), bad.size());
-    }
+    LogDigitalTest(id, TPX2_CHIP_NPIXELS, bad.size());
     return {};
 }
 
@@ -318,14 +306,8 @@ std::error_code Timepix2::SetMode(ovexsdk_chip_mode mode) {
             OVEX_LOG_ERROR("Uknown operational mode: %d", static_cast<int>(mode));
             return std::make_error_code(std::errc::not_supported);
     }
-    if (const auto ec =
-            BoardCommands().Invoke("TPX_OPMODE", std::span<const std::uint8_t>(&byte, 1))) {
-        OVEX_LOG_EC(log::kError, "Failed to configure operation mode - %s: %s", ec);
-        m_mode = 0;
-        return ec;
-    }
-    m_mode = static_cast<std::uint8_t>(mode);
-    return {};
+    return SendOperationMode(BoardCommands(), mode, byte, "Failed to configure operation mode",
+                             m_mode);
 }
 
 }  // namespace ovex::sdk

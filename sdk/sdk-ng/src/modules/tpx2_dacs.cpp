@@ -40,10 +40,7 @@ constexpr const char* kSelect = "TPX_DAC_SELECT";
 constexpr const char* kSense = "TPX_DAC_OUT";
 
 ModuleRequirements DacItems(Commands* commands, States* states) {
-    std::vector<std::string> names;
-    for (const auto& [id, entry] : Table()) {
-        names.emplace_back(entry.state);
-    }
+    std::vector<std::string> names = DacStateNames(Table());
     names.emplace_back(kSense);
     ModuleRequirements requirements;
     requirements.commands = {{commands, {kSelect}}};
@@ -57,15 +54,11 @@ Tpx2Dacs::Tpx2Dacs(Commands* commands, States* states)
     : ITimepixDacs(DacItems(commands, states), false) {}
 
 Commands& Tpx2Dacs::BoardCommands() const {
-    Commands* maybe_commands = GetCommands();
-    OVEX_CHECK(maybe_commands != nullptr, "BUG: Commands object is invalid.");
-    return *maybe_commands;
+    return CheckedCommands(GetCommands());
 }
 
 States& Tpx2Dacs::BoardStates() const {
-    States* maybe_states = GetStates();
-    OVEX_CHECK(maybe_states != nullptr, "BUG: States object is invalid.");
-    return *maybe_states;
+    return CheckedStates(GetStates());
 }
 
 std::vector<DacInfo> Tpx2Dacs::GetDacList() {
@@ -73,16 +66,11 @@ std::vector<DacInfo> Tpx2Dacs::GetDacList() {
 }
 
 std::error_code Tpx2Dacs::SetDac(std::uint8_t id, std::uint32_t value) {
-    return BoardStates().Set(DacStateName(Table(), id), static_cast<int>(value));
+    return SetDacState(BoardStates(), Table(), id, value);
 }
 
 std::error_code Tpx2Dacs::GetDac(std::uint8_t id, std::uint32_t& value) {
-    int read = 0;
-    const auto ec = BoardStates().Get(DacStateName(Table(), id), read);
-    if (!ec) {
-        value = static_cast<std::uint32_t>(read);
-    }
-    return ec;
+    return GetDacState(BoardStates(), Table(), id, value);
 }
 
 std::error_code Tpx2Dacs::SelectSenseDac(std::uint8_t id) {

@@ -104,15 +104,7 @@ std::error_code Tpx2ThresholdCtlr::GetThresholdInfo(ThresholdInfo& info) {
             "DAC required for threshold configuration is unavailable (VthCoarse/VthFine).");
         return std::make_error_code(std::errc::invalid_argument);
     }
-    const auto step = static_cast<std::int32_t>(m_step);
-    const std::int32_t raw_min = coarse->min * step + fine->min;
-    const std::int32_t raw_max = coarse->max * step + fine->max;
-    info.energy_low = static_cast<float>(raw_min);
-    info.energy_high = static_cast<float>((m_min_threshold - m_b) / m_a);
-    info.min_threshold = static_cast<float>(m_min_threshold);
-    info.raw_min = static_cast<std::uint32_t>(raw_min);
-    info.raw_max = static_cast<std::uint32_t>(raw_max);
-    info.calibrated = std::fabs(m_a - 1.0) > 1e-9 || std::fabs(m_b - 0.0) > 1e-9;
+    FillThresholdInfo(info, *coarse, *fine, m_step, m_a, m_b, m_min_threshold);
     return {};
 }
 
@@ -148,12 +140,8 @@ std::error_code Tpx2ThresholdCtlr::SetThreshold(float kev) {
         OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to obtain threshold info");
         return ec;
     }
-    // Written so that a NaN is out of range too.
-    if (!(kev >= info.energy_low && kev <= info.energy_high)) {
-        OVEX_LOG_ERROR("Input threshold: %.3f keV is outside the valid range [%.3f, %.3f] keV.",
-                       static_cast<double>(kev), static_cast<double>(info.energy_low),
-                       static_cast<double>(info.energy_high));
-        return std::make_error_code(std::errc::invalid_argument);
+    if (const auto ec = CheckEnergyThreshold(kev, info)) {
+        return ec;
     }
     // Halves round away from zero.
     const long raw = std::lround(static_cast<double>(kev) * m_a + m_b);
@@ -166,10 +154,8 @@ std::error_code Tpx2ThresholdCtlr::SetRawThreshold(std::uint32_t raw) {
         OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, "Failed to obtain threshold info");
         return ec;
     }
-    if (raw < info.raw_min || raw > info.raw_max) {
-        OVEX_LOG_ERROR("Raw threshold input value: %u is outside the valid range [%u, %u].", raw,
-                       info.raw_min, info.raw_max);
-        return std::make_error_code(std::errc::invalid_argument);
+    if (const auto ec = CheckRawThreshold(raw, info)) {
+        return ec;
     }
     const auto [coarse, fine] =
         SplitRaw(static_cast<std::int32_t>(raw), static_cast<std::int64_t>(m_step));

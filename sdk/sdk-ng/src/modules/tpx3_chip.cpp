@@ -1,7 +1,5 @@
 #include "modules/tpx3_chip.hpp"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -99,15 +97,11 @@ Timepix3::Timepix3(Commands* commands, States* states, Monitors*, usb::device::U
 }
 
 Commands& Timepix3::BoardCommands() const {
-    Commands* maybe_commands = GetCommands();
-    OVEX_CHECK(maybe_commands != nullptr, "BUG: Commands object is invalid.");
-    return *maybe_commands;
+    return CheckedCommands(GetCommands());
 }
 
 States& Timepix3::BoardStates() const {
-    States* maybe_states = GetStates();
-    OVEX_CHECK(maybe_states != nullptr, "BUG: States object is invalid.");
-    return *maybe_states;
+    return CheckedStates(GetStates());
 }
 
 std::error_code Timepix3::GetPolarity(std::uint8_t& polarity) {
@@ -136,8 +130,7 @@ std::optional<ChipInfo> Timepix3::GetInfo() {
 
 std::error_code Timepix3::Reset() {
     if (const auto ec = BoardCommands().Invoke("TPX_INIT")) {
-        const auto what = fmt::format("Failed to reset the Timepix3 chip {:s}", m_chip_id);
-        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
+        LogChipStepFailure(ec, "Failed to reset the Timepix3 chip", m_chip_id);
         return ec;
     }
     // All eight data channels on.
@@ -150,8 +143,7 @@ std::error_code Timepix3::Reset() {
         return ec;
     }
     if (const auto ec = BoardCommands().Invoke("TPX_DEFAULT_DAC")) {
-        const auto what = fmt::format("Failed to initialize DACs of Timepix3 chip {:s}", m_chip_id);
-        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
+        LogChipStepFailure(ec, "Failed to initialize DACs of Timepix3 chip", m_chip_id);
         return ec;
     }
     if (const auto ec = BoardCommands().Invoke("TPX_RESET_SEQ")) {
@@ -282,13 +274,7 @@ std::error_code Timepix3::DigitalTest(std::vector<std::uint32_t>& bad) {
         }
     }
     const std::string id = GetChipId();
-    if (bad.empty()) {
-        OVEX_LOG_INFO("Digital test of '%s' - good: %zu, bad: %zu.", id.c_str(), tpx3::kPixelCount,
-                      bad.size());
-    } else {
-        OVEX_LOG_WARN("Digital test of '%s' - good: %zu, bad: %zu.", id.c_str(),
-                      tpx3::kPixelCount - bad.size(), bad.size());
-    }
+    LogDigitalTest(id, tpx3::kPixelCount, bad.size());
     return {};
 }
 
@@ -330,14 +316,8 @@ std::error_code Timepix3::SetMode(ovexsdk_chip_mode mode) {
             OVEX_LOG_ERROR("Unsupported operational mode: %d", static_cast<int>(mode));
             return std::make_error_code(std::errc::not_supported);
     }
-    if (const auto ec =
-            BoardCommands().Invoke("TPX_OPMODE", std::span<const std::uint8_t>(&byte, 1))) {
-        OVEX_LOG_EC(log::kError, "Failed to configure chip operation mode - %s: %s", ec);
-        m_mode = 0;
-        return ec;
-    }
-    m_mode = static_cast<std::uint8_t>(mode);
-    return {};
+    return SendOperationMode(BoardCommands(), mode, byte, "Failed to configure chip operation mode",
+                             m_mode);
 }
 
 }  // namespace ovex::sdk

@@ -38,10 +38,7 @@ constexpr const char* kSelect = "TPX_DAC_SELECT";
 constexpr const char* kSense = "TPX_DAC_OUT";
 
 ModuleRequirements DacItems(States* states) {
-    std::vector<std::string> names;
-    for (const auto& [id, entry] : Table()) {
-        names.emplace_back(entry.state);
-    }
+    std::vector<std::string> names = DacStateNames(Table());
     names.emplace_back(kSelect);
     names.emplace_back(kSense);
     ModuleRequirements requirements;
@@ -54,9 +51,7 @@ ModuleRequirements DacItems(States* states) {
 Tpx3Dacs::Tpx3Dacs(States* states) : ITimepixDacs(DacItems(states), false) {}
 
 States& Tpx3Dacs::BoardStates() const {
-    States* maybe_states = GetStates();
-    OVEX_CHECK(maybe_states != nullptr, "BUG: States object is invalid.");
-    return *maybe_states;
+    return CheckedStates(GetStates());
 }
 
 std::vector<DacInfo> Tpx3Dacs::GetDacList() {
@@ -64,16 +59,11 @@ std::vector<DacInfo> Tpx3Dacs::GetDacList() {
 }
 
 std::error_code Tpx3Dacs::SetDac(std::uint8_t id, std::uint32_t value) {
-    return BoardStates().Set(DacStateName(Table(), id), static_cast<int>(value));
+    return SetDacState(BoardStates(), Table(), id, value);
 }
 
 std::error_code Tpx3Dacs::GetDac(std::uint8_t id, std::uint32_t& value) {
-    int read = 0;
-    const auto ec = BoardStates().Get(DacStateName(Table(), id), read);
-    if (!ec) {
-        value = static_cast<std::uint32_t>(read);
-    }
-    return ec;
+    return GetDacState(BoardStates(), Table(), id, value);
 }
 
 std::error_code Tpx3Dacs::SelectSenseDac(std::uint8_t id) {
