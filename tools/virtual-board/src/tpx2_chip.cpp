@@ -146,7 +146,7 @@ std::uint32_t Tpx2Chip::CommandRefusal(std::size_t command, std::span<const std:
         if (!m_bypassed) {
             return kNotConfigured;
         }
-        return m_readout_sent < m_readout.size() ? kChipBusy : kNoError;
+        return m_readout.Pending() ? kChipBusy : kNoError;
     }
     if (command == m_opmode) {
         if (input.size() != 1 ||
@@ -195,8 +195,7 @@ void Tpx2Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         m_load_armed = false;
         m_load_bytes = 0;
     } else if (command == m_read) {
-        m_readout = ReadBack(input[0]);
-        m_readout_sent = 0;
+        m_readout.Load(ReadBack(input[0]));
     } else if (command == m_opmode) {
         m_mode = input[0];
     } else if (command == m_select) {
@@ -253,8 +252,7 @@ void Tpx2Chip::Reset() {
     m_load_armed = false;
     m_load.clear();
     m_load_bytes = 0;
-    m_readout.clear();
-    m_readout_sent = 0;
+    m_readout.Clear();
     m_mode = kPowerOnMode;
     m_selected = 0;
     m_fsr.fill(0);
@@ -401,15 +399,7 @@ std::optional<float> Tpx2Chip::MonitorReading(std::size_t monitor,
 }
 
 std::size_t Tpx2Chip::ReadOut(std::span<std::uint8_t> out) {
-    const std::size_t count = std::min(out.size(), m_readout.size() - m_readout_sent);
-    std::copy_n(m_readout.begin() + static_cast<std::ptrdiff_t>(m_readout_sent), count,
-                out.begin());
-    m_readout_sent += count;
-    if (m_readout_sent == m_readout.size()) {
-        m_readout.clear();
-        m_readout_sent = 0;
-    }
-    return count;
+    return m_readout.Take(out);
 }
 
 }  // namespace ovex::vboard

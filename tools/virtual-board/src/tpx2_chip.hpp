@@ -17,6 +17,7 @@
 
 #include "hardware_faults.hpp"
 #include "ovex/vboard/item_tables.hpp"
+#include "readback_queue.hpp"
 #include "tpx2_frame_fifo.hpp"
 #include "tpx2_shutter.hpp"
 
@@ -107,8 +108,7 @@ private:
     bool m_load_armed = false;
     std::vector<std::uint8_t> m_load;  // what came while armed, up to a matrix
     std::size_t m_load_bytes = 0;      // all that came while armed
-    std::vector<std::uint8_t> m_readout;
-    std::size_t m_readout_sent = 0;
+    ReadbackQueue m_readout;
     std::uint8_t m_mode;
     std::uint8_t m_selected = 0;  // the DAC on the sense pin, 0 none
     Tpx2Depth m_pipeline_depth = Tpx2Depth::k8Bit;

@@ -151,7 +151,7 @@ std::uint32_t Tpx3Chip::CommandRefusal(std::size_t command, std::span<const std:
         if (states[m_channels] == 0) {
             return kChannelFailure;
         }
-        return m_readout_sent < m_readout.size() ? kChipBusy : kNoError;
+        return m_readout.Pending() ? kChipBusy : kNoError;
     }
     return kNoError;
 }
@@ -176,8 +176,7 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         // DACs stay, and so do the frames already in the board's FIFO.
         std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
         m_next_column.reset();
-        m_readout.clear();
-        m_readout_sent = 0;
+        m_readout.Clear();
         m_mode = 0;
         m_shutter.Stop();
         m_hits.Abandon();
@@ -199,8 +198,7 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
             ++*m_next_column;
         }
     } else if (command == m_read) {
-        m_readout = ReadBack();
-        m_readout_sent = 0;
+        m_readout.Load(ReadBack());
     } else if (command == m_opmode) {
         m_mode = input[0];
     }
@@ -296,8 +294,7 @@ void Tpx3Chip::PowerOn(std::vector<int>& states) {
 void Tpx3Chip::Clear(std::vector<int>& states) {
     std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
     m_next_column.reset();
-    m_readout.clear();
-    m_readout_sent = 0;
+    m_readout.Clear();
     m_mode = 0;
     m_shutter.Stop();
     m_hits.Abandon();
@@ -365,15 +362,7 @@ std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
 }
 
 std::size_t Tpx3Chip::ReadOut(std::span<std::uint8_t> out) {
-    const std::size_t count = std::min(out.size(), m_readout.size() - m_readout_sent);
-    std::copy_n(m_readout.begin() + static_cast<std::ptrdiff_t>(m_readout_sent), count,
-                out.begin());
-    m_readout_sent += count;
-    if (m_readout_sent == m_readout.size()) {
-        m_readout.clear();
-        m_readout_sent = 0;
-    }
-    return count;
+    return m_readout.Take(out);
 }
 
 }  // namespace ovex::vboard

@@ -18,6 +18,7 @@
 #include "hardware_faults.hpp"
 #include "hit_stream.hpp"
 #include "ovex/vboard/item_tables.hpp"
+#include "readback_queue.hpp"
 #include "tpx3_shutter.hpp"
 
 namespace ovex::vboard {
@@ -115,8 +116,7 @@ private:
     bool m_was_powered = false;
     std::vector<std::uint8_t> m_matrix;
     std::optional<std::size_t> m_next_column;  // set once a write started
-    std::vector<std::uint8_t> m_readout;
-    std::size_t m_readout_sent = 0;
+    ReadbackQueue m_readout;
     std::uint8_t m_mode = 0;  // TPX_OPMODE
     Tpx3Shutter m_shutter;
     bool m_input_high = false;  // the trigger input, as wired
