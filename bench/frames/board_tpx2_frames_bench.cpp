@@ -6,6 +6,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -90,16 +91,19 @@ void BM_ContinuousFrames(benchmark::State& state) {
         received.WaitFor(++expected);
     }
     const double wall = std::chrono::duration<double>(Clock::now() - start).count();
+    // The Consumer's time is read while it still runs.
+    const double consumer_cpu = ovex::bench::ThreadCpuSeconds("Consumer") - consumer;
+    const double handler_cpu = ovex::bench::ThreadCpuSeconds("Endpoint 0x81") - handler;
     ovexsdk_acq_abort(board.Context());
     ovexsdk_acq_await_end(board.Context());
     state.counters["frames/s"] =
         benchmark::Counter(static_cast<double>(received.frames), benchmark::Counter::kIsRate);
     state.counters["Mpixels/s"] = benchmark::Counter(
         static_cast<double>(received.frames) * 65536 / 1e6, benchmark::Counter::kIsRate);
-    state.counters["consumer_cpu_%"] =
-        (ovex::bench::ThreadCpuSeconds("Consumer") - consumer) / wall * 100;
-    state.counters["handler_cpu_%"] =
-        (ovex::bench::ThreadCpuSeconds("Endpoint 0x81") - handler) / wall * 100;
+    state.counters["consumer_cpu_%"] = consumer_cpu / wall * 100;
+    state.counters["consumer_us/frame"] =
+        consumer_cpu * 1e6 / std::max<double>(static_cast<double>(received.frames), 1.0);
+    state.counters["handler_cpu_%"] = handler_cpu / wall * 100;
     state.SetLabel(std::to_string(kBits[state.range(0)]) + " bits");
 }
 BENCHMARK(BM_ContinuousFrames)
