@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <string_view>
 
 #include "dac_sense.hpp"
 #include "frame_exposure.hpp"
+#include "item_ids.hpp"
 #include "ovex/vboard/error_words.hpp"
 #include "sensor_model.hpp"
 #include "wire_format.hpp"
@@ -17,7 +17,6 @@
 namespace ovex::vboard {
 namespace {
 
-constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kDoubleColumns = Tpx3Chip::kMatrixBytes / Tpx3Chip::kDoubleColumnBytes;
 
 // The operating modes the chip knows: 0 ToA+ToT frames, 1 data-driven, 2 iToT+event count
@@ -38,11 +37,6 @@ constexpr std::array<std::string_view, 18> kDacStates = {
     "DAC_DiscS2Off_0", "DAC_PixelDac_0",  "DAC_TpBuffIn_0", "DAC_TpBuffOut_0", "DAC_TpCoarse_0",
     "DAC_TpFine_0",    "DAC_CpPll_0",     "DAC_PllVCntrl_0"};
 
-template <class Item>
-std::size_t IdOf(const std::vector<Item>& items, std::string_view name) {
-    return FindItem(items, name).value_or(kNone);
-}
-
 bool Contains(const std::vector<std::size_t>& ids, std::size_t id) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
@@ -57,34 +51,34 @@ std::uint64_t Ticks(double seconds) {
 Tpx3Chip::Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults)
     : m_faults(&faults),
       m_states(tables.states),
-      m_init(IdOf(tables.commands, "TPX_INIT")),
-      m_default_dac(IdOf(tables.commands, "TPX_DEFAULT_DAC")),
-      m_load(IdOf(tables.commands, "TPX_LOAD_PXCONF")),
-      m_read(IdOf(tables.commands, "TPX_READ_PXCONF")),
-      m_opmode(IdOf(tables.commands, "TPX_OPMODE")),
-      m_channels(IdOf(tables.states, "TPX_CHAN_EN")),
-      m_polarity(IdOf(tables.states, "TPX_CHIP_POLARITY")),
-      m_select(IdOf(tables.states, "TPX_DAC_SELECT")),
-      m_sense_state(IdOf(tables.states, "TPX_DAC_OUT")),
-      m_sense_monitor(IdOf(tables.monitors, "TPX_DAC_OUT")),
+      m_init(ItemIdOr(tables.commands, "TPX_INIT")),
+      m_default_dac(ItemIdOr(tables.commands, "TPX_DEFAULT_DAC")),
+      m_load(ItemIdOr(tables.commands, "TPX_LOAD_PXCONF")),
+      m_read(ItemIdOr(tables.commands, "TPX_READ_PXCONF")),
+      m_opmode(ItemIdOr(tables.commands, "TPX_OPMODE")),
+      m_channels(ItemIdOr(tables.states, "TPX_CHAN_EN")),
+      m_polarity(ItemIdOr(tables.states, "TPX_CHIP_POLARITY")),
+      m_select(ItemIdOr(tables.states, "TPX_DAC_SELECT")),
+      m_sense_state(ItemIdOr(tables.states, "TPX_DAC_OUT")),
+      m_sense_monitor(ItemIdOr(tables.monitors, "TPX_DAC_OUT")),
       m_matrix(kMatrixBytes, 0),
       m_shutter(tables) {
     std::vector<std::size_t> dacs;
     for (const std::string_view name : kDacStates) {
-        dacs.push_back(IdOf(tables.states, name));
+        dacs.push_back(ItemIdOr(tables.states, name));
     }
     for (const char* name : {"FRONTEND_EN", "DETECTOR_EN"}) {
-        m_supply.push_back(IdOf(tables.states, name));
+        m_supply.push_back(ItemIdOr(tables.states, name));
     }
     // The resets (TPX_INIT, TPX_DEFAULT_DAC, TPX_RESET_SEQ) drive the chip's reset lines and run
     // whether it answers or not; what talks to the chip needs it powered.
     for (const char* name : {"TPX_ALIGN_CLK", "TPX_LOAD_PXCONF", "TPX_READ_PXCONF", "TPX_OPMODE"}) {
-        m_chip_commands.push_back(IdOf(tables.commands, name));
+        m_chip_commands.push_back(ItemIdOr(tables.commands, name));
     }
     const std::array required = {m_init,        m_default_dac,  m_load,     m_read,
                                  m_opmode,      m_channels,     m_polarity, m_select,
                                  m_sense_state, m_sense_monitor};
-    const auto missing = [](std::size_t id) { return id == kNone; };
+    const auto missing = [](std::size_t id) { return id == kNoItem; };
     if (std::any_of(required.begin(), required.end(), missing) ||
         std::any_of(dacs.begin(), dacs.end(), missing) ||
         std::any_of(m_supply.begin(), m_supply.end(), missing) ||

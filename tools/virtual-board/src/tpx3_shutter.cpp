@@ -2,37 +2,27 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 
+#include "item_ids.hpp"
 #include "ovex/vboard/error_words.hpp"
 
 // ITEMS.md gives the shutter's refusals and the choices behind them.
 
 namespace ovex::vboard {
-namespace {
-
-constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
-
-template <class Item>
-std::size_t IdOf(const std::vector<Item>& items, std::string_view name) {
-    return FindItem(items, name).value_or(kNone);
-}
-
-}  // namespace
 
 Tpx3Shutter::Tpx3Shutter(const ItemTables& tables)
-    : m_immediate(IdOf(tables.commands, "TPX_SHUT_IMM")),
-      m_stop(IdOf(tables.commands, "TPX_SHUT_STOP")),
-      m_external(IdOf(tables.commands, "TPX_SHUT_EXT")),
-      m_sync(IdOf(tables.commands, "TPX_T0_SYNC")),
-      m_duration(IdOf(tables.states, "TPX_SHUT_DUR")),
-      m_pulse_input(IdOf(tables.commands, "TRIG_I_1PULSE")),
-      m_level_input(IdOf(tables.commands, "TRIG_I_LEVEL")),
-      m_edge_input(IdOf(tables.commands, "TRIG_I_EDGE")),
-      m_polarity(IdOf(tables.states, "SYNC_IO_ACT_LOW")) {
+    : m_immediate(ItemIdOr(tables.commands, "TPX_SHUT_IMM")),
+      m_stop(ItemIdOr(tables.commands, "TPX_SHUT_STOP")),
+      m_external(ItemIdOr(tables.commands, "TPX_SHUT_EXT")),
+      m_sync(ItemIdOr(tables.commands, "TPX_T0_SYNC")),
+      m_duration(ItemIdOr(tables.states, "TPX_SHUT_DUR")),
+      m_pulse_input(ItemIdOr(tables.commands, "TRIG_I_1PULSE")),
+      m_level_input(ItemIdOr(tables.commands, "TRIG_I_LEVEL")),
+      m_edge_input(ItemIdOr(tables.commands, "TRIG_I_EDGE")),
+      m_polarity(ItemIdOr(tables.states, "SYNC_IO_ACT_LOW")) {
     const std::array ids = {m_immediate, m_stop,        m_external,    m_sync,
                             m_duration,  m_pulse_input, m_level_input, m_edge_input};
-    m_present = std::none_of(ids.begin(), ids.end(), [](std::size_t id) { return id == kNone; });
+    m_present = std::none_of(ids.begin(), ids.end(), [](std::size_t id) { return id == kNoItem; });
 }
 
 std::vector<std::size_t> Tpx3Shutter::ChipCommands() const {
@@ -114,7 +104,7 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::SetInput(bool high, const std::v
                                                          std::uint64_t now) {
     // Bit 0 of SYNC_IO_ACT_LOW makes the low level the active one; edges are the active
     // level's, judged as the input changes.
-    const bool active_low = m_polarity != kNone && (states[m_polarity] & 1) != 0;
+    const bool active_low = m_polarity != kNoItem && (states[m_polarity] & 1) != 0;
     const bool active = high != active_low;
     const bool rising = active && !m_level;
     const bool falling = !active && m_level;
