@@ -48,18 +48,8 @@ std::vector<std::uint8_t> Encode(const ReadoutFrame& frame) {
 }  // namespace
 
 void FrameFifo::ReadOut(ReadoutFrame frame) {
-    frame.index = m_counters.read_out++;
-    frame.fault = std::exchange(m_fault, FrameFault::kNone);
-    frame.lost = m_queue.Full();
-    if (frame.lost) {
-        ++m_counters.overflowed;
-    } else {
-        m_queue.Push({Encode(frame)});
-    }
-    m_log.push_back(std::move(frame));
-    if (m_log.size() > kFrameLogDepth) {
-        m_log.pop_front();
-    }
+    Queue(std::move(frame),
+          [](const ReadoutFrame& queued) { return std::vector<FrameQueue::Part>{Encode(queued)}; });
 }
 
 }  // namespace ovex::vboard

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <string_view>
 
-#include "dac_sense.hpp"
 #include "frame_exposure.hpp"
-#include "item_ids.hpp"
 #include "ovex/vboard/error_words.hpp"
 
 // ITEMS.md gives the chip's refusals and what its resets clear.
@@ -35,14 +32,6 @@ constexpr std::array<std::string_view, 19> kDacStates = {
     "DAC_BIAS_SLVS",      "DAC_CM_SLVS",
     "DAC_BIAS_RES"};
 
-bool Contains(const std::vector<std::size_t>& ids, std::size_t id) {
-    return std::find(ids.begin(), ids.end(), id) != ids.end();
-}
-
-std::uint64_t Ticks(double seconds) {
-    return static_cast<std::uint64_t>(std::llround(seconds * kTicksPerSecond));
-}
-
 bool OneByte(std::span<const std::uint8_t> input, std::uint8_t max) {
     return input.size() == 1 && input[0] <= max;
 }
@@ -59,10 +48,7 @@ std::uint8_t Nibble(std::uint8_t pixel, std::uint8_t half) {
 }  // namespace
 
 Tpx2Chip::Tpx2Chip(const ItemTables& tables, const HardwareFaults& faults)
-    : m_faults(&faults),
-      m_states(tables.states),
-      m_init(ItemIdOr(tables.commands, "TPX_INIT")),
-      m_default_dac(ItemIdOr(tables.commands, "TPX_DEFAULT_DAC")),
+    : TimepixChip(tables, faults),
       m_bypass(ItemIdOr(tables.commands, "TPX_PRC_BYPASS")),
       m_write(ItemIdOr(tables.commands, "TPX_WRITE_MATRIX")),
       m_read(ItemIdOr(tables.commands, "TPX_READ_MATRIX")),
@@ -70,8 +56,6 @@ Tpx2Chip::Tpx2Chip(const ItemTables& tables, const HardwareFaults& faults)
       m_select(ItemIdOr(tables.commands, "TPX_DAC_SELECT")),
       m_depth(ItemIdOr(tables.commands, "PIPELINE_BPP")),
       m_duration(ItemIdOr(tables.states, "TPX_SHUT_DUR")),
-      m_sense_state(ItemIdOr(tables.states, "TPX_DAC_OUT")),
-      m_sense_monitor(ItemIdOr(tables.monitors, "TPX_DAC_OUT")),
       m_matrix(kPixels, 0),
       m_mode(kPowerOnMode),
       m_shutter(tables) {
@@ -95,11 +79,6 @@ Tpx2Chip::Tpx2Chip(const ItemTables& tables, const HardwareFaults& faults)
     }
     m_dacs = std::move(dacs);
     m_chip_commands = {m_init, m_default_dac, m_bypass, m_write, m_read, m_opmode, m_select};
-}
-
-bool Tpx2Chip::Powered(const std::vector<int>& states) const {
-    return std::all_of(m_supply.begin(), m_supply.end(),
-                       [&](std::size_t id) { return states[id] != 0; });
 }
 
 std::uint32_t Tpx2Chip::CommandRefusal(std::size_t command, std::span<const std::uint8_t> input,
@@ -146,7 +125,7 @@ std::uint32_t Tpx2Chip::CommandRefusal(std::size_t command, std::span<const std:
         if (!m_bypassed) {
             return kNotConfigured;
         }
-        return m_readout.Pending() ? kChipBusy : kNoError;
+        return ReadBackPending() ? kChipBusy : kNoError;
     }
     if (command == m_opmode) {
         if (input.size() != 1 ||
@@ -184,9 +163,7 @@ void Tpx2Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
     if (command == m_init) {
         Reset();
     } else if (command == m_default_dac) {
-        for (const std::size_t id : m_dacs) {
-            states[id] = m_states[id].value;
-        }
+        DefaultDacs(states);
     } else if (command == m_bypass) {
         m_bypassed = input[0] == 1;
     } else if (command == m_write) {
@@ -195,7 +172,7 @@ void Tpx2Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         m_load_armed = false;
         m_load_bytes = 0;
     } else if (command == m_read) {
-        m_readout.Load(ReadBack(input[0]));
+        StartReadBack(ReadBack(input[0]));
     } else if (command == m_opmode) {
         m_mode = input[0];
     } else if (command == m_select) {
@@ -224,17 +201,6 @@ void Tpx2Chip::SetTriggerInput(bool high, const std::vector<int>& states, double
     }
 }
 
-void Tpx2Chip::FollowSupply(std::vector<int>& states) {
-    if (!Present()) {
-        return;
-    }
-    const bool powered = Powered(states);
-    if (m_was_powered && !powered) {
-        Clear(states);
-    }
-    m_was_powered = powered;
-}
-
 void Tpx2Chip::PowerOn(std::vector<int>& states) {
     if (!Present()) {
         return;
@@ -243,7 +209,7 @@ void Tpx2Chip::PowerOn(std::vector<int>& states) {
     m_shutter.PowerOn();
     m_pipeline_depth = Tpx2Depth::k8Bit;
     m_frames = Tpx2FrameFifo();
-    m_was_powered = Powered(states);
+    NotePowerOn(states);
 }
 
 void Tpx2Chip::Reset() {
@@ -252,7 +218,7 @@ void Tpx2Chip::Reset() {
     m_load_armed = false;
     m_load.clear();
     m_load_bytes = 0;
-    m_readout.Clear();
+    DropReadBack();
     m_mode = kPowerOnMode;
     m_selected = 0;
     m_fsr.fill(0);
@@ -261,9 +227,7 @@ void Tpx2Chip::Reset() {
 
 void Tpx2Chip::Clear(std::vector<int>& states) {
     Reset();
-    for (const std::size_t id : m_dacs) {
-        states[id] = m_states[id].value;
-    }
+    DefaultDacs(states);
 }
 
 std::uint32_t Tpx2Chip::ArmLoad(const std::vector<int>& states) {
@@ -373,33 +337,6 @@ void Tpx2Chip::ReadOutFrame(const Tpx2Shutter::Closed& exposure) {
         }
     }
     m_frames.ReadOut(std::move(frame));
-}
-
-int Tpx2Chip::SenseMillivolts(const std::vector<int>& states) const {
-    if (!Powered(states) || m_selected == 0) {
-        return 0;
-    }
-    const std::size_t dac = m_dacs[m_selected - 1U];
-    return vboard::SenseMillivolts(m_states[dac], states[dac]);
-}
-
-std::optional<int> Tpx2Chip::StateReading(std::size_t state, const std::vector<int>& states) const {
-    if (!Present() || state != m_sense_state) {
-        return std::nullopt;
-    }
-    return SenseMillivolts(states);
-}
-
-std::optional<float> Tpx2Chip::MonitorReading(std::size_t monitor,
-                                              const std::vector<int>& states) const {
-    if (!Present() || m_sense_monitor == kNoItem || monitor != m_sense_monitor) {
-        return std::nullopt;
-    }
-    return static_cast<float>(SenseMillivolts(states)) / 1000.0F;
-}
-
-std::size_t Tpx2Chip::ReadOut(std::span<std::uint8_t> out) {
-    return m_readout.Take(out);
 }
 
 }  // namespace ovex::vboard

@@ -17,13 +17,13 @@
 
 #include "hardware_faults.hpp"
 #include "ovex/vboard/item_tables.hpp"
-#include "readback_queue.hpp"
+#include "timepix_chip.hpp"
 #include "tpx2_frame_fifo.hpp"
 #include "tpx2_shutter.hpp"
 
 namespace ovex::vboard {
 
-class Tpx2Chip {
+class Tpx2Chip final : public TimepixChip {
 public:
     static constexpr std::size_t kPixels = kTpx2Pixels;
     static constexpr std::size_t kHalfMatrixBytes = kPixels / 2;  // CONF or TRIM
@@ -32,8 +32,8 @@ public:
     // `faults` must outlive the object.
     Tpx2Chip(const ItemTables& tables, const HardwareFaults& faults);
 
-    bool Present() const { return !m_dacs.empty(); }
-    bool Powered(const std::vector<int>& states) const;
+    using TimepixChip::Powered;
+    using TimepixChip::Present;
 
     // The word a command or a state switch of the chip is refused with, kNoError if it may run;
     // other items are no concern of the chip's.
@@ -45,8 +45,6 @@ public:
                       std::vector<int>& states, double now);
     void Advance(const std::vector<int>& states, double now);
     void SetTriggerInput(bool high, const std::vector<int>& states, double now);
-    // After anything that may switch the chip's rails.
-    void FollowSupply(std::vector<int>& states);
     // The board's power-on: the chip's, the pipeline at 8 bits, the FIFO empty.
     void PowerOn(std::vector<int>& states);
 
@@ -64,11 +62,6 @@ public:
     std::optional<std::array<std::uint8_t, kFsrBytes>> Fsr(const std::vector<int>& states) const;
     std::uint32_t WriteFsr(std::span<const std::uint8_t> data, const std::vector<int>& states);
 
-    std::optional<int> StateReading(std::size_t state, const std::vector<int>& states) const;
-    std::optional<float> MonitorReading(std::size_t monitor, const std::vector<int>& states) const;
-
-    // Moves the pending read-back into `out`; the bytes moved.
-    std::size_t ReadOut(std::span<std::uint8_t> out);
     Tpx2FrameFifo& Frames() { return m_frames; }
     const Tpx2FrameFifo& Frames() const { return m_frames; }
     // The pixel memory in the host's form, as loaded.
@@ -78,20 +71,14 @@ private:
     // Its rails went off, or its reset: memory, registers and exposure go; the DACs only with
     // the rails.
     void Reset();
-    void Clear(std::vector<int>& states);
+    void Clear(std::vector<int>& states) override;
+    // TPX_DAC_SELECT's, kept by the chip.
+    int SelectedDac(const std::vector<int>& /*states*/) const override { return m_selected; }
     // The memory as the pixels hold it: the matrix loaded, with the stuck pixels' bits.
     std::vector<std::uint8_t> PixelBytes() const;
     std::vector<std::uint8_t> ReadBack(std::uint8_t half) const;
     void ReadOutFrame(const Tpx2Shutter::Closed& exposure);
-    int SenseMillivolts(const std::vector<int>& states) const;
 
-    const HardwareFaults* m_faults;
-    std::vector<StateItem> m_states;           // power-on values and limits by id
-    std::vector<std::size_t> m_supply;         // enables of the chip's rails
-    std::vector<std::size_t> m_dacs;           // DAC states by DAC id − 1
-    std::vector<std::size_t> m_chip_commands;  // refused while the chip is unpowered
-    std::size_t m_init;
-    std::size_t m_default_dac;
     std::size_t m_bypass;
     std::size_t m_write;
     std::size_t m_read;
@@ -99,16 +86,12 @@ private:
     std::size_t m_select;
     std::size_t m_depth;
     std::size_t m_duration;
-    std::size_t m_sense_state;
-    std::size_t m_sense_monitor;  // a board may have none
 
-    bool m_was_powered = false;
     std::vector<std::uint8_t> m_matrix;
     bool m_bypassed = false;
     bool m_load_armed = false;
     std::vector<std::uint8_t> m_load;  // what came while armed, up to a matrix
     std::size_t m_load_bytes = 0;      // all that came while armed
-    ReadbackQueue m_readout;
     std::uint8_t m_mode;
     std::uint8_t m_selected = 0;  // the DAC on the sense pin, 0 none
     Tpx2Depth m_pipeline_depth = Tpx2Depth::k8Bit;

@@ -86,18 +86,9 @@ std::vector<FrameQueue::Part> Tpx2WireParts(std::span<const std::uint16_t> pixel
 }
 
 void Tpx2FrameFifo::ReadOut(Tpx2Frame frame) {
-    frame.index = m_counters.read_out++;
-    frame.fault = std::exchange(m_fault, Tpx2FrameFault{});
-    frame.lost = m_queue.Full();
-    if (frame.lost) {
-        ++m_counters.overflowed;
-    } else {
-        m_queue.Push(Damage(Tpx2WireParts(frame.pixels, frame.depth), frame.fault));
-    }
-    m_log.push_back(std::move(frame));
-    if (m_log.size() > kFrameLogDepth) {
-        m_log.pop_front();
-    }
+    Queue(std::move(frame), [](const Tpx2Frame& queued) {
+        return Damage(Tpx2WireParts(queued.pixels, queued.depth), queued.fault);
+    });
 }
 
 }  // namespace ovex::vboard

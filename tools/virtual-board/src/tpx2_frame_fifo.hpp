@@ -7,13 +7,11 @@
 // for tests, and the next frame can be damaged on purpose.
 
 #include <cstdint>
-#include <deque>
-#include <optional>
 #include <span>
 #include <vector>
 
 #include "frame_queue.hpp"
-#include "ovex/vboard/frame_readout.hpp"
+#include "logged_frame_fifo.hpp"
 #include "ovex/vboard/tpx2_frames.hpp"
 
 namespace ovex::vboard {
@@ -27,25 +25,12 @@ namespace ovex::vboard {
 //   two values a byte, low nibble first.
 std::vector<FrameQueue::Part> Tpx2WireParts(std::span<const std::uint16_t> pixels, Tpx2Depth depth);
 
-class Tpx2FrameFifo {
+class Tpx2FrameFifo : public LoggedFrameFifo<Tpx2Frame, Tpx2FrameFault> {
 public:
+    Tpx2FrameFifo() : LoggedFrameFifo(false) {}
+
     // Packs and queues `frame` (its index and fault are set here), or loses it to a full FIFO.
     void ReadOut(Tpx2Frame frame);
-    std::uint64_t NextIndex() const { return m_counters.read_out; }
-    bool Full() const { return m_queue.Full(); }
-    std::optional<Produced> Send(std::span<std::uint8_t> out, bool mid_transfer) {
-        return m_queue.Send(out, mid_transfer);
-    }
-
-    void InjectFault(Tpx2FrameFault fault) { m_fault = fault; }
-    const std::deque<Tpx2Frame>& Log() const { return m_log; }
-    FrameCounters Counters() const { return m_counters; }
-
-private:
-    FrameQueue m_queue{false};
-    Tpx2FrameFault m_fault;
-    std::deque<Tpx2Frame> m_log;
-    FrameCounters m_counters;
 };
 
 }  // namespace ovex::vboard

@@ -14,7 +14,7 @@ Tpx2Shutter::Tpx2Shutter(const ItemTables& tables)
       m_abort(ItemIdOr(tables.commands, "TPX_TRIG_ABORT")),
       m_external(ItemIdOr(tables.commands, "TPX_SHUT_EXT")),
       m_duration(ItemIdOr(tables.states, "TPX_SHUT_DUR")),
-      m_polarity(ItemIdOr(tables.states, "SYNC_IO_ACT_LOW")) {
+      m_input(tables) {
     const std::array ids = {m_single, m_continuous, m_abort, m_external, m_duration};
     m_present = std::none_of(ids.begin(), ids.end(), [](std::size_t id) { return id == kNoItem; });
 }
@@ -52,7 +52,7 @@ std::uint32_t Tpx2Shutter::StartRefusal(const std::vector<int>& states) const {
     if (Busy()) {
         return kChipBusy;
     }
-    return Duration(states) == 0 ? kNotConfigured : kNoError;
+    return ShutterTicks(states, m_duration) == 0 ? kNotConfigured : kNoError;
 }
 
 void Tpx2Shutter::AfterCommand(std::size_t command, std::span<const std::uint8_t> input,
@@ -84,7 +84,7 @@ std::vector<Tpx2Shutter::Closed> Tpx2Shutter::Advance(const std::vector<int>& st
                                                       std::uint64_t now) {
     // The duration counter compares with TPX_SHUT_DUR as it stands; 0 never ends a shutter.
     std::vector<Closed> closed;
-    const std::uint64_t duration = Duration(states);
+    const std::uint64_t duration = ShutterTicks(states, m_duration);
     while (m_run != Run::kNone && duration != 0) {
         if (!m_open_tick) {
             if (m_next_open > now) {
@@ -109,11 +109,7 @@ std::vector<Tpx2Shutter::Closed> Tpx2Shutter::Advance(const std::vector<int>& st
 
 std::optional<Tpx2Shutter::Closed> Tpx2Shutter::SetInput(bool high, const std::vector<int>& states,
                                                          std::uint64_t now) {
-    const bool active_low = m_polarity != kNoItem && (states[m_polarity] & 1) != 0;
-    const bool active = high != active_low;
-    const bool rising = active && !m_level;
-    m_level = active;
-    if (!m_armed || !rising) {
+    if (!m_input.Set(high, states).rising || !m_armed) {
         return std::nullopt;
     }
     if (m_open_tick) {
@@ -127,12 +123,7 @@ std::optional<Tpx2Shutter::Closed> Tpx2Shutter::SetInput(bool high, const std::v
 
 void Tpx2Shutter::PowerOn() {
     Abort();
-    m_level = false;
-}
-
-std::uint32_t Tpx2Shutter::Duration(const std::vector<int>& states) const {
-    // The host writes the low 32 bits of its tick count into the signed state.
-    return static_cast<std::uint32_t>(states[m_duration]);
+    m_input.Reset();
 }
 
 }  // namespace ovex::vboard

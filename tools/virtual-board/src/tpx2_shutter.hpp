@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ovex/vboard/item_tables.hpp"
+#include "trigger_input.hpp"
 
 namespace ovex::vboard {
 
@@ -56,19 +57,16 @@ public:
 private:
     enum class Run : std::uint8_t { kNone, kSingle, kContinuous };
 
-    std::uint32_t Duration(const std::vector<int>& states) const;
-
     bool m_present = false;
     std::size_t m_single;
     std::size_t m_continuous;
     std::size_t m_abort;
     std::size_t m_external;
     std::size_t m_duration;  // state
-    std::size_t m_polarity;  // state; a board without it has an active-high input
 
     Run m_run = Run::kNone;
     bool m_armed = false;
-    bool m_level = false;  // the trigger input, active or not
+    TriggerInput m_input;
     std::optional<std::uint64_t> m_open_tick;
     std::uint64_t m_next_open = 0;  // of a continuous run between two shutters
 };

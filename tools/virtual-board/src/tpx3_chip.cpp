@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <limits>
 #include <string_view>
 
-#include "dac_sense.hpp"
 #include "frame_exposure.hpp"
+#include "item_ids.hpp"
 #include "ovex/vboard/error_words.hpp"
 #include "sensor_model.hpp"
 #include "wire_format.hpp"
@@ -17,7 +15,6 @@
 namespace ovex::vboard {
 namespace {
 
-constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kDoubleColumns = Tpx3Chip::kMatrixBytes / Tpx3Chip::kDoubleColumnBytes;
 
 // The operating modes the chip knows: 0 ToA+ToT frames, 1 data-driven, 2 iToT+event count
@@ -38,53 +35,34 @@ constexpr std::array<std::string_view, 18> kDacStates = {
     "DAC_DiscS2Off_0", "DAC_PixelDac_0",  "DAC_TpBuffIn_0", "DAC_TpBuffOut_0", "DAC_TpCoarse_0",
     "DAC_TpFine_0",    "DAC_CpPll_0",     "DAC_PllVCntrl_0"};
 
-template <class Item>
-std::size_t IdOf(const std::vector<Item>& items, std::string_view name) {
-    return FindItem(items, name).value_or(kNone);
-}
-
-bool Contains(const std::vector<std::size_t>& ids, std::size_t id) {
-    return std::find(ids.begin(), ids.end(), id) != ids.end();
-}
-
-// Seconds on the board's clock in its 40 MHz ticks.
-std::uint64_t Ticks(double seconds) {
-    return static_cast<std::uint64_t>(std::llround(seconds * kTicksPerSecond));
-}
-
 }  // namespace
 
 Tpx3Chip::Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults)
-    : m_faults(&faults),
-      m_states(tables.states),
-      m_init(IdOf(tables.commands, "TPX_INIT")),
-      m_default_dac(IdOf(tables.commands, "TPX_DEFAULT_DAC")),
-      m_load(IdOf(tables.commands, "TPX_LOAD_PXCONF")),
-      m_read(IdOf(tables.commands, "TPX_READ_PXCONF")),
-      m_opmode(IdOf(tables.commands, "TPX_OPMODE")),
-      m_channels(IdOf(tables.states, "TPX_CHAN_EN")),
-      m_polarity(IdOf(tables.states, "TPX_CHIP_POLARITY")),
-      m_select(IdOf(tables.states, "TPX_DAC_SELECT")),
-      m_sense_state(IdOf(tables.states, "TPX_DAC_OUT")),
-      m_sense_monitor(IdOf(tables.monitors, "TPX_DAC_OUT")),
+    : TimepixChip(tables, faults),
+      m_load(ItemIdOr(tables.commands, "TPX_LOAD_PXCONF")),
+      m_read(ItemIdOr(tables.commands, "TPX_READ_PXCONF")),
+      m_opmode(ItemIdOr(tables.commands, "TPX_OPMODE")),
+      m_channels(ItemIdOr(tables.states, "TPX_CHAN_EN")),
+      m_polarity(ItemIdOr(tables.states, "TPX_CHIP_POLARITY")),
+      m_select(ItemIdOr(tables.states, "TPX_DAC_SELECT")),
       m_matrix(kMatrixBytes, 0),
       m_shutter(tables) {
     std::vector<std::size_t> dacs;
     for (const std::string_view name : kDacStates) {
-        dacs.push_back(IdOf(tables.states, name));
+        dacs.push_back(ItemIdOr(tables.states, name));
     }
     for (const char* name : {"FRONTEND_EN", "DETECTOR_EN"}) {
-        m_supply.push_back(IdOf(tables.states, name));
+        m_supply.push_back(ItemIdOr(tables.states, name));
     }
     // The resets (TPX_INIT, TPX_DEFAULT_DAC, TPX_RESET_SEQ) drive the chip's reset lines and run
     // whether it answers or not; what talks to the chip needs it powered.
     for (const char* name : {"TPX_ALIGN_CLK", "TPX_LOAD_PXCONF", "TPX_READ_PXCONF", "TPX_OPMODE"}) {
-        m_chip_commands.push_back(IdOf(tables.commands, name));
+        m_chip_commands.push_back(ItemIdOr(tables.commands, name));
     }
     const std::array required = {m_init,        m_default_dac,  m_load,     m_read,
                                  m_opmode,      m_channels,     m_polarity, m_select,
                                  m_sense_state, m_sense_monitor};
-    const auto missing = [](std::size_t id) { return id == kNone; };
+    const auto missing = [](std::size_t id) { return id == kNoItem; };
     if (std::any_of(required.begin(), required.end(), missing) ||
         std::any_of(dacs.begin(), dacs.end(), missing) ||
         std::any_of(m_supply.begin(), m_supply.end(), missing) ||
@@ -97,11 +75,6 @@ Tpx3Chip::Tpx3Chip(const ItemTables& tables, const HardwareFaults& faults)
     }
     m_chip_states = m_dacs;
     m_chip_states.insert(m_chip_states.end(), {m_channels, m_polarity, m_select, m_sense_state});
-}
-
-bool Tpx3Chip::Powered(const std::vector<int>& states) const {
-    return std::all_of(m_supply.begin(), m_supply.end(),
-                       [&](std::size_t id) { return states[id] != 0; });
 }
 
 std::uint32_t Tpx3Chip::CommandRefusal(std::size_t command, std::span<const std::uint8_t> input,
@@ -151,7 +124,7 @@ std::uint32_t Tpx3Chip::CommandRefusal(std::size_t command, std::span<const std:
         if (states[m_channels] == 0) {
             return kChannelFailure;
         }
-        return m_readout.Pending() ? kChipBusy : kNoError;
+        return ReadBackPending() ? kChipBusy : kNoError;
     }
     return kNoError;
 }
@@ -176,7 +149,7 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         // DACs stay, and so do the frames already in the board's FIFO.
         std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
         m_next_column.reset();
-        m_readout.Clear();
+        DropReadBack();
         m_mode = 0;
         m_shutter.Stop();
         m_hits.Abandon();
@@ -184,9 +157,7 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
             states[id] = m_states[id].value;
         }
     } else if (command == m_default_dac) {
-        for (const std::size_t id : m_dacs) {
-            states[id] = m_states[id].value;
-        }
+        DefaultDacs(states);
         states[m_select] = m_states[m_select].value;
     } else if (command == m_load) {
         if (input.size() == 4) {
@@ -198,7 +169,7 @@ void Tpx3Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
             ++*m_next_column;
         }
     } else if (command == m_read) {
-        m_readout.Load(ReadBack());
+        StartReadBack(ReadBack());
     } else if (command == m_opmode) {
         m_mode = input[0];
     }
@@ -271,30 +242,19 @@ void Tpx3Chip::ReadOutFrame(const Tpx3Shutter::Closed& exposure) {
     m_frames.ReadOut(std::move(frame));
 }
 
-void Tpx3Chip::FollowSupply(std::vector<int>& states) {
-    if (!Present()) {
-        return;
-    }
-    const bool powered = Powered(states);
-    if (m_was_powered && !powered) {
-        Clear(states);
-    }
-    m_was_powered = powered;
-}
-
 void Tpx3Chip::PowerOn(std::vector<int>& states) {
     Clear(states);
     m_shutter.PowerOn();
     m_input_high = false;
     m_frames = FrameFifo();
     m_hits.PowerOn();
-    m_was_powered = Present() && Powered(states);
+    NotePowerOn(states);
 }
 
 void Tpx3Chip::Clear(std::vector<int>& states) {
     std::fill(m_matrix.begin(), m_matrix.end(), std::uint8_t{0});
     m_next_column.reset();
-    m_readout.Clear();
+    DropReadBack();
     m_mode = 0;
     m_shutter.Stop();
     m_hits.Abandon();
@@ -310,30 +270,6 @@ std::uint8_t Tpx3Chip::PixelBits(const std::vector<std::uint8_t>& stream, std::s
     const std::uint32_t word = static_cast<std::uint32_t>(at(group)) << 16 |
                                static_cast<std::uint32_t>(at(group + 1)) << 8 | at(group + 2);
     return static_cast<std::uint8_t>(word >> (18 - 6 * (k % 4)) & 63);
-}
-
-int Tpx3Chip::SenseMillivolts(const std::vector<int>& states) const {
-    const int selected = states[m_select];
-    if (!Powered(states) || selected < 1 || static_cast<std::size_t>(selected) > m_dacs.size()) {
-        return 0;
-    }
-    const std::size_t dac = m_dacs[static_cast<std::size_t>(selected) - 1];
-    return vboard::SenseMillivolts(m_states[dac], states[dac]);
-}
-
-std::optional<int> Tpx3Chip::StateReading(std::size_t state, const std::vector<int>& states) const {
-    if (!Present() || state != m_sense_state) {
-        return std::nullopt;
-    }
-    return SenseMillivolts(states);
-}
-
-std::optional<float> Tpx3Chip::MonitorReading(std::size_t monitor,
-                                              const std::vector<int>& states) const {
-    if (!Present() || monitor != m_sense_monitor) {
-        return std::nullopt;
-    }
-    return static_cast<float>(SenseMillivolts(states)) / 1000.0F;
 }
 
 std::vector<std::uint8_t> Tpx3Chip::PixelConfiguration() const {
@@ -359,10 +295,6 @@ std::vector<std::uint8_t> Tpx3Chip::ReadBack() const {
         wire::PutPacket(out.data() + k * kPacketBytes, packet);
     }
     return out;
-}
-
-std::size_t Tpx3Chip::ReadOut(std::span<std::uint8_t> out) {
-    return m_readout.Take(out);
 }
 
 }  // namespace ovex::vboard

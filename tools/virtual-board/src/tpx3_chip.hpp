@@ -18,12 +18,12 @@
 #include "hardware_faults.hpp"
 #include "hit_stream.hpp"
 #include "ovex/vboard/item_tables.hpp"
-#include "readback_queue.hpp"
+#include "timepix_chip.hpp"
 #include "tpx3_shutter.hpp"
 
 namespace ovex::vboard {
 
-class Tpx3Chip {
+class Tpx3Chip final : public TimepixChip {
 public:
     // Packed pixel configuration: four 6-bit pixels in three bytes, 65536 pixels.
     static constexpr std::size_t kMatrixBytes = 49152;
@@ -49,19 +49,10 @@ public:
     void Advance(const std::vector<int>& states, double now);
     // The board's trigger input goes to `high` at `now`.
     void SetTriggerInput(bool high, const std::vector<int>& states, double now);
-    // After anything that may switch the chip's rails: a chip whose rails went off comes back
-    // at power-on.
-    void FollowSupply(std::vector<int>& states);
     // The board's power-on: memory cleared, no write or read-back under way, registers at their
     // defaults, the shutter closed and no frame waiting; the trigger input unwired.
     void PowerOn(std::vector<int>& states);
 
-    // The sense pin in millivolts if `state` is the chip's reading, volts for the monitor.
-    std::optional<int> StateReading(std::size_t state, const std::vector<int>& states) const;
-    std::optional<float> MonitorReading(std::size_t monitor, const std::vector<int>& states) const;
-
-    // Moves the pending read-back into `out`; the bytes moved.
-    std::size_t ReadOut(std::span<std::uint8_t> out);
     // The frames read out, for the data endpoint and the test bed.
     FrameFifo& Frames() { return m_frames; }
     const FrameFifo& Frames() const { return m_frames; }
@@ -77,11 +68,11 @@ public:
     const std::vector<std::uint8_t>& Matrix() const { return m_matrix; }
 
 private:
-    bool Present() const { return !m_dacs.empty(); }
-    bool Powered(const std::vector<int>& states) const;
     // The chip's rails went off, or its reset: its memory, registers and exposure go; the frames
     // already in the back end's FIFO stay.
-    void Clear(std::vector<int>& states);
+    void Clear(std::vector<int>& states) override;
+    // TPX_DAC_SELECT's value.
+    int SelectedDac(const std::vector<int>& states) const override { return states[m_select]; }
     // What the shutter just did, `closed` an exposure it ended: a frame read out, or a
     // data-driven line ended; a new opening starts a line in the data-driven mode.
     void FollowShutter(bool was_open, const std::optional<Tpx3Shutter::Closed>& closed);
@@ -89,35 +80,23 @@ private:
     void ReadOutFrame(const Tpx3Shutter::Closed& exposure);
     // A non-zero byte for every host pixel that bit 0 of its configuration masks.
     std::vector<std::uint8_t> MaskedPixels() const;
-    int SenseMillivolts(const std::vector<int>& states) const;
     // Every pixel as a configuration packet, in the chip's pixel order.
     // The six configuration bits of each pixel in device order, as the pixels hold them: the
     // matrix loaded, with the stuck pixels' bits.
     std::vector<std::uint8_t> PixelConfiguration() const;
     std::vector<std::uint8_t> ReadBack() const;
 
-    const HardwareFaults* m_faults;
-    std::vector<StateItem> m_states;           // power-on values and limits by id
-    std::vector<std::size_t> m_supply;         // enables of the chip's rails
-    std::vector<std::size_t> m_dacs;           // DAC states by DAC id − 1
-    std::vector<std::size_t> m_chip_commands;  // refused while the chip is unpowered
-    std::vector<std::size_t> m_chip_states;    // switched only while the chip is powered
-    std::size_t m_init;
-    std::size_t m_default_dac;
+    std::vector<std::size_t> m_chip_states;  // switched only while the chip is powered
     std::size_t m_load;
     std::size_t m_read;
     std::size_t m_opmode;
     std::size_t m_channels;
     std::size_t m_polarity;
     std::size_t m_select;
-    std::size_t m_sense_state;
-    std::size_t m_sense_monitor;
 
-    bool m_was_powered = false;
     std::vector<std::uint8_t> m_matrix;
     std::optional<std::size_t> m_next_column;  // set once a write started
-    ReadbackQueue m_readout;
-    std::uint8_t m_mode = 0;  // TPX_OPMODE
+    std::uint8_t m_mode = 0;                   // TPX_OPMODE
     Tpx3Shutter m_shutter;
     bool m_input_high = false;  // the trigger input, as wired
     FrameFifo m_frames;

@@ -2,37 +2,27 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 
+#include "item_ids.hpp"
 #include "ovex/vboard/error_words.hpp"
 
 // ITEMS.md gives the shutter's refusals and the choices behind them.
 
 namespace ovex::vboard {
-namespace {
-
-constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
-
-template <class Item>
-std::size_t IdOf(const std::vector<Item>& items, std::string_view name) {
-    return FindItem(items, name).value_or(kNone);
-}
-
-}  // namespace
 
 Tpx3Shutter::Tpx3Shutter(const ItemTables& tables)
-    : m_immediate(IdOf(tables.commands, "TPX_SHUT_IMM")),
-      m_stop(IdOf(tables.commands, "TPX_SHUT_STOP")),
-      m_external(IdOf(tables.commands, "TPX_SHUT_EXT")),
-      m_sync(IdOf(tables.commands, "TPX_T0_SYNC")),
-      m_duration(IdOf(tables.states, "TPX_SHUT_DUR")),
-      m_pulse_input(IdOf(tables.commands, "TRIG_I_1PULSE")),
-      m_level_input(IdOf(tables.commands, "TRIG_I_LEVEL")),
-      m_edge_input(IdOf(tables.commands, "TRIG_I_EDGE")),
-      m_polarity(IdOf(tables.states, "SYNC_IO_ACT_LOW")) {
+    : m_immediate(ItemIdOr(tables.commands, "TPX_SHUT_IMM")),
+      m_stop(ItemIdOr(tables.commands, "TPX_SHUT_STOP")),
+      m_external(ItemIdOr(tables.commands, "TPX_SHUT_EXT")),
+      m_sync(ItemIdOr(tables.commands, "TPX_T0_SYNC")),
+      m_duration(ItemIdOr(tables.states, "TPX_SHUT_DUR")),
+      m_pulse_input(ItemIdOr(tables.commands, "TRIG_I_1PULSE")),
+      m_level_input(ItemIdOr(tables.commands, "TRIG_I_LEVEL")),
+      m_edge_input(ItemIdOr(tables.commands, "TRIG_I_EDGE")),
+      m_input(tables) {
     const std::array ids = {m_immediate, m_stop,        m_external,    m_sync,
                             m_duration,  m_pulse_input, m_level_input, m_edge_input};
-    m_present = std::none_of(ids.begin(), ids.end(), [](std::size_t id) { return id == kNone; });
+    m_present = std::none_of(ids.begin(), ids.end(), [](std::size_t id) { return id == kNoItem; });
 }
 
 std::vector<std::size_t> Tpx3Shutter::ChipCommands() const {
@@ -82,7 +72,7 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::AfterCommand(std::size_t command
         Open(now, true);
     } else if (command == m_external) {
         m_armed = m_wiring;
-        if (m_armed == Input::kLevel && m_level) {
+        if (m_armed == Input::kLevel && m_input.Active()) {
             Open(now, false);  // the level is already there
         }
     } else if (command == m_sync) {
@@ -103,7 +93,7 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::Advance(const std::vector<int>& 
     if (!IsOpen() || !m_timed) {
         return std::nullopt;
     }
-    const std::uint32_t duration = Duration(states);
+    const std::uint32_t duration = ShutterTicks(states, m_duration);
     if (duration != 0 && *m_open_tick + duration <= now) {
         return Close(*m_open_tick + duration);
     }
@@ -112,13 +102,7 @@ std::optional<Tpx3Shutter::Closed> Tpx3Shutter::Advance(const std::vector<int>& 
 
 std::optional<Tpx3Shutter::Closed> Tpx3Shutter::SetInput(bool high, const std::vector<int>& states,
                                                          std::uint64_t now) {
-    // Bit 0 of SYNC_IO_ACT_LOW makes the low level the active one; edges are the active
-    // level's, judged as the input changes.
-    const bool active_low = m_polarity != kNone && (states[m_polarity] & 1) != 0;
-    const bool active = high != active_low;
-    const bool rising = active && !m_level;
-    const bool falling = !active && m_level;
-    m_level = active;
+    const auto [rising, falling] = m_input.Set(high, states);
     switch (m_armed) {
         case Input::kPulse:
             if (rising && !IsOpen()) {
@@ -167,11 +151,6 @@ Tpx3Shutter::Closed Tpx3Shutter::Close(std::uint64_t at) {
     // The ToA clock counts from its last sync; a sync during the exposure puts the opening
     // before its 0, where the clock's counter wrapped.
     return {open, at, open - m_toa_origin, at - m_toa_origin};
-}
-
-std::uint32_t Tpx3Shutter::Duration(const std::vector<int>& states) const {
-    // The host writes the low 32 bits of its tick count into the signed state.
-    return static_cast<std::uint32_t>(states[m_duration]);
 }
 
 }  // namespace ovex::vboard

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "ovex/vboard/item_tables.hpp"
+#include "trigger_input.hpp"
 
 namespace ovex::vboard {
 
@@ -67,7 +68,6 @@ private:
     // `timed`: TPX_SHUT_DUR closes it, unless 0.
     void Open(std::uint64_t now, bool timed);
     Closed Close(std::uint64_t at);
-    std::uint32_t Duration(const std::vector<int>& states) const;
 
     bool m_present = false;
     std::size_t m_immediate;
@@ -78,11 +78,10 @@ private:
     std::size_t m_pulse_input;
     std::size_t m_level_input;
     std::size_t m_edge_input;
-    std::size_t m_polarity;  // state; a board without it has an active-high input
 
     Input m_wiring = Input::kNone;  // the back end's last choice
     Input m_armed = Input::kNone;   // the external shutter, as armed
-    bool m_level = false;           // the trigger input, active or not
+    TriggerInput m_input;
     std::optional<std::uint64_t> m_open_tick;
     bool m_timed = false;            // TPX_SHUT_DUR closes the open shutter
     std::uint64_t m_toa_origin = 0;  // the board tick of the ToA clock's 0
