@@ -16,17 +16,12 @@ constexpr std::uint16_t kEndlessTransfers = 32;
 }  // namespace
 
 Tpx2Acquisition::Tpx2Acquisition(std::shared_ptr<IVectorDataProvider> provider)
-    : m_provider(std::move(provider)) {}
+    : VectorReadout(std::move(provider)) {}
 
 Tpx2Acquisition::~Tpx2Acquisition() {
-    {
-        // The run's end item releases the Consumer's wait.
-        std::lock_guard lock(m_mutex);
-        if (const auto ec = m_run.Stop(*m_provider, m_status)) {
-            OVEX_LOG_EC(log::kError, "Failed to abort the data readout - %s: %s", ec);
-        }
+    if (const auto ec = Shutdown()) {
+        OVEX_LOG_EC(log::kError, "Failed to abort the data readout - %s: %s", ec);
     }
-    m_consumer.Join();
 }
 
 std::error_code Tpx2Acquisition::SetPixelDepth(std::uint8_t depth) {
@@ -51,10 +46,6 @@ std::error_code Tpx2Acquisition::SetFrameCount(std::int64_t count) {
     }
     m_frame_count.store(count);
     return m_provider->Configure(count == 1 ? kSingleFrameTransfers : kEndlessTransfers);
-}
-
-bool Tpx2Acquisition::IsRunning() {
-    return m_consumer.Active() || (m_run.Owned() && m_provider->IsRunning());
 }
 
 std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t flags,
@@ -107,31 +98,8 @@ std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t 
     return {};
 }
 
-// The join is never made under m_mutex: the Consumer itself stops the run at its last frame.
-std::error_code Tpx2Acquisition::AwaitReadoutEnd(double seconds) {
-    if (m_consumer.IsCurrent()) {
-        // The data callback would wait for the thread it runs on.
-        OVEX_LOG_ERROR("%s can't await its own end from its data callback.", GetName());
-        return std::make_error_code(std::errc::resource_deadlock_would_occur);
-    }
-    if (m_consumer.Await(JoinLimit(seconds), [&] {
-            OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
-            StoreStatus(Abort(kAbortFromInside));
-        })) {
-        OVEX_LOG_INFO("%s successfully terminated.", GetName());
-    }
-    std::lock_guard lock(m_mutex);
-    return m_status;
-}
-
-std::error_code Tpx2Acquisition::Abort(AbortMode mode) {
-    std::lock_guard lock(m_mutex);
-    return m_run.Abort(mode, *m_provider, m_status);
-}
-
-void Tpx2Acquisition::StoreStatus(std::error_code status) {
-    std::lock_guard lock(m_mutex);
-    m_status = status;
+void Tpx2Acquisition::LogReadoutEnd() const {
+    OVEX_LOG_INFO("%s successfully terminated.", GetName());
 }
 
 void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {

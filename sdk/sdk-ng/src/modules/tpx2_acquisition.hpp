@@ -11,12 +11,11 @@
 #include <span>
 #include <vector>
 
-#include "impl/acquisition/consumer_thread.hpp"
 #include "impl/acquisition/data_provider.hpp"
 #include "impl/acquisition/frame_assembler.hpp"
-#include "impl/acquisition/owned_run.hpp"
 #include "impl/acquisition/tpx2_descramblers.hpp"
 #include "modules/acquisition.hpp"
+#include "modules/vector_readout.hpp"
 
 namespace ovex::sdk::acquisition {
 
@@ -32,7 +31,7 @@ struct Tpx2FrameStore {
 // Bit 1 of the start flags: unpack the frames; without it the client gets the raw bytes alone.
 inline constexpr std::uint32_t kDescrambleFrames = 2;
 
-class Tpx2Acquisition final : public IAcquisition {
+class Tpx2Acquisition final : public VectorReadout {
 public:
     explicit Tpx2Acquisition(std::shared_ptr<IVectorDataProvider> provider);
     ~Tpx2Acquisition() override;
@@ -40,14 +39,11 @@ public:
     const char* GetName() const override { return "Timepix 2 acquisition"; }
     std::error_code Start(const ChipInfo& chip_info, std::uint32_t flags,
                           const AcquisitionParams& params, Callback callback) override;
-    std::error_code AwaitReadoutEnd(double seconds) override;
     std::error_code SetPixelDepth(std::uint8_t depth) override;
-    std::error_code Abort(AbortMode mode) override;
     AcquisitionData GetData() override { return {&m_store, AcquisitionDataKind::kTpx2Frames}; }
     std::vector<RawSpan> GetRawData() override { return m_store.raw_spans; }
     // 1 keeps one transfer in flight; any other count 32. −1: until aborted.
     std::error_code SetFrameCount(std::int64_t count) override;
-    bool IsRunning() override;
     std::set<ovexsdk_chip_mode> GetSupportedModes() const override {
         return {EvCount8Bit, EvCount10Bit, EvCount14Bit, IToT10Bit, IToT14Bit};
     }
@@ -64,20 +60,16 @@ private:
     bool ConsumeBuffer(const Buffer& buffer, std::uint32_t flags, std::uint64_t pixels);
     void Unpack(std::span<const std::byte> frame, std::uint64_t pixels);
     void CallClient();
-    void StoreStatus(std::error_code status);
 
-    std::mutex m_mutex;  // guards Abort, the stored status and the run's stop
-    std::error_code m_status;
+    void LogReadoutEnd() const override;
+
     Callback m_callback;
-    std::shared_ptr<IVectorDataProvider> m_provider;
     Tpx2FrameStore m_store;
     std::atomic<std::int64_t> m_frame_count{0};
     std::int64_t m_remaining = 0;
     std::unique_ptr<FrameDescrambler> m_descrambler;
     FrameAssembler m_assembler;
     std::atomic<std::uint64_t> m_dropped{0};
-    ConsumerThread m_consumer;
-    OwnedRun m_run;
 };
 
 }  // namespace ovex::sdk::acquisition

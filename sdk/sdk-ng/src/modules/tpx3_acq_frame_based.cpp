@@ -9,23 +9,12 @@ namespace ovex::sdk::acquisition {
 
 Tpx3AcqFrameBased::Tpx3AcqFrameBased(Commands* commands,
                                      std::shared_ptr<IVectorDataProvider> provider)
-    : IAcquisition(
-          ModuleRequirements{
-              .commands = {{commands, {"TPX_T0_SYNC"}}}, .states = {}, .monitors = {}},
-          false),
-      m_provider(std::move(provider)) {}
+    : VectorReadout(std::move(provider),
+                    ModuleRequirements{
+                        .commands = {{commands, {"TPX_T0_SYNC"}}}, .states = {}, .monitors = {}}) {}
 
 Tpx3AcqFrameBased::~Tpx3AcqFrameBased() {
     Shutdown();
-}
-
-void Tpx3AcqFrameBased::Shutdown() {
-    {
-        // The run's end item releases the Consumer's wait.
-        std::lock_guard lock(m_mutex);
-        m_run.Stop(*m_provider, m_status);
-    }
-    m_consumer.Join();
 }
 
 std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uint32_t flags,
@@ -69,10 +58,6 @@ std::error_code Tpx3AcqFrameBased::Start(const ChipInfo& /*chip_info*/, std::uin
     return {};
 }
 
-bool Tpx3AcqFrameBased::IsRunning() {
-    return m_consumer.Active() || (m_run.Owned() && m_provider->IsRunning());
-}
-
 std::error_code Tpx3AcqFrameBased::SetPixelDepth(std::uint8_t depth) {
     return CheckTimepix3Depth(depth, GetName());
 }
@@ -90,31 +75,8 @@ bool Tpx3AcqFrameBased::IsMoreDataExpected(std::span<const std::byte> buffer) {
     return buffer.size() >= FrameBufferSize || m_continuous.load();
 }
 
-// The join is never made under m_mutex: the Consumer itself aborts at the end of a readout.
-std::error_code Tpx3AcqFrameBased::AwaitReadoutEnd(double seconds) {
-    if (m_consumer.IsCurrent()) {
-        // The data callback would wait for the thread it runs on.
-        OVEX_LOG_ERROR("%s can't await its own end from its data callback.", GetName());
-        return std::make_error_code(std::errc::resource_deadlock_would_occur);
-    }
-    if (m_consumer.Await(JoinLimit(seconds), [&] {
-            OVEX_LOG_WARN("%s timed-out after %g seconds.", GetName(), seconds);
-            StoreStatus(Abort(kAbortFromInside));
-        })) {
-        OVEX_LOG_INFO("All data received for %s.", GetName());
-    }
-    std::lock_guard lock(m_mutex);
-    return m_status;
-}
-
-std::error_code Tpx3AcqFrameBased::Abort(AbortMode mode) {
-    std::lock_guard lock(m_mutex);
-    return m_run.Abort(mode, *m_provider, m_status);
-}
-
-void Tpx3AcqFrameBased::StoreStatus(std::error_code status) {
-    std::lock_guard lock(m_mutex);
-    m_status = status;
+void Tpx3AcqFrameBased::LogReadoutEnd() const {
+    OVEX_LOG_INFO("All data received for %s.", GetName());
 }
 
 void Tpx3AcqFrameBased::Consume() {

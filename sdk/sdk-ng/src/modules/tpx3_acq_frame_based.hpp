@@ -13,15 +13,14 @@
 #include <span>
 #include <vector>
 
-#include "impl/acquisition/consumer_thread.hpp"
 #include "impl/acquisition/data_provider.hpp"
-#include "impl/acquisition/owned_run.hpp"
 #include "modules/acquisition.hpp"
+#include "modules/vector_readout.hpp"
 #include "tpx3_toa_extension/utils/packet_unpack.hpp"
 
 namespace ovex::sdk::acquisition {
 
-class Tpx3AcqFrameBased : public IAcquisition {
+class Tpx3AcqFrameBased : public VectorReadout {
 public:
     // The transfer size: a frame in which every pixel is hit (65536 packets) fits one transfer,
     // so a whole frame always ends with a short one.
@@ -32,12 +31,9 @@ public:
 
     std::error_code Start(const ChipInfo& chip_info, std::uint32_t flags,
                           const AcquisitionParams& params, Callback callback) override;
-    std::error_code AwaitReadoutEnd(double seconds) override;
     std::error_code SetPixelDepth(std::uint8_t depth) override;
-    std::error_code Abort(AbortMode mode) override;
     std::vector<RawSpan> GetRawData() override;
     std::error_code SetFrameCount(std::int64_t count) override;
-    bool IsRunning() override;
     ovexsdk_acq_process_mode GetProcessMode() const override { return DefaultProcessing; }
 
     // False once the block ends the readout: a short transfer, unless the readout is continuous.
@@ -46,29 +42,19 @@ public:
     // Throws std::domain_error for a packet that has no place in a frame.
     virtual bool ProcessBuffer(std::span<const std::byte> buffer) = 0;
 
-protected:
-    // Stops this module's transfers and joins the Consumer. The final classes call it first
-    // thing in their destructors, while the Consumer can still reach their records.
-    void Shutdown();
-
 private:
     using Buffer = std::shared_ptr<std::vector<std::byte>>;
 
     void Consume();
     void ConsumeBuffer(const Buffer& buffer);
-    void StoreStatus(std::error_code status);
+    void LogReadoutEnd() const override;
 
     // The raw spans of the current callback and the transfers that hold their bytes.
     std::vector<RawSpan> m_raw;
     std::vector<Buffer> m_raw_buffers;
-    std::mutex m_mutex;  // guards Abort, the stored status and the run's stop
-    std::error_code m_status;
     Callback m_callback;
     bool m_keep_raw = false;
-    std::shared_ptr<IVectorDataProvider> m_provider;
-    ConsumerThread m_consumer;
     std::atomic<bool> m_continuous{false};
-    OwnedRun m_run;
 };
 
 // A frame-based mode whose records the sink `Unpack` makes from a block.
