@@ -4,6 +4,9 @@
 
 namespace ovex::sdk::acquisition {
 
+VectorReadout::VectorReadout(std::shared_ptr<IVectorDataProvider> provider)
+    : m_provider(std::move(provider)) {}
+
 VectorReadout::VectorReadout(std::shared_ptr<IVectorDataProvider> provider,
                              ModuleRequirements requirements)
     : IAcquisition(std::move(requirements), false), m_provider(std::move(provider)) {}

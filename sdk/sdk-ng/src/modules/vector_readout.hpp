@@ -25,8 +25,9 @@ public:
     bool IsRunning() override;
 
 protected:
-    VectorReadout(std::shared_ptr<IVectorDataProvider> provider,
-                  ModuleRequirements requirements = {});
+    // A module that needs no items of the board.
+    explicit VectorReadout(std::shared_ptr<IVectorDataProvider> provider);
+    VectorReadout(std::shared_ptr<IVectorDataProvider> provider, ModuleRequirements requirements);
 
     // The line of a readout that ended within the wait.
     virtual void LogReadoutEnd() const = 0;
