@@ -8,6 +8,7 @@
 #include <utility>
 #include <variant>
 
+#include "modules/chip_readback.hpp"
 #include "modules/chip_support.hpp"
 #include "modules/tpx2_matrix.hpp"
 #include "ovex/log/log.hpp"
@@ -26,11 +27,6 @@ constexpr double kBlockWriteTimeout = 1.0;
 // The board takes this long to move a block between the endpoint and the chip.
 constexpr std::chrono::milliseconds kMatrixSettle{10};
 constexpr std::uint8_t kWriteMatrixCode = 3;
-// A half matrix is small enough for one transfer; the board ends it within this time.
-constexpr std::uint32_t kReadbackQueue = 1;
-constexpr std::uint32_t kReadbackTransferSize = 32768;
-constexpr double kReadbackTimeout = 1.0;
-constexpr std::chrono::milliseconds kReadbackWait{1000};
 
 struct HalfMatrix {
     std::uint8_t id;  // the byte of TPX_READ_MATRIX
@@ -47,15 +43,6 @@ ModuleRequirements ChipItems(Commands* commands, States* states) {
                                "TPX_PRC_BYPASS", "TPX_OPMODE"}}};
     requirements.states = {{states, {"TPX_CHIP_ID", "TPX_SHUT_DUR"}}};
     return requirements;
-}
-
-usb::device::UsbBulkEp* FindBulkEndpoint(usb::device::UsbDevice* device, std::uint8_t address) {
-    auto* endpoint =
-        device != nullptr ? device->FindEndpoint<usb::device::UsbBulkEp>(address) : nullptr;
-    if (endpoint == nullptr) {
-        OVEX_LOG_ERROR("BUG: Device doesn't have endpoint 0x%02X.", address);
-    }
-    return endpoint;
 }
 
 }  // namespace
@@ -172,36 +159,20 @@ std::error_code Timepix2::ReadHalfMatrix(std::uint8_t id, const char* name,
     if (endpoint == nullptr) {
         return std::make_error_code(std::errc::no_such_device_or_address);
     }
-    if (const auto ec = endpoint->ClearHalt()) {
-        OVEX_LOG_EC(log::kWarning, "Failed to reset the data ingress endpoint - %s: %s.", ec);
-    }
     const auto producer = std::make_shared<CfgDataProducer>(tpx2::kHalfMatrixSize);
-    auto started =
-        endpoint->ReadPerpetual(kReadbackQueue, kReadbackTransferSize, producer, kReadbackTimeout);
-    if (const auto* ec = std::get_if<std::error_code>(&started)) {
-        OVEX_LOG_EC(log::kError, "Failed to start async transfer - %s: %s.", *ec);
-        OVEX_LOG_EC(log::kError, "Failed to start the %s matrix data readout - %s: %s.", *ec, name);
-        return *ec;
-    }
-    // Leaving early drops the state, which aborts and collects the transfer.
-    auto& transfer = std::get<usb::device::AsyncState>(started);
-    if (const auto ec =
-            BoardCommands().Invoke("TPX_READ_MATRIX", std::span<const std::uint8_t>(&id, 1))) {
-        const auto what = fmt::format("Failed to trigger {} matrix readout", name);
-        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
-        return ec;
-    }
-    if (!producer->WaitDelivered(std::chrono::steady_clock::now() + kReadbackWait)) {
-        OVEX_LOG_ERROR("Waiting for configuration matrix data timed-out.");
-        if (const auto ec = transfer.Abort()) {
-            OVEX_LOG_EC(log::kError, "Failed to abort the transfer - %s: %s", ec);
+    const auto trigger = [&]() -> std::error_code {
+        const auto ec =
+            BoardCommands().Invoke("TPX_READ_MATRIX", std::span<const std::uint8_t>(&id, 1));
+        if (ec) {
+            const auto what = fmt::format("Failed to trigger {} matrix readout", name);
+            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, what.c_str());
         }
-    }
-    const usb::device::UsbResult result = transfer.Future().get();
-    if (result.error) {
-        OVEX_LOG_EC(log::kError, "Readout of configuration matrix data failed - %s: %s.",
-                    result.error);
-        return result.error;
+        return ec;
+    };
+    if (const auto ec = ReadBackChip(
+            {*endpoint, producer, fmt::format("Failed to start the {} matrix data readout", name),
+             trigger, [&](auto deadline) { return producer->WaitDelivered(deadline); }})) {
+        return ec;
     }
     data = producer->TakeData();
     if (data.size() != tpx2::kHalfMatrixSize) {

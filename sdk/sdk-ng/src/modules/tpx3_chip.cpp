@@ -9,6 +9,7 @@
 #include <new>
 #include <variant>
 
+#include "modules/chip_readback.hpp"
 #include "modules/chip_support.hpp"
 #include "modules/tpx3_matrix.hpp"
 #include "modules/tpx3_thld_ctrl.hpp"
@@ -23,11 +24,6 @@ constexpr std::uint8_t kDataEndpoint = 0x81;
 constexpr std::size_t kDoubleColumns = 128;
 constexpr std::size_t kDoubleColumnSize = tpx3::kPackedSize / kDoubleColumns;
 constexpr std::uint8_t kDefaultPixel = 0x10;  // unmasked, trim 8, test bit off
-// The read-back is small enough for one transfer; the board ends it within this time.
-constexpr std::uint32_t kReadbackQueue = 1;
-constexpr std::uint32_t kReadbackTransferSize = 32768;
-constexpr double kReadbackTimeout = 1.0;
-constexpr std::chrono::milliseconds kReadbackWait{1000};
 
 ModuleRequirements ChipItems(Commands* commands, States* states) {
     OVEX_CHECK(commands != nullptr, "BUG: Device commands are unavailable.");
@@ -195,43 +191,23 @@ std::error_code Timepix3::WriteMatrix(std::span<const std::uint8_t> data) {
 }
 
 std::error_code Timepix3::ReadMatrix(std::vector<std::uint8_t>& out) {
-    auto* endpoint = m_device != nullptr
-                         ? m_device->FindEndpoint<usb::device::UsbBulkEp>(kDataEndpoint)
-                         : nullptr;
+    auto* endpoint = FindBulkEndpoint(m_device, kDataEndpoint);
     if (endpoint == nullptr) {
-        OVEX_LOG_ERROR("BUG: Device doesn't have endpoint 0x%02X.", kDataEndpoint);
         return std::make_error_code(std::errc::no_such_device);
     }
-    if (const auto ec = endpoint->ClearHalt()) {
-        OVEX_LOG_EC(log::kWarning, "Failed to reset the data ingress endpoint - %s: %s.", ec);
-    }
     const auto producer = std::make_shared<ReadbackProducer>();
-    auto started =
-        endpoint->ReadPerpetual(kReadbackQueue, kReadbackTransferSize, producer, kReadbackTimeout);
-    if (const auto* ec = std::get_if<std::error_code>(&started)) {
-        OVEX_LOG_EC(log::kError, "Failed to start async transfer - %s: %s.", *ec);
-        OVEX_LOG_EC(log::kError, "Failed to start the configuration matrix data readout - %s: %s.",
-                    *ec);
-        return *ec;
-    }
-    // Leaving early drops the state, which aborts and collects the transfer.
-    auto& transfer = std::get<usb::device::AsyncState>(started);
-    if (const auto ec = BoardCommands().Invoke("TPX_READ_PXCONF")) {
-        OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
-                    "Failed to trigger configuration matrix readout");
-        return ec;
-    }
-    if (!producer->WaitComplete(std::chrono::steady_clock::now() + kReadbackWait)) {
-        OVEX_LOG_ERROR("Waiting for configuration matrix data timed-out.");
-        if (const auto ec = transfer.Abort()) {
-            OVEX_LOG_EC(log::kError, "Failed to abort the transfer - %s: %s", ec);
+    const auto trigger = [&]() -> std::error_code {
+        const auto ec = BoardCommands().Invoke("TPX_READ_PXCONF");
+        if (ec) {
+            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
+                        "Failed to trigger configuration matrix readout");
         }
-    }
-    const usb::device::UsbResult result = transfer.Future().get();
-    if (result.error) {
-        OVEX_LOG_EC(log::kError, "Readout of configuration matrix data failed - %s: %s.",
-                    result.error);
-        return result.error;
+        return ec;
+    };
+    if (const auto ec = ReadBackChip(
+            {*endpoint, producer, "Failed to start the configuration matrix data readout", trigger,
+             [&](auto deadline) { return producer->WaitComplete(deadline); }})) {
+        return ec;
     }
     const auto received = producer->Received();
     if (received.size() != tpx3::kReadbackSize) {
