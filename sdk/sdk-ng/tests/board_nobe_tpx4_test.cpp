@@ -16,15 +16,6 @@ namespace {
 
 class OtherBoards : public ChipSession {
 protected:
-    // A board of `kind` whose data endpoint sends only what its chip reads out.
-    ovexsdk_err_code OpenQuiet(vboard::BoardKind kind,
-                               std::optional<vboard::ItemTables> tables = std::nullopt) {
-        vboard::VirtualBoard::Settings settings;
-        settings.kind = kind;
-        settings.tables = std::move(tables);
-        settings.stream.total_bytes = 0;
-        return OpenBoard(std::move(settings));
-    }
     // The monitor's value by its name; nothing if there is none or it has no value.
     std::optional<float> Monitor(const std::string& name) {
         std::uint32_t count = 0;

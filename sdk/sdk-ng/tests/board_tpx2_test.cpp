@@ -70,10 +70,7 @@ void OnFrames(ovexsdk_dev_ctx* ctx, void* user) {
 class Tpx2Session : public ChipSession {
 protected:
     void OpenPoweredKind(vboard::BoardKind kind) {
-        vboard::VirtualBoard::Settings settings;
-        settings.kind = kind;
-        settings.stream.total_bytes = 0;
-        ASSERT_EQ(OpenBoard(std::move(settings)), OVEXSDK_OK);
+        ASSERT_EQ(OpenQuiet(kind), OVEXSDK_OK);
         ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_OK);
         vboard::HitModel beam;
         beam.spot_x = 200;

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -94,11 +95,20 @@ protected:
     // A Timepix3 board, open, both units powered up. Its data endpoint sends only what the chip
     // reads back.
     void OpenPowered() {
-        vboard::VirtualBoard::Settings settings;
-        settings.stream.total_bytes = 0;
-        ASSERT_EQ(OpenBoard(std::move(settings)), OVEXSDK_OK);
+        ASSERT_EQ(OpenQuiet(vboard::BoardKind::kTimepix3), OVEXSDK_OK);
         ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_OK);
         ClearJournal();
+    }
+
+    // Adds a board of `kind` (with other items if given) whose data endpoint sends only what its
+    // chip reads out, and opens it.
+    ovexsdk_err_code OpenQuiet(vboard::BoardKind kind,
+                               std::optional<vboard::ItemTables> tables = std::nullopt) {
+        vboard::VirtualBoard::Settings settings;
+        settings.kind = kind;
+        settings.tables = std::move(tables);
+        settings.stream.total_bytes = 0;
+        return OpenBoard(std::move(settings));
     }
 
     int State(const char* name) { return Engine().StateValue(name); }
