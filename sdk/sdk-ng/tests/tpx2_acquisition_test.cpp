@@ -312,6 +312,13 @@ TEST_F(Tpx2AcquisitionTest, StartNeedsCountAndDepthAndNeitherChangesDuringTheRea
     EXPECT_EQ(log.Count(log::kError, "Data descrambler not selected. Chip mode not configured?"),
               1);
     ASSERT_FALSE(acquisition.SetPixelDepth(1));
+    // A chip without pixels makes no frame: nothing starts.
+    chip.pixel_count = 0;
+    EXPECT_EQ(Start(), std::errc::invalid_argument);
+    EXPECT_EQ(log.Count(log::kError, "Cannot start Timepix 2 acquisition: the chip has no pixels."),
+              1);
+    EXPECT_EQ(provider->run.starts, 0);
+    chip.pixel_count = kPixels;
     EXPECT_EQ(acquisition.SetPixelDepth(3), std::errc::not_supported);
     EXPECT_EQ(log.Count(log::kError, "Unknown/unrecognized pixel depth setting."), 1);
     provider->start_error = std::make_error_code(std::errc::no_such_device);
