@@ -1,0 +1,12 @@
+#include "commands.hpp"
+
+namespace ovex::cli {
+
+std::span<const Command> Commands() {
+    static const Command commands[] = {
+        {kListText, RunList},
+    };
+    return commands;
+}
+
+}  // namespace ovex::cli

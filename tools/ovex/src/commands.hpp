@@ -1,0 +1,21 @@
+// The subcommands of `ovex`: each takes its words and returns the process's exit code.
+#pragma once
+
+#include <span>
+
+#include "cli.hpp"
+
+namespace ovex::cli {
+
+struct Command {
+    const CommandText& text;
+    int (*run)(Args& args);
+};
+
+extern const CommandText kListText;
+int RunList(Args& args);
+
+// Every subcommand in the order `ovex --help` lists them.
+std::span<const Command> Commands();
+
+}  // namespace ovex::cli
