@@ -785,8 +785,8 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_chip_configure_from_string(ovexsdk_dev_ctx*
  * ctx   [in] the context.
  * mode  [in] one of the modes that ovexsdk_chip_get_info lists for the chip.
  *
- * A pipeline set before a later step fails keeps its new depth; a chip that fails to take a
- * mode has none (Unknown) afterwards.
+ * A pipeline set before a later step fails keeps its new depth. A chip whose board refuses the
+ * mode has none (Unknown) afterwards; a mode the chip doesn't support leaves its mode as it was.
  *
  * Returns:
  * - OVEXSDK_OK: the mode is set.
