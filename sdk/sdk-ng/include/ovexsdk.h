@@ -484,7 +484,8 @@ OVEXSDK_API ovexsdk_err_code ovexsdk_ctx_release(ovexsdk_dev_ctx* ctx);
  *
  * The first `*info_count` boards of the list are read. A board whose identity can't be read is
  * skipped with a warning and takes no element, so fewer may be filled although more boards are
- * attached. A longer list is cut with a warning.
+ * attached, and the boards behind it stand one place earlier than their "usb:ix:N" index. A
+ * longer list is cut with a warning.
  *
  * Returns:
  * - OVEXSDK_OK: also when the list was cut.
