@@ -3,9 +3,14 @@
 namespace ovex::cli {
 
 std::span<const Command> Commands() {
+    // One command a line, so that adding one touches one line.
+    // clang-format off
     static const Command commands[] = {
         {kListText, RunList},
+        {kInfoText, RunInfo},
+        {kPowerText, RunPower},
     };
+    // clang-format on
     return commands;
 }
 

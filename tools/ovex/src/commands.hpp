@@ -14,6 +14,10 @@ struct Command {
 
 extern const CommandText kListText;
 int RunList(Args& args);
+extern const CommandText kInfoText;
+int RunInfo(Args& args);
+extern const CommandText kPowerText;
+int RunPower(Args& args);
 
 // Every subcommand in the order `ovex --help` lists them.
 std::span<const Command> Commands();
