@@ -9,6 +9,7 @@ std::span<const Command> Commands() {
         {kListText, RunList},
         {kInfoText, RunInfo},
         {kPowerText, RunPower},
+        {kScriptText, RunScript},
     };
     // clang-format on
     return commands;

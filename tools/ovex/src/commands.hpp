@@ -18,6 +18,8 @@ extern const CommandText kInfoText;
 int RunInfo(Args& args);
 extern const CommandText kPowerText;
 int RunPower(Args& args);
+extern const CommandText kScriptText;
+int RunScript(Args& args);
 
 // Every subcommand in the order `ovex --help` lists them.
 std::span<const Command> Commands();
