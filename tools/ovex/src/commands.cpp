@@ -10,6 +10,7 @@ std::span<const Command> Commands() {
         {kInfoText, RunInfo},
         {kPowerText, RunPower},
         {kScriptText, RunScript},
+        {kMonitorText, RunMonitor},
     };
     // clang-format on
     return commands;

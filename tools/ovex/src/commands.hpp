@@ -20,6 +20,8 @@ extern const CommandText kPowerText;
 int RunPower(Args& args);
 extern const CommandText kScriptText;
 int RunScript(Args& args);
+extern const CommandText kMonitorText;
+int RunMonitor(Args& args);
 
 // Every subcommand in the order `ovex --help` lists them.
 std::span<const Command> Commands();
