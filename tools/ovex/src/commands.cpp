@@ -11,6 +11,8 @@ std::span<const Command> Commands() {
         {kPowerText, RunPower},
         {kScriptText, RunScript},
         {kMonitorText, RunMonitor},
+        {kFlashText, RunFlash},
+        {kEepromText, RunEeprom},
     };
     // clang-format on
     return commands;
