@@ -72,9 +72,11 @@ std::string Number(double value) {
     return text;
 }
 
-// The number a getter gave, or "-" when it gave none.
-std::string NumberOr(ovexsdk_err_code result, double value) {
-    return result == OVEXSDK_OK ? Number(value) : "-";
+// What a getter of the library reads, or "-" when it reads nothing.
+template <typename Value, typename Getter>
+std::string Reading(Getter get) {
+    Value value{};
+    return get(&value) == OVEXSDK_OK ? Number(static_cast<double>(value)) : "-";
 }
 
 void PrintIdentity(ovexsdk_dev_ctx* ctx) {
@@ -149,11 +151,12 @@ void PrintChips(ovexsdk_dev_ctx* ctx) {
                                       ? "polarity " + std::to_string(settings[chip].polarity) +
                                             ", mode " + ModeName(settings[chip].mode)
                                       : "-");
-        float kev = 0;
-        std::uint32_t raw = 0;
-        const std::string now = NumberOr(ovexsdk_chip_get_thld(ctx, chip, &kev), kev) +
-                                " keV (raw " +
-                                NumberOr(ovexsdk_chip_get_raw_thld(ctx, chip, &raw), raw) + ")";
+        const std::string now =
+            Reading<float>([&](float* kev) { return ovexsdk_chip_get_thld(ctx, chip, kev); }) +
+            " keV (raw " + Reading<std::uint32_t>([&](std::uint32_t* raw) {
+                return ovexsdk_chip_get_raw_thld(ctx, chip, raw);
+            }) +
+            ")";
         if (have_thresholds && chip < threshold_count) {
             const ovexsdk_chip_thld_info& thld = thresholds[chip];
             PrintField("   threshold",
@@ -174,12 +177,13 @@ void PrintBias(ovexsdk_dev_ctx* ctx) {
     Check(ovexsdk_bias_get_info(ctx, infos.data(), &count), "ovexsdk_bias_get_info");
     std::printf("bias supplies\n");
     for (std::uint8_t id = 0; id < count; ++id) {
-        float desired = 0;
-        float actual = 0;
+        const std::string desired =
+            Reading<float>([&](float* value) { return ovexsdk_bias_get_desired(ctx, id, value); });
+        const std::string actual =
+            Reading<float>([&](float* value) { return ovexsdk_bias_get_actual(ctx, id, value); });
         std::printf("  %u  %g .. %g V  set %s V  measured %s V\n", id,
                     static_cast<double>(infos[id].minimum), static_cast<double>(infos[id].maximum),
-                    NumberOr(ovexsdk_bias_get_desired(ctx, id, &desired), desired).c_str(),
-                    NumberOr(ovexsdk_bias_get_actual(ctx, id, &actual), actual).c_str());
+                    desired.c_str(), actual.c_str());
     }
 }
 
@@ -192,12 +196,13 @@ void PrintTemperature(ovexsdk_dev_ctx* ctx) {
     std::printf("temperature controllers\n");
     for (std::uint8_t id = 0; id < filled; ++id) {
         const char* unit = infos[id].unit == 2 ? "%" : "C";
-        float desired = 0;
-        float actual = 0;
+        const std::string desired =
+            Reading<float>([&](float* value) { return ovexsdk_temp_get_desired(ctx, id, value); });
+        const std::string actual =
+            Reading<float>([&](float* value) { return ovexsdk_temp_get_actual(ctx, id, value); });
         std::printf("  %u  %g .. %g %s  set %s  measured %s\n", id,
                     static_cast<double>(infos[id].minimum), static_cast<double>(infos[id].maximum),
-                    unit, NumberOr(ovexsdk_temp_get_desired(ctx, id, &desired), desired).c_str(),
-                    NumberOr(ovexsdk_temp_get_actual(ctx, id, &actual), actual).c_str());
+                    unit, desired.c_str(), actual.c_str());
     }
 }
 
