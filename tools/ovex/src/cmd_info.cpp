@@ -1,4 +1,5 @@
 // `ovex info`: everything the library tells about one board, section by section.
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>

@@ -6,7 +6,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 
 #include "hex_dump.hpp"
 #include "name_lookup.hpp"
