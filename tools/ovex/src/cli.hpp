@@ -21,7 +21,7 @@ enum ExitCode : int {
     kExitNoDevice = 3,      // no board at the locator, or it went away
     kExitBusy = 4,          // the board is in use, or already in the state asked for
     kExitFile = 5,          // a file could not be read or written
-    kExitInterrupted = 130  // Ctrl-C ended an acquisition early; its files are complete
+    kExitInterrupted = 130  // Ctrl-C ended a command early; an acquisition's files are complete
 };
 
 // A command line the tool can't run: the message, then the command's usage, exit code 2.

@@ -3,9 +3,18 @@
 namespace ovex::cli {
 
 std::span<const Command> Commands() {
+    // One command a line, so that adding one touches one line.
+    // clang-format off
     static const Command commands[] = {
         {kListText, RunList},
+        {kInfoText, RunInfo},
+        {kPowerText, RunPower},
+        {kScriptText, RunScript},
+        {kMonitorText, RunMonitor},
+        {kFlashText, RunFlash},
+        {kEepromText, RunEeprom},
     };
+    // clang-format on
     return commands;
 }
 

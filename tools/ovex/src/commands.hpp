@@ -14,6 +14,18 @@ struct Command {
 
 extern const CommandText kListText;
 int RunList(Args& args);
+extern const CommandText kInfoText;
+int RunInfo(Args& args);
+extern const CommandText kPowerText;
+int RunPower(Args& args);
+extern const CommandText kScriptText;
+int RunScript(Args& args);
+extern const CommandText kMonitorText;
+int RunMonitor(Args& args);
+extern const CommandText kFlashText;
+int RunFlash(Args& args);
+extern const CommandText kEepromText;
+int RunEeprom(Args& args);
 
 // Every subcommand in the order `ovex --help` lists them.
 std::span<const Command> Commands();

@@ -17,7 +17,7 @@ constexpr std::string_view kExitCodes =
     "  3    no board at the locator, or it went away\n"
     "  4    the board is busy: in use, or already in the state asked for\n"
     "  5    a file could not be read or written\n"
-    "  130  Ctrl-C ended an acquisition early; what it wrote is complete\n";
+    "  130  Ctrl-C ended a command early; what an acquisition wrote is complete\n";
 
 void PrintOverview(std::FILE* out) {
     const ovexsdk_version* version = ovexsdk_version_get();
