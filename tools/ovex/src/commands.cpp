@@ -5,6 +5,7 @@ namespace ovex::cli {
 std::span<const Command> Commands() {
     static const Command commands[] = {
         {kListText, RunList},
+        {kAcquireText, RunAcquire},
     };
     return commands;
 }

@@ -15,6 +15,9 @@ struct Command {
 extern const CommandText kListText;
 int RunList(Args& args);
 
+extern const CommandText kAcquireText;
+int RunAcquire(Args& args);
+
 // Every subcommand in the order `ovex --help` lists them.
 std::span<const Command> Commands();
 
