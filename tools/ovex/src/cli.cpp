@@ -1,10 +1,12 @@
 #include "cli.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace ovex::cli {
 
@@ -155,6 +157,30 @@ std::uint64_t ParseCount(std::string_view text, std::string_view what, std::uint
                          " to " + std::to_string(max) + ", not '" + std::string(text) + "'");
     }
     return value;
+}
+
+std::string ReadTextFile(const std::string& path) {
+    std::FILE* in = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
+    if (in == nullptr) {
+        throw CommandError(kExitFile, "cannot read " + path + ": " + std::strerror(errno));
+    }
+    std::string text;
+    char block[65536];
+    std::size_t read = 0;
+    while ((read = std::fread(block, 1, sizeof block, in)) > 0) {
+        text.append(block, read);
+    }
+    const int error = std::ferror(in) != 0 ? errno : 0;
+    if (in != stdin) {
+        std::fclose(in);
+    }
+    if (error != 0) {
+        throw CommandError(kExitFile, "cannot read " + path + ": " + std::strerror(error));
+    }
+    if (text.find('\0') != std::string::npos) {
+        throw CommandError(kExitFile, path + " is no text file: it holds a zero byte");
+    }
+    return text;
 }
 
 std::string LocatorOf(std::string_view text) {

@@ -90,6 +90,10 @@ private:
 std::uint64_t ParseCount(std::string_view text, std::string_view what, std::uint64_t min,
                          std::uint64_t max);
 
+// The whole text of a file ("-": standard input), which the library takes as a C string: one
+// that can't be read, or that holds a zero byte, ends the command with kExitFile.
+std::string ReadTextFile(const std::string& path);
+
 // "usb:ix:N" and "usb:sn:SERIAL" stand as they are; a bare number is an index, anything else a
 // serial number.
 std::string LocatorOf(std::string_view text);

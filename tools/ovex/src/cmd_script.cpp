@@ -1,5 +1,4 @@
 // `ovex script`: runs a Lua file on a board in the library's interpreter.
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -34,40 +33,11 @@ const CommandText kScriptText = {
     "  ovex script 0 setup.lua\n"
     "  echo 'print(Usb.VendorCmd.Versions.new(device):get_value(\"FX3_FW\"))' | ovex script 0 -\n"};
 
-namespace {
-
-std::string ReadScript(const std::string& file) {
-    std::FILE* in = file == "-" ? stdin : std::fopen(file.c_str(), "rb");
-    if (in == nullptr) {
-        throw CommandError(kExitFile, "cannot read " + file + ": " + std::strerror(errno));
-    }
-    std::string text;
-    char block[65536];
-    std::size_t read = 0;
-    while ((read = std::fread(block, 1, sizeof block, in)) > 0) {
-        text.append(block, read);
-    }
-    const int error = std::ferror(in) != 0 ? errno : 0;
-    if (in != stdin) {
-        std::fclose(in);
-    }
-    if (error != 0) {
-        throw CommandError(kExitFile, "cannot read " + file + ": " + std::strerror(error));
-    }
-    // The library takes the script as a C string.
-    if (text.find('\0') != std::string::npos) {
-        throw CommandError(kExitFile, file + " is no script: it holds a zero byte");
-    }
-    return text;
-}
-
-}  // namespace
-
 int RunScript(Args& args) {
     const std::string locator = LocatorOf(args.Positional("LOCATOR"));
     const std::string file = args.Positional("FILE");
     args.Finish();
-    const std::string text = ReadScript(file);
+    const std::string text = ReadTextFile(file);
 
     Session session(locator, args.Verbosity());
     session.Open();

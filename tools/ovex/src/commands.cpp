@@ -11,6 +11,7 @@ std::span<const Command> Commands() {
         {kPowerText, RunPower},
         {kScriptText, RunScript},
         {kMonitorText, RunMonitor},
+        {kAcquireText, RunAcquire},
         {kFlashText, RunFlash},
         {kEepromText, RunEeprom},
     };

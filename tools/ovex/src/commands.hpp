@@ -27,6 +27,9 @@ int RunFlash(Args& args);
 extern const CommandText kEepromText;
 int RunEeprom(Args& args);
 
+extern const CommandText kAcquireText;
+int RunAcquire(Args& args);
+
 // Every subcommand in the order `ovex --help` lists them.
 std::span<const Command> Commands();
 

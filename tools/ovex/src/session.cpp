@@ -18,17 +18,21 @@ int ThresholdOf(int verbosity) {
 
 // Runs on the context's logger thread; the line ends in a line feed.
 void PrintLine(const char* text, ovexsdk_log_severity severity, void* param) {
-    if (static_cast<int>(severity) <= *static_cast<const int*>(param)) {
+    const auto& route = *static_cast<const Session::LogRoute*>(param);
+    if (route.watcher != nullptr) {
+        route.watcher->OnLine(text, severity);
+    }
+    if (static_cast<int>(severity) <= route.threshold) {
         std::fputs(text, stderr);
     }
 }
 
 }  // namespace
 
-Session::Session(const std::string& locator, int verbosity)
+Session::Session(const std::string& locator, int verbosity, LogWatcher* watcher)
     : m_locator(locator),
       m_ctx(std::make_unique<ovexsdk_dev_ctx>()),
-      m_verbosity(ThresholdOf(verbosity)) {
+      m_route{ThresholdOf(verbosity), watcher} {
     const ovexsdk_err_code created = ovexsdk_ctx_create(m_ctx.get(), m_locator.c_str());
     if (created == OVEXSDK_ERR_INVALID) {
         throw UsageError("'" + m_locator + "' is no locator: usb:ix:N, usb:sn:SERIAL, N or SERIAL");
@@ -36,7 +40,7 @@ Session::Session(const std::string& locator, int verbosity)
     Check(created, "ovexsdk_ctx_create");
     m_created = true;
     const ovexsdk_log_fmt format = {false, false, true, true};
-    Check(ovexsdk_log_set_cb(m_ctx.get(), PrintLine, &format, &m_verbosity), "ovexsdk_log_set_cb");
+    Check(ovexsdk_log_set_cb(m_ctx.get(), PrintLine, &format, &m_route), "ovexsdk_log_set_cb");
 }
 
 Session::~Session() {
