@@ -59,7 +59,7 @@ void MonitorView::OnAvailability(std::size_t monitor, bool available, std::uint3
     if (!Admit(row, true)) {
         return;
     }
-    row.value = "-";
+    row.value.assign(1, '-');  // operator=("-") trips a false -Wrestrict of GCC 12 at -O3
     row.flags.clear();
     row.timestamp = timestamp;
     Show(monitor, row);

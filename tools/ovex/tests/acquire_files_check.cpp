@@ -100,6 +100,14 @@ std::vector<Hit> CheckedHits(const char* npy_name, const char* summary_name) {
     return HitsOf(npy);
 }
 
+// A whole 256 x 256 picture whose brightest pixel lies in the beam spot.
+void ExpectSpotImage(const char* name) {
+    const auto image = ReadPng(PathOf(name));
+    EXPECT_EQ(image.width, 256u);
+    EXPECT_EQ(image.height, 256u);
+    ExpectInSpot(BrightestPixel(image), "the image's brightest pixel");
+}
+
 TEST(AcquireDataDriven, TheRecordsAreThoseCountedAndTheHitsFallInTheBeamSpot) {
     const std::vector<Hit> hits = CheckedHits("X.npy", "X.summary");
     ASSERT_GT(hits.size(), 100000u) << "2e5 hits/s for a second";
@@ -116,10 +124,7 @@ TEST(AcquireDataDriven, TheRecordsAreThoseCountedAndTheHitsFallInTheBeamSpot) {
     const auto hottest = std::max_element(map.begin(), map.end()) - map.begin();
     ExpectInSpot(static_cast<std::uint32_t>(hottest), "the hottest pixel of the records");
 
-    const auto image = ReadPng(PathOf("X.png"));
-    EXPECT_EQ(image.width, 256u);
-    EXPECT_EQ(image.height, 256u);
-    ExpectInSpot(BrightestPixel(image), "the image's brightest pixel");
+    ExpectSpotImage("X.png");
 }
 
 // The replay plays the raw file from its start, so the first pass's hits come first, each with
@@ -150,10 +155,7 @@ TEST(AcquireTimepix2, FramesAreSavedWholeAndTheirSumShowsTheSpot) {
     EXPECT_GT(std::accumulate(sum.begin(), sum.end(), std::uint64_t{0}), 0u);
     ExpectInSpot(static_cast<std::uint32_t>(std::max_element(sum.begin(), sum.end()) - sum.begin()),
                  "the frames' hottest pixel");
-    const auto image = ReadPng(PathOf("F.png"));
-    EXPECT_EQ(image.width, 256u);
-    EXPECT_EQ(image.height, 256u);
-    ExpectInSpot(BrightestPixel(image), "the image's brightest pixel");
+    ExpectSpotImage("F.png");
 }
 
 TEST(AcquireInterrupted, CtrlCLeavesAWholeNpyOfWhatWasCounted) {
