@@ -1,0 +1,82 @@
+/*
+ * ovex_sdk_ng: the older function interface, for hosts written against it.
+ *
+ * The ovex_* functions are a thin layer over the ovexsdk_* functions of ovexsdk.h: they reach
+ * the board only through them. What they add is a handle of their own (ovex_ctx), string ids
+ * where ovexsdk.h has numbers, a small set of result codes, and buffers inside the handle that
+ * keep answers alive after a call, until the next call that fills the same buffer.
+ *
+ * Result codes (int32_t): OVEX_OK, and OVEX_ERR_* below. Every function first tests its handle
+ * and its pointer arguments: a null one, or a handle that ovex_ctx_delete released, gives
+ * OVEX_ERR_HANDLE and logs nothing. A failure of the ovexsdk_* function a call makes is mapped
+ * once: -14, -16 and -5001 to OVEX_ERR_UNAVAILABLE, -19 to OVEX_ERR_HANDLE, -12 to
+ * OVEX_ERR_NO_MEMORY, -22 to OVEX_ERR_INVALID, any other to OVEX_ERR_OTHER. The log lines of the
+ * ovexsdk_* function tell the reason; these codes tell only its class.
+ *
+ * Texts handed out through `const char**` point into the handle, into process-wide tables, or
+ * at constants: they stay valid until the next call that fills the same place, and at most
+ * until ovex_ctx_delete. The tables of power units, DACs and component versions are shared by
+ * every handle of the process: use those families from one handle at a time.
+ *
+ * Callbacks run on the library's threads, as ovexsdk.h describes for the callbacks they stand
+ * on: the data callback on the acquisition's thread, monitor callbacks on the monitor stream's
+ * tasks, the log function on the context's "Logger" thread.
+ */
+#ifndef OVEXLEGACY_H
+#define OVEXLEGACY_H
+
+#include <stdint.h>
+
+#include "ovexsdk.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum {
+    OVEX_OK = 0,
+    OVEX_ERR_OTHER = -1,       /* any failure not below */
+    OVEX_ERR_UNAVAILABLE = -2, /* the operation failed or isn't available */
+    OVEX_ERR_HANDLE = -3,      /* bad handle, null argument, unknown id, or no device */
+    OVEX_ERR_NO_MEMORY = -4,   /* out of memory */
+    OVEX_ERR_INVALID = -5      /* invalid argument */
+};
+
+/* The handle, made by ovex_ctx_new and released by ovex_ctx_delete. */
+typedef struct ovex_ctx ovex_ctx;
+/* What a monitor callback gets: read it with the ovex_mon_event_* functions. */
+typedef struct ovex_mon_event ovex_mon_event;
+/* What the data callback gets: read it with the ovex_acq_* getters during the callback. */
+typedef struct ovex_acq ovex_acq;
+
+/* ==== Context, device, enumeration, properties, log ==== */
+
+/* Writes 0, 10 and 1 through the pointers that aren't null. */
+OVEXSDK_API void ovex_version(int32_t* major, int32_t* minor, int32_t* patch);
+
+/* Makes a handle with a context for the locator "usb:ix:0" (ovexsdk_ctx_create); null when the
+ * memory or the context can't be had. */
+OVEXSDK_API ovex_ctx* ovex_ctx_new(void);
+/* Releases the context (ovexsdk_ctx_release) and then the handle. When the release fails, its
+ * mapped code comes back and the handle stays usable. */
+OVEXSDK_API int32_t ovex_ctx_delete(ovex_ctx* ctx);
+/* Always the text "no error": the reasons are in the log. */
+OVEXSDK_API int32_t ovex_ctx_get_last_error(ovex_ctx* ctx, const char** text);
+
+/* ==== Power units (boards), bias, cooling, versions, scripts, AXI ==== */
+
+/* ==== Chip, DACs, thresholds ==== */
+
+/* ==== Monitors ==== */
+
+/* ==== Flash and EEPROM ==== */
+
+/* ==== Trigger and external synchronisation ==== */
+
+/* ==== Acquisition ==== */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* OVEXLEGACY_H */

@@ -1,0 +1,29 @@
+#include "legacy/legacy_core.hpp"
+
+#include <cstring>
+
+namespace ovex::sdk::legacy {
+
+bool IsLive(const LegacyContext* ctx) {
+    return ctx != nullptr && std::memcmp(ctx->magic, kMagic, sizeof kMagic) == 0;
+}
+
+std::int32_t Map(ovexsdk_err_code code) {
+    switch (code) {
+        case OVEXSDK_OK:
+            return OVEX_OK;
+        case OVEXSDK_ERR_FAILED:
+        case OVEXSDK_ERR_BUSY:
+        case OVEXSDK_ERR_UNAVAILABLE:
+            return OVEX_ERR_UNAVAILABLE;
+        case OVEXSDK_ERR_NO_DEVICE:
+            return OVEX_ERR_HANDLE;
+        case OVEXSDK_ERR_NO_MEMORY:
+            return OVEX_ERR_NO_MEMORY;
+        case OVEXSDK_ERR_INVALID:
+            return OVEX_ERR_INVALID;
+    }
+    return OVEX_ERR_OTHER;
+}
+
+}  // namespace ovex::sdk::legacy
