@@ -63,6 +63,14 @@ OVEXSDK_API int32_t ovex_ctx_delete(ovex_ctx* ctx);
 /* Always the text "no error": the reasons are in the log. */
 OVEXSDK_API int32_t ovex_ctx_get_last_error(ovex_ctx* ctx, const char** text);
 
+/* Points the handle's context at `locator` ("usb:ix:N" or "usb:sn:SERIAL", as ovexsdk_ctx_create
+ * takes them) and opens the board (ovexsdk_dev_open). */
+OVEXSDK_API int32_t ovex_dev_open(ovex_ctx* ctx, const char* locator);
+/* Closes the board (ovexsdk_dev_close). */
+OVEXSDK_API int32_t ovex_dev_close(ovex_ctx* ctx);
+/* 1 while the board is open, else 0 (ovexsdk_dev_is_open). */
+OVEXSDK_API int32_t ovex_dev_is_opened(ovex_ctx* ctx, int32_t* opened);
+
 /* ==== Power units (boards), bias, cooling, versions, scripts, AXI ==== */
 
 /* ==== Chip, DACs, thresholds ==== */
