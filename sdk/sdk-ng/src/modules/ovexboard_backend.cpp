@@ -209,6 +209,13 @@ std::error_code OvexboardBackend::SetTriggerInput(std::uint8_t mode) {
     return {};
 }
 
+const char* SyncOptionName(std::uint8_t option) {
+    if (option < kFirstSyncOption || option > kLastSyncOption) {
+        return nullptr;
+    }
+    return kSyncOptions[option - kFirstSyncOption].name;
+}
+
 std::set<std::uint8_t> OvexboardBackend::GetSyncOptions() {
     std::set<std::uint8_t> options;
     for (std::uint8_t option = kFirstSyncOption; option <= kLastSyncOption; ++option) {

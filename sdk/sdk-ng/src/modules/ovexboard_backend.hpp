@@ -12,6 +12,10 @@
 
 namespace ovex::sdk {
 
+// The name of a sync option (1 to 16) as the board's options are known by, such as
+// "trigger-out:no"; null for any other value.
+const char* SyncOptionName(std::uint8_t option);
+
 class OvexboardBackend final : public IBackend {
 public:
     OvexboardBackend(Commands* commands, States* states);
