@@ -5,7 +5,10 @@
 namespace ovex::sdk::legacy {
 
 bool IsLive(const LegacyContext* ctx) {
-    return ctx != nullptr && std::memcmp(ctx->magic, kMagic, sizeof kMagic) == 0;
+    // Compared byte by byte without touching a member: a host may pass any record by mistake,
+    // such as the current interface's, which is only 4-byte aligned.
+    return ctx != nullptr &&
+           std::memcmp(reinterpret_cast<const char*>(ctx), kMagic, sizeof kMagic) == 0;
 }
 
 std::int32_t Map(ovexsdk_err_code code) {
