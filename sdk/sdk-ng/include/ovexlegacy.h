@@ -79,6 +79,45 @@ OVEXSDK_API int32_t ovex_dev_is_opened(ovex_ctx* ctx, int32_t* opened);
 
 /* ==== Flash and EEPROM ==== */
 
+/* The board's EEPROMs and flash memories share one id space: a memory's id is its module's name
+ * (such as "i2c0-eeprom" or "flash_fpga_be"), and the indices count the EEPROMs first, then the
+ * flashes. An id that names neither gives OVEX_ERR_HANDLE. */
+
+/* The number of EEPROMs plus the number of flashes (ovexsdk_eeprom_get_count,
+ * ovexsdk_flash_get_count). */
+OVEXSDK_API int32_t ovex_flash_count(ovex_ctx* ctx, uint32_t* count);
+/* The id of the memory at `index` (ovexsdk_eeprom_get_info below the EEPROM count, else
+ * ovexsdk_flash_get_info), kept in the handle until the next call about that memory. An index
+ * whose memory has no place in the handle (16 EEPROMs, 4 flashes) gives OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_flash_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* The part number of the memory, kept in the handle as ovex_flash_id keeps the id. */
+OVEXSDK_API int32_t ovex_flash_part_nr(ovex_ctx* ctx, const char* id, const char** text);
+/* The number of regions of the memory. */
+OVEXSDK_API int32_t ovex_flash_regions(ovex_ctx* ctx, const char* id, uint32_t* count);
+/* The number of sectors of a region (ovexsdk_flash_get_region_info,
+ * ovexsdk_eeprom_get_region_info). */
+OVEXSDK_API int32_t ovex_flash_sector_count(ovex_ctx* ctx, const char* id, uint32_t region,
+                                            uint32_t* count);
+/* The size in bytes of a region's sectors. */
+OVEXSDK_API int32_t ovex_flash_sector_size(ovex_ctx* ctx, const char* id, uint32_t region,
+                                           uint32_t* size);
+/* The first and last address of a sector. A flash numbers its sectors across its regions in
+ * order; a sector behind the last region gives OVEX_ERR_HANDLE. An EEPROM takes a region here
+ * and answers the region's first and last address. */
+OVEXSDK_API int32_t ovex_flash_sector_address_range(ovex_ctx* ctx, const char* id, uint32_t sector,
+                                                    uint32_t* first, uint32_t* last);
+/* Reads `*length` bytes from `address` on into `buffer`; `*length` comes back as the bytes read
+ * (ovexsdk_flash_read; ovexsdk_eeprom_read with the address's low 16 bits). */
+OVEXSDK_API int32_t ovex_flash_read(ovex_ctx* ctx, const char* id, uint32_t address,
+                                    uint8_t* buffer, uint64_t* length);
+/* Writes `*length` bytes of `data` from `address` on. A flash erases the sector at `address`
+ * first (ovexsdk_flash_erase_sector) and then programs it (ovexsdk_flash_program_sector): the
+ * address is a sector's start and the data one sector. An EEPROM is written without an erase
+ * (ovexsdk_eeprom_write, low 16 bits of the address), `*length` coming back as the bytes
+ * written. */
+OVEXSDK_API int32_t ovex_flash_program(ovex_ctx* ctx, const char* id, uint32_t address,
+                                       const uint8_t* data, uint64_t* length);
+
 /* ==== Trigger and external synchronisation ==== */
 
 /* ==== Acquisition ==== */
