@@ -120,6 +120,32 @@ OVEXSDK_API int32_t ovex_flash_program(ovex_ctx* ctx, const char* id, uint32_t a
 
 /* ==== Trigger and external synchronisation ==== */
 
+/* Trigger mode ids: "software-start-shutter-duration", "software-start-shutter-duration-
+ * continuous", "hardware-start-shutter-duration", "hardware-start-hardware-stop:level",
+ * "hardware-start-hardware-stop:edge". The handle keeps a mode (none at first) and a shutter
+ * duration (+infinity at first); the board is configured (ovexsdk_trigger_configure) whenever
+ * both are set, a mode chosen and the duration finite. */
+
+/* Opens the shutter of an internal trigger (ovexsdk_trigger_now). */
+OVEXSDK_API int32_t ovex_trigger(ovex_ctx* ctx);
+/* The number of trigger modes the board offers (ovexsdk_trigger_list). */
+OVEXSDK_API int32_t ovex_trigger_mode_count(ovex_ctx* ctx, uint32_t* count);
+/* The id of the board's `index`-th trigger mode; an index beyond them gives OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_trigger_mode_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* Keeps the mode of `id`; the two hardware-stop modes also set the duration to 0. An unknown id
+ * clears the kept mode and gives OVEX_OK. */
+OVEXSDK_API int32_t ovex_trigger_mode_select(ovex_ctx* ctx, const char* id);
+/* Keeps the shutter duration in seconds. Before a mode is chosen nothing is configured. */
+OVEXSDK_API int32_t ovex_trigger_set_shutter_duration(ovex_ctx* ctx, float seconds);
+/* The number of synchronisation options the board offers (ovexsdk_extsync_list). */
+OVEXSDK_API int32_t ovex_extsync_option_count(ovex_ctx* ctx, uint32_t* count);
+/* The name of option `index` + 1 of ovexsdk_extsync_option, such as "trigger-out:no" for 0; an
+ * index of 16 or more gives OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_extsync_option_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* Applies the option of that name (ovexsdk_extsync_configure); an unknown name gives
+ * OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_extsync_option_select(ovex_ctx* ctx, const char* id);
+
 /* ==== Acquisition ==== */
 
 #ifdef __cplusplus
