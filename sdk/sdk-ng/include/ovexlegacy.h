@@ -148,6 +148,102 @@ OVEXSDK_API int32_t ovex_extsync_option_select(ovex_ctx* ctx, const char* id);
 
 /* ==== Acquisition ==== */
 
+/* Channels: "raw", the board's bytes, and "1", the chip mode's records with the bytes. Another
+ * channel text gives OVEX_ERR_INVALID. The acquisition record (ovex_acq) lives from
+ * ovex_acq_begin to ovex_acq_end; the data callback gets it once per result, on the
+ * acquisition's thread. What the ovex_acq_* getters hand out stays valid until the callback
+ * returns; the getters that join data into a buffer of the record replace it at each call. */
+
+/* What ovex_acq_set_data_callback takes. */
+typedef void (*ovex_data_cb)(ovex_acq* acquisition, void* user);
+
+/* One bin of the complete binning: the index of its first pixel record among the records of
+ * ovex_acq_tpx3_get_packets, and its number of records. */
+typedef struct ovex_bin_descriptor {
+    uint32_t first;
+    uint32_t count;
+} ovex_bin_descriptor;
+
+/* 2: the channels. */
+OVEXSDK_API int32_t ovex_acq_ch_count(ovex_ctx* ctx, uint32_t* count);
+/* "raw" for 0, "1" for 1; another index gives OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_acq_ch_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* Keeps the callback and its user pointer for the next ovex_acq_begin, whichever channel. */
+OVEXSDK_API int32_t ovex_acq_set_data_callback(ovex_ctx* ctx, const char* channel,
+                                               ovex_data_cb callback, void* user);
+/* Starts a readout (ovexsdk_acq_start) with the chip mode, processing mode and parameters that
+ * the handle keeps: "raw" with the raw bytes, "1" with the records too; the channel is checked
+ * by the start. OVEX_ERR_NO_MEMORY when the acquisition record can't be had. While a readout
+ * runs, a second begin gives OVEX_ERR_UNAVAILABLE and the running one keeps its record; any
+ * other failure frees the record. */
+OVEXSDK_API int32_t ovex_acq_begin(ovex_ctx* ctx, const char* channel);
+/* Waits for the readout's end (ovexsdk_acq_await_end) and frees the acquisition record. An
+ * unknown channel frees the record without waiting and gives OVEX_ERR_INVALID. */
+OVEXSDK_API int32_t ovex_acq_end(ovex_ctx* ctx, const char* channel);
+/* Aborts the readout (ovexsdk_acq_abort); ovex_acq_end collects it. */
+OVEXSDK_API int32_t ovex_acq_abort(ovex_ctx* ctx, const char* channel);
+
+/* The getters below take the acquisition record the data callback got. */
+
+/* The result's raw bytes (ovexsdk_acq_get_raw_data) joined in one buffer of the record. */
+OVEXSDK_API int32_t ovex_acq_raw_get_data(ovex_acq* acquisition, const uint8_t** data,
+                                          uint64_t* size);
+/* The number of Timepix2 frames of the result (ovexsdk_acq_get_tpx2_frames). */
+OVEXSDK_API int32_t ovex_acq_tpx2_get_frame_count(ovex_acq* acquisition, uint32_t* count);
+/* The Timepix2 frames, 16 bits a pixel, one after the other in one buffer of the record. */
+OVEXSDK_API int32_t ovex_acq_tpx2_get_event_frames(ovex_acq* acquisition, const uint16_t** data);
+/* The number of Timepix3 records of the result, by the record's chip and processing mode:
+ * ToA/ToT records in the frame-based mode and in the data-driven modes unsorted or sorted
+ * (ovexsdk_acq_get_tpx3_toa_tot_packets), iToT/event-count records in the iToT frame mode
+ * (ovexsdk_acq_get_tpx3_itot_evcount_packets), pixel records of every bin in the complete
+ * binning (ovexsdk_acq_get_tpx3_itot_evcount_bins). Other modes: OVEX_ERR_UNAVAILABLE. */
+OVEXSDK_API int32_t ovex_acq_tpx3_get_packet_count(ovex_acq* acquisition, uint32_t* count);
+/* The records counted by ovex_acq_tpx3_get_packet_count: ovexsdk_acq_tpx3_toa_tot_record,
+ * ovexsdk_acq_tpx3_itot_evcount or ovexsdk_tpx3_pixel_bin_record by the mode. A record list
+ * without records gives OVEX_ERR_UNAVAILABLE; a binning without records gives null. */
+OVEXSDK_API int32_t ovex_acq_tpx3_get_packets(ovex_acq* acquisition, const void** data);
+/* The event counts of a scan's bins (ovexsdk_acq_get_tpx3_evcount_fragment), and their
+ * number. */
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_hitcounters(ovex_acq* acquisition,
+                                                         const uint64_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_hitcounters_count(ovex_acq* acquisition,
+                                                               uint32_t* count);
+/* The iToT sums of a scan's bins (ovexsdk_acq_get_tpx3_itot_fragment), and their number. */
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_itots(ovex_acq* acquisition, const uint64_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_itots_count(ovex_acq* acquisition, uint32_t* count);
+/* The start of the block's scan line in ToA ticks (ovexsdk_acq_get_tpx3_toa_tot_packets). */
+OVEXSDK_API int32_t ovex_acq_meta_get_shutter_rising_time_ticks(ovex_acq* acquisition,
+                                                                uint64_t* ticks);
+/* The number of TDC lists of the result. Takes the handle, not the acquisition record. */
+OVEXSDK_API int32_t ovex_acq_meta_get_tdc_info(ovex_ctx* ctx, uint32_t* count);
+/* The time stamps of TDC list `channel`, and their number. A result without TDC lists gives
+ * OVEX_ERR_UNAVAILABLE, a channel beyond them OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_acq_meta_get_tdc_toas(ovex_acq* acquisition, uint32_t channel,
+                                               const uint64_t** data);
+OVEXSDK_API int32_t ovex_acq_meta_get_tdc_toas_count(ovex_acq* acquisition, uint32_t channel,
+                                                     uint32_t* count);
+/* The number of bins of the complete binning; any other mode gives OVEX_ERR_UNAVAILABLE. */
+OVEXSDK_API int32_t ovex_acq_meta_get_bin_descriptor_count(ovex_acq* acquisition, uint32_t* count);
+/* A descriptor per bin of the complete binning, in a buffer of the record; any other mode gives
+ * OVEX_ERR_UNAVAILABLE. */
+OVEXSDK_API int32_t ovex_acq_meta_get_bin_descriptors(ovex_acq* acquisition,
+                                                      const ovex_bin_descriptor** data);
+
+/* Not available in this library: each gives OVEX_ERR_HANDLE when a pointer is null (or the
+ * handle released), else OVEX_ERR_UNAVAILABLE, and does nothing else. */
+OVEXSDK_API int32_t ovex_acq_get_last_error(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_acq_tpx2_get_toa_frames(ovex_acq* acquisition, const uint16_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx2_get_tot_frames(ovex_acq* acquisition, const uint16_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_event_vec(ovex_acq* acquisition, const uint32_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_itot_vec(ovex_acq* acquisition, const uint32_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_pixel_address_vec(ovex_acq* acquisition,
+                                                        const uint32_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_toa_vec(ovex_acq* acquisition, const uint64_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_tot_vec(ovex_acq* acquisition, const uint32_t** data);
+OVEXSDK_API int32_t ovex_acq_tpx3_get_vec_length(ovex_acq* acquisition, uint32_t* length);
+OVEXSDK_API int32_t ovex_acq_tpx_get_frame_count(ovex_acq* acquisition, uint32_t* count);
+OVEXSDK_API int32_t ovex_acq_tpx_get_frames(ovex_acq* acquisition, const uint16_t** data);
+
 #ifdef __cplusplus
 }
 #endif

@@ -48,6 +48,8 @@ OVEXSDK_API int32_t ovex_ctx_delete(ovex_ctx* ctx) {
         return Map(released);
     }
     std::memset(ctx->magic, 0, sizeof ctx->magic);
+    // The release ended every readout: no data callback can reach the record any more.
+    ReleaseAcquisition(ctx);
     delete ctx;
     return OVEX_OK;
 }

@@ -29,4 +29,22 @@ std::int32_t Map(ovexsdk_err_code code) {
     return OVEX_ERR_OTHER;
 }
 
+void ReleaseBuffers(ovex_acq& acquisition) {
+    delete[] acquisition.raw;
+    acquisition.raw = nullptr;
+    delete[] acquisition.frames;
+    acquisition.frames = nullptr;
+    delete[] acquisition.bins;
+    acquisition.bins = nullptr;
+}
+
+void ReleaseAcquisition(LegacyContext* ctx) {
+    if (ctx->acquisition == nullptr) {
+        return;
+    }
+    ReleaseBuffers(*ctx->acquisition);
+    delete ctx->acquisition;
+    ctx->acquisition = nullptr;
+}
+
 }  // namespace ovex::sdk::legacy

@@ -9,7 +9,6 @@
 
 using ovex_mon_event_cb = void (*)(ovex_mon_event* event, void* user);
 using ovex_log_func = void (*)(const char* text, int32_t severity, void* user);
-using ovex_data_cb = void (*)(ovex_acq* acquisition, void* user);
 
 // What a monitor callback gets, kept per monitor index in the handle and reused.
 struct ovex_mon_event {
@@ -24,10 +23,7 @@ struct ovex_mon_event {
 };
 
 // One bin of the complete binning as the older interface describes it.
-struct LegacyBinDescriptor {
-    std::uint32_t first;  // index of the bin's first record among all records of the result
-    std::uint32_t count;
-};
+using LegacyBinDescriptor = ovex_bin_descriptor;
 
 // The record the data callback gets; the buffers live until the callback returns.
 struct ovex_acq {
@@ -89,5 +85,11 @@ bool AnyNull(const Pointers*... pointers) {
 
 // The class of a result of the current interface, once.
 std::int32_t Map(ovexsdk_err_code code);
+
+// Frees the buffers that the acquisition getters filled and clears their pointers.
+void ReleaseBuffers(ovex_acq& acquisition);
+
+// Frees the handle's acquisition record with its buffers, if it has one.
+void ReleaseAcquisition(LegacyContext* ctx);
 
 }  // namespace ovex::sdk::legacy

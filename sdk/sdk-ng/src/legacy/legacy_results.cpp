@@ -1,0 +1,394 @@
+// What the data callback reads from its acquisition record: the result of the readout in the
+// shapes of the older interface. Joined copies live in the record until the callback returns.
+
+#include <algorithm>
+#include <new>
+
+#include "legacy/legacy_core.hpp"
+
+using namespace ovex::sdk::legacy;
+
+namespace {
+
+// Which records the record's mode pair makes.
+enum class Packets { kToaTot, kItotEvcount, kBinned, kNone };
+
+Packets PacketsOf(const ovex_acq& acquisition) {
+    const auto chip = acquisition.chip_mode;
+    const auto processing = acquisition.processing_mode;
+    if ((chip == ToAToTDD && (processing == DefaultProcessing || processing == SortByToa)) ||
+        (chip == ToAToTFBZS && processing == DefaultProcessing)) {
+        return Packets::kToaTot;
+    }
+    if (chip == IToTEvCountFBZS && processing == DefaultProcessing) {
+        return Packets::kItotEvcount;
+    }
+    if (chip == ToAToTDD && processing == BinCompletely) {
+        return Packets::kBinned;
+    }
+    return Packets::kNone;
+}
+
+bool IsCompleteBinning(const ovex_acq& acquisition) {
+    return PacketsOf(acquisition) == Packets::kBinned;
+}
+
+// The bins' pixel records lie one after the other: they start with the first bin that has any.
+const ovexsdk_tpx3_pixel_bin_record* FirstBinRecord(
+    const ovexsdk_tpx3_acq_itot_evcount_bins& bins) {
+    for (std::uint64_t i = 0; i < bins.bin_count; ++i) {
+        if (bins.bins[i].count != 0) {
+            return bins.bins[i].pixels;
+        }
+    }
+    return nullptr;
+}
+
+// Replaces `buffer` with a heap copy of `count` elements gathered by `fill`; null when out of
+// memory, and then the old buffer stays.
+template <class T, class Fill>
+T* Replace(T*& buffer, std::uint64_t count, Fill fill) {
+    T* joined = new (std::nothrow) T[count];
+    if (joined == nullptr) {
+        return nullptr;
+    }
+    fill(joined);
+    delete[] buffer;
+    buffer = joined;
+    return joined;
+}
+
+std::int32_t TdcList(ovex_acq* acquisition, std::uint32_t channel,
+                     ovexsdk_acq_tpx3_tdc_list& list) {
+    ovexsdk_acq_tpx3_acq_toa_tot result{};
+    const ovexsdk_err_code got =
+        ovexsdk_acq_get_tpx3_toa_tot_packets(acquisition->context, &result);
+    if (got != OVEXSDK_OK) {
+        return Map(got);
+    }
+    if (result.tdc_lists == nullptr || result.tdc_list_count == 0) {
+        return OVEX_ERR_UNAVAILABLE;
+    }
+    if (channel >= result.tdc_list_count) {
+        return OVEX_ERR_HANDLE;
+    }
+    list = result.tdc_lists[channel];
+    return OVEX_OK;
+}
+
+}  // namespace
+
+extern "C" {
+
+OVEXSDK_API int32_t ovex_acq_raw_get_data(ovex_acq* acquisition, const uint8_t** data,
+                                          uint64_t* size) {
+    if (AnyNull(acquisition, data, size)) {
+        return OVEX_ERR_HANDLE;
+    }
+    const ovexsdk_acq_raw_data* buffers = nullptr;
+    std::uint64_t count = 0;
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_raw_data(acquisition->context, &buffers, &count);
+    if (result != OVEXSDK_OK) {
+        return Map(result);
+    }
+    std::uint64_t total = 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        total += buffers[i].size;
+    }
+    const auto* joined = Replace(acquisition->raw, total, [&](std::uint8_t* out) {
+        for (std::uint64_t i = 0; i < count; ++i) {
+            out = std::copy_n(buffers[i].data, buffers[i].size, out);
+        }
+    });
+    if (joined == nullptr) {
+        return OVEX_ERR_NO_MEMORY;
+    }
+    *data = joined;
+    *size = total;
+    return OVEX_OK;
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx2_get_frame_count(ovex_acq* acquisition, uint32_t* count) {
+    if (AnyNull(acquisition, count)) {
+        return OVEX_ERR_HANDLE;
+    }
+    const ovexsdk_acq_tpx2_frame* frames = nullptr;
+    std::uint64_t frame_count = 0;
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx2_frames(acquisition->context, &frames, &frame_count);
+    if (result == OVEXSDK_OK) {
+        *count = static_cast<std::uint32_t>(frame_count);
+    }
+    return Map(result);
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx2_get_event_frames(ovex_acq* acquisition, const uint16_t** data) {
+    if (AnyNull(acquisition, data)) {
+        return OVEX_ERR_HANDLE;
+    }
+    const ovexsdk_acq_tpx2_frame* frames = nullptr;
+    std::uint64_t frame_count = 0;
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx2_frames(acquisition->context, &frames, &frame_count);
+    if (result != OVEXSDK_OK) {
+        return Map(result);
+    }
+    std::uint64_t pixels = 0;
+    for (std::uint64_t i = 0; i < frame_count; ++i) {
+        pixels += frames[i].count;
+    }
+    const auto* joined = Replace(acquisition->frames, pixels, [&](std::uint16_t* out) {
+        for (std::uint64_t i = 0; i < frame_count; ++i) {
+            out = std::copy_n(frames[i].pixels, frames[i].count, out);
+        }
+    });
+    if (joined == nullptr) {
+        return OVEX_ERR_NO_MEMORY;
+    }
+    *data = joined;
+    return OVEX_OK;
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx3_get_packet_count(ovex_acq* acquisition, uint32_t* count) {
+    if (AnyNull(acquisition, count)) {
+        return OVEX_ERR_HANDLE;
+    }
+    switch (PacketsOf(*acquisition)) {
+        case Packets::kToaTot: {
+            ovexsdk_acq_tpx3_acq_toa_tot result{};
+            const ovexsdk_err_code got =
+                ovexsdk_acq_get_tpx3_toa_tot_packets(acquisition->context, &result);
+            if (got == OVEXSDK_OK) {
+                *count = static_cast<std::uint32_t>(result.count);
+            }
+            return Map(got);
+        }
+        case Packets::kItotEvcount: {
+            const ovexsdk_acq_tpx3_itot_evcount* records = nullptr;
+            std::uint64_t records_count = 0;
+            const ovexsdk_err_code got = ovexsdk_acq_get_tpx3_itot_evcount_packets(
+                acquisition->context, &records, &records_count);
+            if (got == OVEXSDK_OK) {
+                *count = static_cast<std::uint32_t>(records_count);
+            }
+            return Map(got);
+        }
+        case Packets::kBinned: {
+            ovexsdk_tpx3_acq_itot_evcount_bins bins{};
+            const ovexsdk_err_code got =
+                ovexsdk_acq_get_tpx3_itot_evcount_bins(acquisition->context, &bins);
+            if (got == OVEXSDK_OK) {
+                std::uint64_t records = 0;
+                for (std::uint64_t i = 0; i < bins.bin_count; ++i) {
+                    records += bins.bins[i].count;
+                }
+                *count = static_cast<std::uint32_t>(records);
+            }
+            return Map(got);
+        }
+        case Packets::kNone:
+            break;
+    }
+    return OVEX_ERR_UNAVAILABLE;
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx3_get_packets(ovex_acq* acquisition, const void** data) {
+    if (AnyNull(acquisition, data)) {
+        return OVEX_ERR_HANDLE;
+    }
+    switch (PacketsOf(*acquisition)) {
+        case Packets::kToaTot: {
+            ovexsdk_acq_tpx3_acq_toa_tot result{};
+            const ovexsdk_err_code got =
+                ovexsdk_acq_get_tpx3_toa_tot_packets(acquisition->context, &result);
+            if (got != OVEXSDK_OK) {
+                return Map(got);
+            }
+            if (result.records == nullptr) {
+                return OVEX_ERR_UNAVAILABLE;
+            }
+            *data = result.records;
+            return OVEX_OK;
+        }
+        case Packets::kItotEvcount: {
+            const ovexsdk_acq_tpx3_itot_evcount* records = nullptr;
+            std::uint64_t records_count = 0;
+            const ovexsdk_err_code got = ovexsdk_acq_get_tpx3_itot_evcount_packets(
+                acquisition->context, &records, &records_count);
+            if (got != OVEXSDK_OK) {
+                return Map(got);
+            }
+            if (records == nullptr) {
+                return OVEX_ERR_UNAVAILABLE;
+            }
+            *data = records;
+            return OVEX_OK;
+        }
+        case Packets::kBinned: {
+            ovexsdk_tpx3_acq_itot_evcount_bins bins{};
+            const ovexsdk_err_code got =
+                ovexsdk_acq_get_tpx3_itot_evcount_bins(acquisition->context, &bins);
+            if (got == OVEXSDK_OK) {
+                *data = FirstBinRecord(bins);
+            }
+            return Map(got);
+        }
+        case Packets::kNone:
+            break;
+    }
+    return OVEX_ERR_UNAVAILABLE;
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_hitcounters(ovex_acq* acquisition,
+                                                         const uint64_t** data) {
+    if (AnyNull(acquisition, data)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_evcount_fragment fragment{};
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx3_evcount_fragment(acquisition->context, &fragment);
+    if (result == OVEXSDK_OK) {
+        *data = fragment.events;
+    }
+    return Map(result);
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_hitcounters_count(ovex_acq* acquisition,
+                                                               uint32_t* count) {
+    if (AnyNull(acquisition, count)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_evcount_fragment fragment{};
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx3_evcount_fragment(acquisition->context, &fragment);
+    if (result == OVEXSDK_OK) {
+        *count = static_cast<std::uint32_t>(fragment.count);
+    }
+    return Map(result);
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_itots(ovex_acq* acquisition, const uint64_t** data) {
+    if (AnyNull(acquisition, data)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_itot_fragment fragment{};
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx3_itot_fragment(acquisition->context, &fragment);
+    if (result == OVEXSDK_OK) {
+        *data = fragment.itots;
+    }
+    return Map(result);
+}
+
+OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_itots_count(ovex_acq* acquisition, uint32_t* count) {
+    if (AnyNull(acquisition, count)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_itot_fragment fragment{};
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx3_itot_fragment(acquisition->context, &fragment);
+    if (result == OVEXSDK_OK) {
+        *count = static_cast<std::uint32_t>(fragment.count);
+    }
+    return Map(result);
+}
+
+OVEXSDK_API int32_t ovex_acq_meta_get_shutter_rising_time_ticks(ovex_acq* acquisition,
+                                                                uint64_t* ticks) {
+    if (AnyNull(acquisition, ticks)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_acq_toa_tot result{};
+    const ovexsdk_err_code got =
+        ovexsdk_acq_get_tpx3_toa_tot_packets(acquisition->context, &result);
+    if (got == OVEXSDK_OK) {
+        *ticks = result.shutter_rising_time_ticks;
+    }
+    return Map(got);
+}
+
+OVEXSDK_API int32_t ovex_acq_meta_get_tdc_info(ovex_ctx* ctx, uint32_t* count) {
+    if (!IsLive(ctx) || AnyNull(count)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_acq_toa_tot result{};
+    const ovexsdk_err_code got = ovexsdk_acq_get_tpx3_toa_tot_packets(&ctx->context, &result);
+    if (got == OVEXSDK_OK) {
+        *count = static_cast<std::uint32_t>(result.tdc_list_count);
+    }
+    return Map(got);
+}
+
+OVEXSDK_API int32_t ovex_acq_meta_get_tdc_toas(ovex_acq* acquisition, uint32_t channel,
+                                               const uint64_t** data) {
+    if (AnyNull(acquisition, data)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_tdc_list list{};
+    const std::int32_t result = TdcList(acquisition, channel, list);
+    if (result == OVEX_OK) {
+        *data = list.stamps;
+    }
+    return result;
+}
+
+OVEXSDK_API int32_t ovex_acq_meta_get_tdc_toas_count(ovex_acq* acquisition, uint32_t channel,
+                                                     uint32_t* count) {
+    if (AnyNull(acquisition, count)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_acq_tpx3_tdc_list list{};
+    const std::int32_t result = TdcList(acquisition, channel, list);
+    if (result == OVEX_OK) {
+        *count = static_cast<std::uint32_t>(list.count);
+    }
+    return result;
+}
+
+OVEXSDK_API int32_t ovex_acq_meta_get_bin_descriptor_count(ovex_acq* acquisition, uint32_t* count) {
+    if (AnyNull(acquisition, count)) {
+        return OVEX_ERR_HANDLE;
+    }
+    if (!IsCompleteBinning(*acquisition)) {
+        return OVEX_ERR_UNAVAILABLE;
+    }
+    ovexsdk_tpx3_acq_itot_evcount_bins bins{};
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx3_itot_evcount_bins(acquisition->context, &bins);
+    if (result == OVEXSDK_OK) {
+        *count = static_cast<std::uint32_t>(bins.bin_count);
+    }
+    return Map(result);
+}
+
+OVEXSDK_API int32_t ovex_acq_meta_get_bin_descriptors(ovex_acq* acquisition,
+                                                      const ovex_bin_descriptor** data) {
+    if (AnyNull(acquisition, data)) {
+        return OVEX_ERR_HANDLE;
+    }
+    if (!IsCompleteBinning(*acquisition)) {
+        return OVEX_ERR_UNAVAILABLE;
+    }
+    ovexsdk_tpx3_acq_itot_evcount_bins bins{};
+    const ovexsdk_err_code result =
+        ovexsdk_acq_get_tpx3_itot_evcount_bins(acquisition->context, &bins);
+    if (result != OVEXSDK_OK) {
+        return Map(result);
+    }
+    const auto* descriptors =
+        Replace(acquisition->bins, bins.bin_count, [&](LegacyBinDescriptor* out) {
+            std::uint32_t first = 0;
+            for (std::uint64_t i = 0; i < bins.bin_count; ++i) {
+                out[i] = {first, static_cast<std::uint32_t>(bins.bins[i].count)};
+                first += out[i].count;
+            }
+        });
+    if (descriptors == nullptr) {
+        return OVEX_ERR_NO_MEMORY;
+    }
+    *data = descriptors;
+    return OVEX_OK;
+}
+
+}  // extern "C"
