@@ -73,6 +73,32 @@ OVEXSDK_API int32_t ovex_dev_is_opened(ovex_ctx* ctx, int32_t* opened);
 
 /* ==== Power units (boards), bias, cooling, versions, scripts, AXI ==== */
 
+/* The versions of the board's components (firmware, FPGA designs). Names and versions come from
+ * a table that every handle of the process shares: ovex_hw_version_id and ovex_hw_version_string
+ * fill it anew from their own board, so each changes the texts the last one gave out, on any
+ * handle. */
+/* The number of components (ovexsdk_comp_get_ver_count). */
+OVEXSDK_API int32_t ovex_hw_version_count(ovex_ctx* ctx, uint32_t* count);
+/* The name of component `index`; an index beyond them: OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_hw_version_id(ovex_ctx* ctx, uint32_t index, const char** name);
+/* The version text of the named component; an unknown name: OVEX_ERR_HANDLE. A component whose
+ * version couldn't be read has an empty name and version. */
+OVEXSDK_API int32_t ovex_hw_version_string(ovex_ctx* ctx, const char* name, const char** version);
+
+/* Runs Lua text in the context's interpreter (ovexsdk_script_execute); a text that doesn't load
+ * or raises an error gives OVEX_ERR_INVALID. */
+OVEXSDK_API int32_t ovex_script_run(ovex_ctx* ctx, const char* text);
+/* The address of the context's Lua state, valid while the handle lives. */
+OVEXSDK_API int32_t ovex_script_get_state(ovex_ctx* ctx, void** state);
+
+/* Reads or writes one 32-bit register of the board's AXI-Lite bus. Their results are not mapped:
+ * 0 on success; OVEXSDK_ERR_INVALID, OVEXSDK_ERR_NO_DEVICE or OVEXSDK_ERR_FAILED when the access
+ * can't be made; for an access that the board refused, its error code plus 100 (102 for the
+ * bus's slave error, 103 for its decode error). A bad handle or a null pointer gives
+ * OVEX_ERR_HANDLE, as everywhere. */
+OVEXSDK_API int32_t ovex_axi_read(ovex_ctx* ctx, uint32_t address, uint32_t* value);
+OVEXSDK_API int32_t ovex_axi_write(ovex_ctx* ctx, uint32_t address, uint32_t value);
+
 /* ==== Chip, DACs, thresholds ==== */
 
 /* ==== Monitors ==== */
