@@ -71,6 +71,56 @@ OVEXSDK_API int32_t ovex_dev_close(ovex_ctx* ctx);
 /* 1 while the board is open, else 0 (ovexsdk_dev_is_open). */
 OVEXSDK_API int32_t ovex_dev_is_opened(ovex_ctx* ctx, int32_t* opened);
 
+/* Receives one enumerated board, valid during the call only. */
+typedef void (*ovex_enum_callback)(const ovexsdk_enum_info* element, void* user);
+/* Receives one complete log line, ending in a line feed, with its severity: -3 critical,
+ * -2 error, -1 warning, 0 information, 9 debug. */
+typedef void (*ovex_log_func)(const char* text, int32_t severity, void* user);
+
+/* Lists the attached boards (ovexsdk_enum_get_info, at most 16) and calls `callback(element,
+ * user)` for each, in order; the element and the texts that ovex_enum_* give out of it live
+ * during that call only. `count`, if not null, gets the number of boards afterwards. `ctx` takes
+ * no part in the listing: only a null one is refused. */
+OVEXSDK_API int32_t ovex_dev_enumerate(ovex_ctx* ctx, ovex_enum_callback callback, void* user,
+                                       uint32_t* count);
+/* Sends the log lines of the process to `function(text, severity, user)` on the context's
+ * "Logger" thread (ovexsdk_log_set_cb), with the parts of a line that `format` asks for, all of
+ * them when it is null. A null `function` stops the delivery. A bad handle changes nothing. */
+OVEXSDK_API void ovex_log_set_func(ovex_ctx* ctx, ovex_log_func function, void* user,
+                                   const ovexsdk_log_fmt* format);
+
+/* An enumerated board, as ovex_dev_enumerate hands it to its callback: the locator that opens it
+ * ("usb:sn:" and the serial number), its USB product text, serial number and instance path. */
+OVEXSDK_API int32_t ovex_enum_get_connection_string(const ovexsdk_enum_info* element,
+                                                    const char** text);
+OVEXSDK_API int32_t ovex_enum_get_product(const ovexsdk_enum_info* element, const char** text);
+OVEXSDK_API int32_t ovex_enum_get_serial_number(const ovexsdk_enum_info* element,
+                                                const char** text);
+OVEXSDK_API int32_t ovex_enum_usb_get_instance_path(const ovexsdk_enum_info* element,
+                                                    const char** text);
+/* Constants of every board of the family, not read from the board: the manufacturer
+ * "Ovexlight", the USB ids 0x1209 and 0xAD0E, and a link that counts as super speed (1) and not
+ * as high speed (0). */
+OVEXSDK_API int32_t ovex_enum_get_manufacturer(const ovexsdk_enum_info* element, const char** text);
+OVEXSDK_API int32_t ovex_enum_usb_get_vid_pid(const ovexsdk_enum_info* element, uint16_t* vid,
+                                              uint16_t* pid);
+OVEXSDK_API int32_t ovex_enum_usb_is_high_speed(const ovexsdk_enum_info* element, int32_t* yes);
+OVEXSDK_API int32_t ovex_enum_usb_is_super_speed(const ovexsdk_enum_info* element, int32_t* yes);
+/* Not available: OVEX_ERR_UNAVAILABLE, or OVEX_ERR_HANDLE when a pointer is null. */
+OVEXSDK_API int32_t ovex_enum_get_last_error(const ovexsdk_enum_info* element, const char** text);
+
+/* The open board's identity, the same values as ovex_enum_*: each call reads it anew
+ * (ovexsdk_dev_get_info) into the handle, where the texts stay until the next ovex_dev_prop_*
+ * call. A handle without an open board gives OVEX_ERR_HANDLE, also for the constants. */
+OVEXSDK_API int32_t ovex_dev_prop_get_connection_string(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_get_manufacturer(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_get_product(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_get_serial_number(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_usb_get_instance_path(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_usb_get_vid_pid(ovex_ctx* ctx, uint16_t* vid, uint16_t* pid);
+OVEXSDK_API int32_t ovex_dev_prop_usb_is_high_speed(ovex_ctx* ctx, int32_t* yes);
+OVEXSDK_API int32_t ovex_dev_prop_usb_is_super_speed(ovex_ctx* ctx, int32_t* yes);
+
 /* ==== Power units (boards), bias, cooling, versions, scripts, AXI ==== */
 
 /* The versions of the board's components (firmware, FPGA designs). Names and versions come from
