@@ -123,6 +123,25 @@ OVEXSDK_API int32_t ovex_dev_prop_usb_is_super_speed(ovex_ctx* ctx, int32_t* yes
 
 /* ==== Power units (boards), bias, cooling, versions, scripts, AXI ==== */
 
+/* The board's power units, which this interface calls boards, by name ("backend" and "frontend"
+ * on the Timepix boards). The names come from a table that every handle of the process shares,
+ * and each call below that takes an index or a name fills it anew from its own board: the text
+ * that ovex_board_id gave out changes with the next such call, on any handle. */
+/* The number of units (ovexsdk_dev_get_unit_count). */
+OVEXSDK_API int32_t ovex_board_count(ovex_ctx* ctx, uint32_t* count);
+/* The name of unit `index`. An index beyond the units, or a board with more than 5 units:
+ * OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_board_id(ovex_ctx* ctx, uint32_t index, const char** name);
+/* 1 when the named unit is powered, else 0 (ovexsdk_dev_is_unit_powered). An unknown name:
+ * OVEX_ERR_HANDLE, here and below. */
+OVEXSDK_API int32_t ovex_board_is_powered(ovex_ctx* ctx, const char* name, int32_t* powered);
+/* Powers the named unit up (ovexsdk_dev_power_up_unit); one already up gives
+ * OVEX_ERR_UNAVAILABLE and is left alone. */
+OVEXSDK_API int32_t ovex_board_power_on(ovex_ctx* ctx, const char* name);
+/* Powers the named unit down (ovexsdk_dev_power_down_unit); one already down gives
+ * OVEX_ERR_UNAVAILABLE and is left alone. */
+OVEXSDK_API int32_t ovex_board_power_off(ovex_ctx* ctx, const char* name);
+
 /* The versions of the board's components (firmware, FPGA designs). Names and versions come from
  * a table that every handle of the process shares: ovex_hw_version_id and ovex_hw_version_string
  * fill it anew from their own board, so each changes the texts the last one gave out, on any
