@@ -142,6 +142,31 @@ OVEXSDK_API int32_t ovex_board_power_on(ovex_ctx* ctx, const char* name);
  * OVEX_ERR_UNAVAILABLE and is left alone. */
 OVEXSDK_API int32_t ovex_board_power_off(ovex_ctx* ctx, const char* name);
 
+/* Bias supplies, named "BIAS1", "BIAS2"..., and cooling (temperature) controllers, named
+ * "PELT1", "PELT2"...: the family's prefix and the controller's index plus 1 as the last digit.
+ * An id that names no controller of the board gives OVEX_ERR_HANDLE. */
+/* The number of supplies (ovexsdk_bias_get_count), and the id of supply `index`. */
+OVEXSDK_API int32_t ovex_bias_supply_count(ovex_ctx* ctx, uint32_t* count);
+OVEXSDK_API int32_t ovex_bias_supply_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* The voltage the supply is set to, and setting it (ovexsdk_bias_get_desired, _set_desired). */
+OVEXSDK_API int32_t ovex_bias_get(ovex_ctx* ctx, const char* id, float* volts);
+OVEXSDK_API int32_t ovex_bias_set(ovex_ctx* ctx, const char* id, float volts);
+/* The settable range of the supply, volts (ovexsdk_bias_get_info). */
+OVEXSDK_API int32_t ovex_bias_range(ovex_ctx* ctx, const char* id, float* min, float* max);
+/* The number of controllers (ovexsdk_temp_get_count), and the id of controller `index`. */
+OVEXSDK_API int32_t ovex_cooling_count(ovex_ctx* ctx, uint32_t* count);
+OVEXSDK_API int32_t ovex_cooling_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* The set point, setting it, and what the controller achieves, in its unit
+ * (ovexsdk_temp_get_desired, _set_desired, _get_actual). */
+OVEXSDK_API int32_t ovex_cooling_get_desired(ovex_ctx* ctx, const char* id, float* value);
+OVEXSDK_API int32_t ovex_cooling_set_desired(ovex_ctx* ctx, const char* id, float value);
+OVEXSDK_API int32_t ovex_cooling_get_actual(ovex_ctx* ctx, const char* id, float* value);
+/* The settable range of the set point (ovexsdk_temp_get_info). */
+OVEXSDK_API int32_t ovex_cooling_limits(ovex_ctx* ctx, const char* id, float* min, float* max);
+/* The controller's unit, "DegreeCelsius" or "Percent"; for a unit of neither kind `*unit` is left
+ * as it was, with OVEX_OK. */
+OVEXSDK_API int32_t ovex_cooling_value_unit(ovex_ctx* ctx, const char* id, const char** unit);
+
 /* The versions of the board's components (firmware, FPGA designs). Names and versions come from
  * a table that every handle of the process shares: ovex_hw_version_id and ovex_hw_version_string
  * fill it anew from their own board, so each changes the texts the last one gave out, on any
