@@ -71,7 +71,127 @@ OVEXSDK_API int32_t ovex_dev_close(ovex_ctx* ctx);
 /* 1 while the board is open, else 0 (ovexsdk_dev_is_open). */
 OVEXSDK_API int32_t ovex_dev_is_opened(ovex_ctx* ctx, int32_t* opened);
 
+/* Receives one enumerated board, valid during the call only. */
+typedef void (*ovex_enum_callback)(const ovexsdk_enum_info* element, void* user);
+/* Receives one complete log line, ending in a line feed, with its severity: -3 critical,
+ * -2 error, -1 warning, 0 information, 9 debug. */
+typedef void (*ovex_log_func)(const char* text, int32_t severity, void* user);
+
+/* Lists the attached boards (ovexsdk_enum_get_info, at most 16) and calls `callback(element,
+ * user)` for each, in order; the element and the texts that ovex_enum_* give out of it live
+ * during that call only. `count`, if not null, gets the number of boards afterwards. `ctx` takes
+ * no part in the listing: only a null one is refused. */
+OVEXSDK_API int32_t ovex_dev_enumerate(ovex_ctx* ctx, ovex_enum_callback callback, void* user,
+                                       uint32_t* count);
+/* Sends the log lines of the process to `function(text, severity, user)` on the context's
+ * "Logger" thread (ovexsdk_log_set_cb), with the parts of a line that `format` asks for, all of
+ * them when it is null. A null `function` stops the delivery. A bad handle changes nothing. */
+OVEXSDK_API void ovex_log_set_func(ovex_ctx* ctx, ovex_log_func function, void* user,
+                                   const ovexsdk_log_fmt* format);
+
+/* An enumerated board, as ovex_dev_enumerate hands it to its callback: the locator that opens it
+ * ("usb:sn:" and the serial number), its USB product text, serial number and instance path. */
+OVEXSDK_API int32_t ovex_enum_get_connection_string(const ovexsdk_enum_info* element,
+                                                    const char** text);
+OVEXSDK_API int32_t ovex_enum_get_product(const ovexsdk_enum_info* element, const char** text);
+OVEXSDK_API int32_t ovex_enum_get_serial_number(const ovexsdk_enum_info* element,
+                                                const char** text);
+OVEXSDK_API int32_t ovex_enum_usb_get_instance_path(const ovexsdk_enum_info* element,
+                                                    const char** text);
+/* Constants of every board of the family, not read from the board: the manufacturer
+ * "Ovexlight", the USB ids 0x1209 and 0xAD0E, and a link that counts as super speed (1) and not
+ * as high speed (0). */
+OVEXSDK_API int32_t ovex_enum_get_manufacturer(const ovexsdk_enum_info* element, const char** text);
+OVEXSDK_API int32_t ovex_enum_usb_get_vid_pid(const ovexsdk_enum_info* element, uint16_t* vid,
+                                              uint16_t* pid);
+OVEXSDK_API int32_t ovex_enum_usb_is_high_speed(const ovexsdk_enum_info* element, int32_t* yes);
+OVEXSDK_API int32_t ovex_enum_usb_is_super_speed(const ovexsdk_enum_info* element, int32_t* yes);
+/* Not available: OVEX_ERR_UNAVAILABLE, or OVEX_ERR_HANDLE when a pointer is null. */
+OVEXSDK_API int32_t ovex_enum_get_last_error(const ovexsdk_enum_info* element, const char** text);
+
+/* The open board's identity, the same values as ovex_enum_*: each call reads it anew
+ * (ovexsdk_dev_get_info) into the handle, where the texts stay until the next ovex_dev_prop_*
+ * call. A handle without an open board gives OVEX_ERR_HANDLE, also for the constants. */
+OVEXSDK_API int32_t ovex_dev_prop_get_connection_string(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_get_manufacturer(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_get_product(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_get_serial_number(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_usb_get_instance_path(ovex_ctx* ctx, const char** text);
+OVEXSDK_API int32_t ovex_dev_prop_usb_get_vid_pid(ovex_ctx* ctx, uint16_t* vid, uint16_t* pid);
+OVEXSDK_API int32_t ovex_dev_prop_usb_is_high_speed(ovex_ctx* ctx, int32_t* yes);
+OVEXSDK_API int32_t ovex_dev_prop_usb_is_super_speed(ovex_ctx* ctx, int32_t* yes);
+
 /* ==== Power units (boards), bias, cooling, versions, scripts, AXI ==== */
+
+/* The board's power units, which this interface calls boards, by name ("backend" and "frontend"
+ * on the Timepix boards). The names come from a table that every handle of the process shares,
+ * and each call below that takes an index or a name fills it anew from its own board: the text
+ * that ovex_board_id gave out changes with the next such call, on any handle. */
+/* The number of units (ovexsdk_dev_get_unit_count). */
+OVEXSDK_API int32_t ovex_board_count(ovex_ctx* ctx, uint32_t* count);
+/* The name of unit `index`. An index beyond the units, or a board with more than 5 units:
+ * OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_board_id(ovex_ctx* ctx, uint32_t index, const char** name);
+/* 1 when the named unit is powered, else 0 (ovexsdk_dev_is_unit_powered). An unknown name:
+ * OVEX_ERR_HANDLE, here and below. */
+OVEXSDK_API int32_t ovex_board_is_powered(ovex_ctx* ctx, const char* name, int32_t* powered);
+/* Powers the named unit up (ovexsdk_dev_power_up_unit); one already up gives
+ * OVEX_ERR_UNAVAILABLE and is left alone. */
+OVEXSDK_API int32_t ovex_board_power_on(ovex_ctx* ctx, const char* name);
+/* Powers the named unit down (ovexsdk_dev_power_down_unit); one already down gives
+ * OVEX_ERR_UNAVAILABLE and is left alone. */
+OVEXSDK_API int32_t ovex_board_power_off(ovex_ctx* ctx, const char* name);
+
+/* Bias supplies, named "BIAS1", "BIAS2"..., and cooling (temperature) controllers, named
+ * "PELT1", "PELT2"...: the family's prefix and the controller's index plus 1 as the last digit.
+ * An id that names no controller of the board gives OVEX_ERR_HANDLE. */
+/* The number of supplies (ovexsdk_bias_get_count), and the id of supply `index`. */
+OVEXSDK_API int32_t ovex_bias_supply_count(ovex_ctx* ctx, uint32_t* count);
+OVEXSDK_API int32_t ovex_bias_supply_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* The voltage the supply is set to, and setting it (ovexsdk_bias_get_desired, _set_desired). */
+OVEXSDK_API int32_t ovex_bias_get(ovex_ctx* ctx, const char* id, float* volts);
+OVEXSDK_API int32_t ovex_bias_set(ovex_ctx* ctx, const char* id, float volts);
+/* The settable range of the supply, volts (ovexsdk_bias_get_info). */
+OVEXSDK_API int32_t ovex_bias_range(ovex_ctx* ctx, const char* id, float* min, float* max);
+/* The number of controllers (ovexsdk_temp_get_count), and the id of controller `index`. */
+OVEXSDK_API int32_t ovex_cooling_count(ovex_ctx* ctx, uint32_t* count);
+OVEXSDK_API int32_t ovex_cooling_id(ovex_ctx* ctx, uint32_t index, const char** id);
+/* The set point, setting it, and what the controller achieves, in its unit
+ * (ovexsdk_temp_get_desired, _set_desired, _get_actual). */
+OVEXSDK_API int32_t ovex_cooling_get_desired(ovex_ctx* ctx, const char* id, float* value);
+OVEXSDK_API int32_t ovex_cooling_set_desired(ovex_ctx* ctx, const char* id, float value);
+OVEXSDK_API int32_t ovex_cooling_get_actual(ovex_ctx* ctx, const char* id, float* value);
+/* The settable range of the set point (ovexsdk_temp_get_info). */
+OVEXSDK_API int32_t ovex_cooling_limits(ovex_ctx* ctx, const char* id, float* min, float* max);
+/* The controller's unit, "DegreeCelsius" or "Percent"; for a unit of neither kind `*unit` is left
+ * as it was, with OVEX_OK. */
+OVEXSDK_API int32_t ovex_cooling_value_unit(ovex_ctx* ctx, const char* id, const char** unit);
+
+/* The versions of the board's components (firmware, FPGA designs). Names and versions come from
+ * a table that every handle of the process shares: ovex_hw_version_id and ovex_hw_version_string
+ * fill it anew from their own board, so each changes the texts the last one gave out, on any
+ * handle. */
+/* The number of components (ovexsdk_comp_get_ver_count). */
+OVEXSDK_API int32_t ovex_hw_version_count(ovex_ctx* ctx, uint32_t* count);
+/* The name of component `index`; an index beyond them: OVEX_ERR_HANDLE. */
+OVEXSDK_API int32_t ovex_hw_version_id(ovex_ctx* ctx, uint32_t index, const char** name);
+/* The version text of the named component; an unknown name: OVEX_ERR_HANDLE. A component whose
+ * version couldn't be read has an empty name and version. */
+OVEXSDK_API int32_t ovex_hw_version_string(ovex_ctx* ctx, const char* name, const char** version);
+
+/* Runs Lua text in the context's interpreter (ovexsdk_script_execute); a text that doesn't load
+ * or raises an error gives OVEX_ERR_INVALID. */
+OVEXSDK_API int32_t ovex_script_run(ovex_ctx* ctx, const char* text);
+/* The address of the context's Lua state, valid while the handle lives. */
+OVEXSDK_API int32_t ovex_script_get_state(ovex_ctx* ctx, void** state);
+
+/* Reads or writes one 32-bit register of the board's AXI-Lite bus. Their results are not mapped:
+ * 0 on success; OVEXSDK_ERR_INVALID, OVEXSDK_ERR_NO_DEVICE or OVEXSDK_ERR_FAILED when the access
+ * can't be made; for an access that the board refused, its error code plus 100 (102 for the
+ * bus's slave error, 103 for its decode error). A bad handle or a null pointer gives
+ * OVEX_ERR_HANDLE, as everywhere. */
+OVEXSDK_API int32_t ovex_axi_read(ovex_ctx* ctx, uint32_t address, uint32_t* value);
+OVEXSDK_API int32_t ovex_axi_write(ovex_ctx* ctx, uint32_t address, uint32_t value);
 
 /* ==== Chip, DACs, thresholds ==== */
 
