@@ -8,7 +8,6 @@
 #include "ovexlegacy.h"
 
 using ovex_mon_event_cb = void (*)(ovex_mon_event* event, void* user);
-using ovex_log_func = void (*)(const char* text, int32_t severity, void* user);
 
 // What a monitor callback gets, kept per monitor index in the handle and reused.
 struct ovex_mon_event {
