@@ -7,7 +7,6 @@
 
 #include "ovexlegacy.h"
 
-using ovex_mon_event_cb = void (*)(ovex_mon_event* event, void* user);
 
 // What a monitor callback gets, kept per monitor index in the handle and reused.
 struct ovex_mon_event {
