@@ -105,6 +105,21 @@ std::int32_t ReadEvent(const ovex_mon_event* event, Out* out, Read read) {
     return OVEX_OK;
 }
 
+// The monitor's value as its 32 bits are, whatever the monitor's type.
+template <class T>
+std::int32_t FetchBits(LegacyContext* ctx, const char* id, T* value) {
+    static_assert(sizeof(T) == sizeof(ovexsdk_mon_value));
+    if (!IsLive(ctx) || AnyNull(id, value)) {
+        return OVEX_ERR_HANDLE;
+    }
+    ovexsdk_mon_value fetched{};
+    const std::int32_t result = FetchValue(ctx, id, fetched);
+    if (result == OVEX_OK) {
+        std::memcpy(value, &fetched, sizeof *value);
+    }
+    return result;
+}
+
 }  // namespace
 
 extern "C" {
@@ -150,28 +165,11 @@ OVEXSDK_API int32_t ovex_mon_datatype(ovex_ctx* ctx, const char* id, const char*
 }
 
 OVEXSDK_API int32_t ovex_mon_fetch_value_float(ovex_ctx* ctx, const char* id, float* value) {
-    if (!IsLive(ctx) || AnyNull(id, value)) {
-        return OVEX_ERR_HANDLE;
-    }
-    ovexsdk_mon_value fetched{};
-    const std::int32_t result = FetchValue(ctx, id, fetched);
-    if (result == OVEX_OK) {
-        // The value's bits as they are, whatever the monitor's type.
-        std::memcpy(value, &fetched, sizeof *value);
-    }
-    return result;
+    return FetchBits(ctx, id, value);
 }
 
 OVEXSDK_API int32_t ovex_mon_fetch_value_int(ovex_ctx* ctx, const char* id, int32_t* value) {
-    if (!IsLive(ctx) || AnyNull(id, value)) {
-        return OVEX_ERR_HANDLE;
-    }
-    ovexsdk_mon_value fetched{};
-    const std::int32_t result = FetchValue(ctx, id, fetched);
-    if (result == OVEX_OK) {
-        std::memcpy(value, &fetched, sizeof *value);
-    }
-    return result;
+    return FetchBits(ctx, id, value);
 }
 
 OVEXSDK_API int32_t ovex_mon_event_set_onavailabilitychanged(ovex_ctx* ctx, const char* id,

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "legacy/legacy_core.hpp"
 
@@ -58,6 +59,23 @@ T* Replace(T*& buffer, std::uint64_t count, Fill fill) {
     return joined;
 }
 
+// Replaces `buffer` with the parts joined in order; `span_of(part)` gives a part's elements and
+// their number, `total` gets the elements joined.
+template <class T, class Part, class SpanOf>
+const T* Join(T*& buffer, const Part* parts, std::uint64_t count, SpanOf span_of,
+              std::uint64_t& total) {
+    total = 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        total += span_of(parts[i]).second;
+    }
+    return Replace(buffer, total, [&](T* out) {
+        for (std::uint64_t i = 0; i < count; ++i) {
+            const auto [data, size] = span_of(parts[i]);
+            out = std::copy_n(data, size, out);
+        }
+    });
+}
+
 std::int32_t TdcList(ovex_acq* acquisition, std::uint32_t channel,
                      ovexsdk_acq_tpx3_tdc_list& list) {
     ovexsdk_acq_tpx3_acq_toa_tot result{};
@@ -93,14 +111,9 @@ OVEXSDK_API int32_t ovex_acq_raw_get_data(ovex_acq* acquisition, const uint8_t**
         return Map(result);
     }
     std::uint64_t total = 0;
-    for (std::uint64_t i = 0; i < count; ++i) {
-        total += buffers[i].size;
-    }
-    const auto* joined = Replace(acquisition->raw, total, [&](std::uint8_t* out) {
-        for (std::uint64_t i = 0; i < count; ++i) {
-            out = std::copy_n(buffers[i].data, buffers[i].size, out);
-        }
-    });
+    const auto* joined = Join(
+        acquisition->raw, buffers, count,
+        [](const ovexsdk_acq_raw_data& part) { return std::pair(part.data, part.size); }, total);
     if (joined == nullptr) {
         return OVEX_ERR_NO_MEMORY;
     }
@@ -135,14 +148,10 @@ OVEXSDK_API int32_t ovex_acq_tpx2_get_event_frames(ovex_acq* acquisition, const 
         return Map(result);
     }
     std::uint64_t pixels = 0;
-    for (std::uint64_t i = 0; i < frame_count; ++i) {
-        pixels += frames[i].count;
-    }
-    const auto* joined = Replace(acquisition->frames, pixels, [&](std::uint16_t* out) {
-        for (std::uint64_t i = 0; i < frame_count; ++i) {
-            out = std::copy_n(frames[i].pixels, frames[i].count, out);
-        }
-    });
+    const auto* joined = Join(
+        acquisition->frames, frames, frame_count,
+        [](const ovexsdk_acq_tpx2_frame& part) { return std::pair(part.pixels, part.count); },
+        pixels);
     if (joined == nullptr) {
         return OVEX_ERR_NO_MEMORY;
     }
