@@ -76,6 +76,22 @@ const T* Join(T*& buffer, const Part* parts, std::uint64_t count, SpanOf span_of
     });
 }
 
+// One field of a result the current interface fills into `Record`, written to `out` when the
+// getter succeeds.
+template <class Record, class Out, class Field>
+std::int32_t Answer(ovex_acq* acquisition, Out* out,
+                    ovexsdk_err_code (*get)(ovexsdk_dev_ctx*, Record*), Field field) {
+    if (AnyNull(acquisition, out)) {
+        return OVEX_ERR_HANDLE;
+    }
+    Record record{};
+    const ovexsdk_err_code result = get(acquisition->context, &record);
+    if (result == OVEXSDK_OK) {
+        *out = field(record);
+    }
+    return Map(result);
+}
+
 std::int32_t TdcList(ovex_acq* acquisition, std::uint32_t channel,
                      ovexsdk_acq_tpx3_tdc_list& list) {
     ovexsdk_acq_tpx3_acq_toa_tot result{};
@@ -251,70 +267,36 @@ OVEXSDK_API int32_t ovex_acq_tpx3_get_packets(ovex_acq* acquisition, const void*
 
 OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_hitcounters(ovex_acq* acquisition,
                                                          const uint64_t** data) {
-    if (AnyNull(acquisition, data)) {
-        return OVEX_ERR_HANDLE;
-    }
-    ovexsdk_acq_tpx3_evcount_fragment fragment{};
-    const ovexsdk_err_code result =
-        ovexsdk_acq_get_tpx3_evcount_fragment(acquisition->context, &fragment);
-    if (result == OVEXSDK_OK) {
-        *data = fragment.events;
-    }
-    return Map(result);
+    return Answer(acquisition, data, &ovexsdk_acq_get_tpx3_evcount_fragment,
+                  [](const ovexsdk_acq_tpx3_evcount_fragment& record) { return record.events; });
 }
 
 OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_hitcounters_count(ovex_acq* acquisition,
                                                                uint32_t* count) {
-    if (AnyNull(acquisition, count)) {
-        return OVEX_ERR_HANDLE;
-    }
-    ovexsdk_acq_tpx3_evcount_fragment fragment{};
-    const ovexsdk_err_code result =
-        ovexsdk_acq_get_tpx3_evcount_fragment(acquisition->context, &fragment);
-    if (result == OVEXSDK_OK) {
-        *count = static_cast<std::uint32_t>(fragment.count);
-    }
-    return Map(result);
+    return Answer(acquisition, count, &ovexsdk_acq_get_tpx3_evcount_fragment,
+                  [](const ovexsdk_acq_tpx3_evcount_fragment& record) {
+                      return static_cast<std::uint32_t>(record.count);
+                  });
 }
 
 OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_itots(ovex_acq* acquisition, const uint64_t** data) {
-    if (AnyNull(acquisition, data)) {
-        return OVEX_ERR_HANDLE;
-    }
-    ovexsdk_acq_tpx3_itot_fragment fragment{};
-    const ovexsdk_err_code result =
-        ovexsdk_acq_get_tpx3_itot_fragment(acquisition->context, &fragment);
-    if (result == OVEXSDK_OK) {
-        *data = fragment.itots;
-    }
-    return Map(result);
+    return Answer(acquisition, data, &ovexsdk_acq_get_tpx3_itot_fragment,
+                  [](const ovexsdk_acq_tpx3_itot_fragment& record) { return record.itots; });
 }
 
 OVEXSDK_API int32_t ovex_acq_tpx3_get_binned_itots_count(ovex_acq* acquisition, uint32_t* count) {
-    if (AnyNull(acquisition, count)) {
-        return OVEX_ERR_HANDLE;
-    }
-    ovexsdk_acq_tpx3_itot_fragment fragment{};
-    const ovexsdk_err_code result =
-        ovexsdk_acq_get_tpx3_itot_fragment(acquisition->context, &fragment);
-    if (result == OVEXSDK_OK) {
-        *count = static_cast<std::uint32_t>(fragment.count);
-    }
-    return Map(result);
+    return Answer(acquisition, count, &ovexsdk_acq_get_tpx3_itot_fragment,
+                  [](const ovexsdk_acq_tpx3_itot_fragment& record) {
+                      return static_cast<std::uint32_t>(record.count);
+                  });
 }
 
 OVEXSDK_API int32_t ovex_acq_meta_get_shutter_rising_time_ticks(ovex_acq* acquisition,
                                                                 uint64_t* ticks) {
-    if (AnyNull(acquisition, ticks)) {
-        return OVEX_ERR_HANDLE;
-    }
-    ovexsdk_acq_tpx3_acq_toa_tot result{};
-    const ovexsdk_err_code got =
-        ovexsdk_acq_get_tpx3_toa_tot_packets(acquisition->context, &result);
-    if (got == OVEXSDK_OK) {
-        *ticks = result.shutter_rising_time_ticks;
-    }
-    return Map(got);
+    return Answer(acquisition, ticks, &ovexsdk_acq_get_tpx3_toa_tot_packets,
+                  [](const ovexsdk_acq_tpx3_acq_toa_tot& record) {
+                      return record.shutter_rising_time_ticks;
+                  });
 }
 
 OVEXSDK_API int32_t ovex_acq_meta_get_tdc_info(ovex_ctx* ctx, uint32_t* count) {
