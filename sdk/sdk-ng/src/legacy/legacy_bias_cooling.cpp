@@ -77,26 +77,14 @@ std::int32_t IdAt(LegacyContext* ctx, const Family& family, uint32_t index, cons
     return OVEX_OK;
 }
 
-// The range of bias supply `index`.
-std::int32_t BiasInfo(LegacyContext* ctx, std::uint8_t index, ovexsdk_bias_info& info) {
-    ovexsdk_bias_info infos[kInfoCapacity]{};
-    std::uint8_t filled = kInfoCapacity;
-    const ovexsdk_err_code read = ovexsdk_bias_get_info(&ctx->context, infos, &filled);
-    if (read != OVEXSDK_OK) {
-        return Map(read);
-    }
-    if (index >= filled) {
-        return OVEX_ERR_HANDLE;
-    }
-    info = infos[index];
-    return OVEX_OK;
-}
-
-// The range and unit of cooling controller `index`.
-std::int32_t CoolingInfo(LegacyContext* ctx, std::uint8_t index, ovexsdk_temp_ctrl_info& info) {
-    ovexsdk_temp_ctrl_info infos[kInfoCapacity]{};
-    std::uint64_t filled = kInfoCapacity;
-    const ovexsdk_err_code read = ovexsdk_temp_get_info(&ctx->context, infos, &filled);
+// The record of controller `index` as the family's info call lists them, read with room for
+// kInfoCapacity controllers: the range of a bias supply, the range and unit of a cooler.
+template <class Info, class Count>
+std::int32_t InfoAt(LegacyContext* ctx, std::uint8_t index, Info& info,
+                    ovexsdk_err_code (*get_info)(ovexsdk_dev_ctx*, Info*, Count*)) {
+    Info infos[kInfoCapacity]{};
+    Count filled = kInfoCapacity;
+    const ovexsdk_err_code read = get_info(&ctx->context, infos, &filled);
     if (read != OVEXSDK_OK) {
         return Map(read);
     }
@@ -143,7 +131,7 @@ OVEXSDK_API int32_t ovex_bias_range(ovex_ctx* ctx, const char* id, float* min, f
     }
     return OnController(ctx, kBias, id, [&](std::uint8_t index) {
         ovexsdk_bias_info info{};
-        const std::int32_t read = BiasInfo(ctx, index, info);
+        const std::int32_t read = InfoAt(ctx, index, info, &ovexsdk_bias_get_info);
         if (read == OVEX_OK) {
             *min = info.minimum;
             *max = info.maximum;
@@ -193,7 +181,7 @@ OVEXSDK_API int32_t ovex_cooling_limits(ovex_ctx* ctx, const char* id, float* mi
     }
     return OnController(ctx, kCooling, id, [&](std::uint8_t index) {
         ovexsdk_temp_ctrl_info info{};
-        const std::int32_t read = CoolingInfo(ctx, index, info);
+        const std::int32_t read = InfoAt(ctx, index, info, &ovexsdk_temp_get_info);
         if (read == OVEX_OK) {
             *min = info.minimum;
             *max = info.maximum;
@@ -208,7 +196,7 @@ OVEXSDK_API int32_t ovex_cooling_value_unit(ovex_ctx* ctx, const char* id, const
     }
     return OnController(ctx, kCooling, id, [&](std::uint8_t index) {
         ovexsdk_temp_ctrl_info info{};
-        const std::int32_t read = CoolingInfo(ctx, index, info);
+        const std::int32_t read = InfoAt(ctx, index, info, &ovexsdk_temp_get_info);
         if (read != OVEX_OK) {
             return read;
         }

@@ -144,6 +144,24 @@ std::int32_t FlashSectorRange(LegacyContext* ctx, Memory memory, std::uint32_t s
     return OVEX_ERR_HANDLE;
 }
 
+// One figure of region `index` of the memory named `id`.
+std::int32_t RegionField(LegacyContext* ctx, const char* id, std::uint32_t index,
+                         std::uint32_t* out, std::uint32_t Region::*field) {
+    if (!IsLive(ctx) || AnyNull(id, out)) {
+        return OVEX_ERR_HANDLE;
+    }
+    const std::optional<Memory> memory = Find(ctx, id);
+    if (!memory) {
+        return OVEX_ERR_HANDLE;
+    }
+    Region found{};
+    const std::int32_t result = GetRegion(ctx, *memory, index, found);
+    if (result == OVEX_OK) {
+        *out = found.*field;
+    }
+    return result;
+}
+
 }  // namespace
 
 extern "C" {
@@ -213,36 +231,12 @@ OVEXSDK_API int32_t ovex_flash_regions(ovex_ctx* ctx, const char* id, uint32_t* 
 
 OVEXSDK_API int32_t ovex_flash_sector_count(ovex_ctx* ctx, const char* id, uint32_t region,
                                             uint32_t* count) {
-    if (!IsLive(ctx) || AnyNull(id, count)) {
-        return OVEX_ERR_HANDLE;
-    }
-    const std::optional<Memory> memory = Find(ctx, id);
-    if (!memory) {
-        return OVEX_ERR_HANDLE;
-    }
-    Region found{};
-    const std::int32_t result = GetRegion(ctx, *memory, region, found);
-    if (result == OVEX_OK) {
-        *count = found.sector_count;
-    }
-    return result;
+    return RegionField(ctx, id, region, count, &Region::sector_count);
 }
 
 OVEXSDK_API int32_t ovex_flash_sector_size(ovex_ctx* ctx, const char* id, uint32_t region,
                                            uint32_t* size) {
-    if (!IsLive(ctx) || AnyNull(id, size)) {
-        return OVEX_ERR_HANDLE;
-    }
-    const std::optional<Memory> memory = Find(ctx, id);
-    if (!memory) {
-        return OVEX_ERR_HANDLE;
-    }
-    Region found{};
-    const std::int32_t result = GetRegion(ctx, *memory, region, found);
-    if (result == OVEX_OK) {
-        *size = found.sector_size;
-    }
-    return result;
+    return RegionField(ctx, id, region, size, &Region::sector_size);
 }
 
 OVEXSDK_API int32_t ovex_flash_sector_address_range(ovex_ctx* ctx, const char* id, uint32_t sector,

@@ -59,21 +59,30 @@ T* Replace(T*& buffer, std::uint64_t count, Fill fill) {
     return joined;
 }
 
-// Replaces `buffer` with the parts joined in order; `span_of(part)` gives a part's elements and
-// their number, `total` gets the elements joined.
+// Replaces `buffer` with the parts of the result that `get_parts` lists, joined in order;
+// `span_of(part)` gives a part's elements and their number, `total` gets the elements joined.
 template <class T, class Part, class SpanOf>
-const T* Join(T*& buffer, const Part* parts, std::uint64_t count, SpanOf span_of,
-              std::uint64_t& total) {
+std::int32_t JoinParts(ovex_acq* acquisition, T*& buffer,
+                       ovexsdk_err_code (*get_parts)(ovexsdk_dev_ctx*, const Part**,
+                                                     std::uint64_t*),
+                       SpanOf span_of, std::uint64_t& total) {
+    const Part* parts = nullptr;
+    std::uint64_t count = 0;
+    const ovexsdk_err_code listed = get_parts(acquisition->context, &parts, &count);
+    if (listed != OVEXSDK_OK) {
+        return Map(listed);
+    }
     total = 0;
     for (std::uint64_t i = 0; i < count; ++i) {
         total += span_of(parts[i]).second;
     }
-    return Replace(buffer, total, [&](T* out) {
+    const T* joined = Replace(buffer, total, [&](T* out) {
         for (std::uint64_t i = 0; i < count; ++i) {
             const auto [data, size] = span_of(parts[i]);
             out = std::copy_n(data, size, out);
         }
     });
+    return joined == nullptr ? OVEX_ERR_NO_MEMORY : OVEX_OK;
 }
 
 // One field of a result the current interface fills into `Record`, written to `out` when the
@@ -119,23 +128,15 @@ OVEXSDK_API int32_t ovex_acq_raw_get_data(ovex_acq* acquisition, const uint8_t**
     if (AnyNull(acquisition, data, size)) {
         return OVEX_ERR_HANDLE;
     }
-    const ovexsdk_acq_raw_data* buffers = nullptr;
-    std::uint64_t count = 0;
-    const ovexsdk_err_code result =
-        ovexsdk_acq_get_raw_data(acquisition->context, &buffers, &count);
-    if (result != OVEXSDK_OK) {
-        return Map(result);
-    }
     std::uint64_t total = 0;
-    const auto* joined = Join(
-        acquisition->raw, buffers, count,
+    const std::int32_t joined = JoinParts(
+        acquisition, acquisition->raw, &ovexsdk_acq_get_raw_data,
         [](const ovexsdk_acq_raw_data& part) { return std::pair(part.data, part.size); }, total);
-    if (joined == nullptr) {
-        return OVEX_ERR_NO_MEMORY;
+    if (joined == OVEX_OK) {
+        *data = acquisition->raw;
+        *size = total;
     }
-    *data = joined;
-    *size = total;
-    return OVEX_OK;
+    return joined;
 }
 
 OVEXSDK_API int32_t ovex_acq_tpx2_get_frame_count(ovex_acq* acquisition, uint32_t* count) {
@@ -156,23 +157,15 @@ OVEXSDK_API int32_t ovex_acq_tpx2_get_event_frames(ovex_acq* acquisition, const 
     if (AnyNull(acquisition, data)) {
         return OVEX_ERR_HANDLE;
     }
-    const ovexsdk_acq_tpx2_frame* frames = nullptr;
-    std::uint64_t frame_count = 0;
-    const ovexsdk_err_code result =
-        ovexsdk_acq_get_tpx2_frames(acquisition->context, &frames, &frame_count);
-    if (result != OVEXSDK_OK) {
-        return Map(result);
-    }
     std::uint64_t pixels = 0;
-    const auto* joined = Join(
-        acquisition->frames, frames, frame_count,
+    const std::int32_t joined = JoinParts(
+        acquisition, acquisition->frames, &ovexsdk_acq_get_tpx2_frames,
         [](const ovexsdk_acq_tpx2_frame& part) { return std::pair(part.pixels, part.count); },
         pixels);
-    if (joined == nullptr) {
-        return OVEX_ERR_NO_MEMORY;
+    if (joined == OVEX_OK) {
+        *data = acquisition->frames;
     }
-    *data = joined;
-    return OVEX_OK;
+    return joined;
 }
 
 OVEXSDK_API int32_t ovex_acq_tpx3_get_packet_count(ovex_acq* acquisition, uint32_t* count) {
