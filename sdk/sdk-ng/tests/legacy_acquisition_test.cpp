@@ -149,11 +149,7 @@ protected:
     // A powered board of `kind` under a beam, its data endpoint sending only what the chip reads
     // out, and the host's callback set.
     void PowerUp(vboard::BoardKind kind) {
-        vboard::VirtualBoard::Settings settings;
-        settings.kind = kind;
-        settings.stream.total_bytes = 0;
-        ASSERT_EQ(AddAndOpen(std::move(settings)), OVEX_OK);
-        ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx->context), OVEXSDK_OK);
+        OpenPowered(kind);
         if (kind == vboard::BoardKind::kTimepix3) {
             // The chip's reset turns its data channels on.
             ASSERT_EQ(ovexsdk_chip_configure(&m_ctx->context, 0), OVEXSDK_OK);

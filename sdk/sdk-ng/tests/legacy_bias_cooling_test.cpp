@@ -19,9 +19,7 @@ protected:
         if (IsSkipped()) {
             return;
         }
-        vboard::VirtualBoard::Settings settings;
-        settings.kind = vboard::BoardKind::kNobe;
-        ASSERT_EQ(AddAndOpen(settings), OVEX_OK);
+        ASSERT_EQ(AddAndOpen(vboard::BoardKind::kNobe), OVEX_OK);
     }
     std::int32_t Get(const char* id) {
         float value = 0;

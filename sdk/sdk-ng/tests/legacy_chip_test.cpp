@@ -19,13 +19,6 @@ namespace {
 
 class LegacyChip : public LegacySession {
 protected:
-    // A Timepix3 board, open and powered; its data endpoint sends only what the chip reads back.
-    void OpenPowered() {
-        vboard::VirtualBoard::Settings settings;
-        settings.stream.total_bytes = 0;
-        ASSERT_EQ(AddAndOpen(std::move(settings)), OVEX_OK);
-        ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx->context), OVEXSDK_OK);
-    }
     int State(const char* name) { return Board().Engine().StateValue(name); }
 };
 

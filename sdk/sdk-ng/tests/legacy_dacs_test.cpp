@@ -95,14 +95,6 @@ protected:
         return dacs;
     }
 
-    void OpenPowered(vboard::BoardKind kind) {
-        vboard::VirtualBoard::Settings settings;
-        settings.kind = kind;
-        settings.stream.total_bytes = 0;
-        ASSERT_EQ(AddAndOpen(std::move(settings)), OVEX_OK);
-        ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx->context), OVEXSDK_OK);
-    }
-
     std::vector<std::string> Names(bool sense) {
         uint32_t count = 0;
         const auto counter = sense ? &ovex_chip_sense_dac_count : &ovex_chip_dac_count;

@@ -79,9 +79,7 @@ protected:
         if (IsSkipped()) {
             return;
         }
-        vboard::VirtualBoard::Settings settings;
-        settings.kind = vboard::BoardKind::kNobe;
-        ASSERT_EQ(AddAndOpen(std::move(settings)), OVEX_OK);
+        ASSERT_EQ(AddAndOpen(vboard::BoardKind::kNobe), OVEX_OK);
         ASSERT_EQ(ovexsdk_mon_legacy_id_to_idx(&m_ctx->context, "T_FPGA_BE", &m_fpga), OVEXSDK_OK);
     }
 

@@ -42,6 +42,22 @@ protected:
         return ovex_dev_open(m_ctx, "usb:sn:OVX00001");
     }
 
+    // A board of `kind`, opened.
+    std::int32_t AddAndOpen(vboard::BoardKind kind) {
+        vboard::VirtualBoard::Settings settings;
+        settings.kind = kind;
+        return AddAndOpen(std::move(settings));
+    }
+
+    // A board of `kind`, open and powered; its data endpoint sends only what the chip reads out.
+    void OpenPowered(vboard::BoardKind kind = vboard::BoardKind::kTimepix3) {
+        vboard::VirtualBoard::Settings settings;
+        settings.kind = kind;
+        settings.stream.total_bytes = 0;
+        ASSERT_EQ(AddAndOpen(std::move(settings)), OVEX_OK);
+        ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx->context), OVEXSDK_OK);
+    }
+
     ovex_ctx* m_ctx = nullptr;
 };
 
