@@ -3,10 +3,15 @@
 #include <cstring>
 
 #include "cli.hpp"
-#include "pixel_address.hpp"
+#include "ovex/pixel_address.hpp"
 
 namespace ovex::cli {
 namespace {
+
+using pixel::kTpx3Side;
+using pixel::Pixel;
+using pixel::PixelIndexOf;
+using pixel::PixelOf;
 
 // The writer falls this far behind before the callback has to wait.
 constexpr std::size_t kQueueBytes = std::size_t{256} << 20;

@@ -15,7 +15,7 @@
 #include "loss_counter.hpp"
 #include "npy_read.hpp"
 #include "npy_writer.hpp"
-#include "pixel_address.hpp"
+#include "ovex/pixel_address.hpp"
 #include "png_read.hpp"
 #include "png_writer.hpp"
 #include "run_files.hpp"
@@ -23,6 +23,8 @@
 namespace ovex::cli {
 namespace {
 
+using pixel::PixelIndexOf;
+using pixel::PixelOf;
 using testing::BrightestPixel;
 using testing::ReadNpy;
 using testing::ReadPng;

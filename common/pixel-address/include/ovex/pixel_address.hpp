@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-namespace ovex::cli {
+namespace ovex::pixel {
 
 inline constexpr std::uint32_t kTpx3Side = 256;
 
@@ -25,4 +25,4 @@ constexpr Pixel PixelOf(std::uint32_t address) {
             static_cast<std::uint16_t>(index / kTpx3Side)};
 }
 
-}  // namespace ovex::cli
+}  // namespace ovex::pixel
