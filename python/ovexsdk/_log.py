@@ -7,6 +7,9 @@ import logging
 from . import _core
 
 logger = logging.getLogger("ovexsdk")
+# A library leaves the choice of output to the program: without a handler of its own, lines
+# reach only the handlers the program configures.
+logger.addHandler(logging.NullHandler())
 
 
 def _emit(level: int, text: str) -> None:
