@@ -147,8 +147,12 @@ class Board:
     def power_up(self, unit: Union[int, str, None] = None) -> None:
         """Powers the board up, or one unit (index or name); nothing to do when already up."""
         if unit is None:
-            if not self.powered:
+            units = self.units
+            if not any(u.powered for u in units):
                 self._ctx.power_up()
+            else:
+                for down in (u for u in units if not u.powered):
+                    self._ctx.power_up_unit(down.index)
         else:
             index = self._unit(unit)
             if not self.units[index].powered:

@@ -70,6 +70,10 @@ Acquisition::Acquisition(std::shared_ptr<Context> context, AcquisitionPlan plan,
             std::lock_guard lock(m_mutex);
             failure.swap(m_failure);
         }
+        if (!failure) {
+            failure.emplace(OVEXSDK_ERR_FAILED, "acquire", std::vector<std::string>{},
+                            "the readout ended before it started");
+        }
         throw *failure;
     }
 }
