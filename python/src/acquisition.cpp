@@ -123,17 +123,18 @@ void Acquisition::Run(ovexsdk_dev_ctx* ctx) {
             break;
         }
     }
+    // The readout has ended, and its callbacks with it: the copier is the runner's now.
+    const std::uint64_t done = m_copier.LinesDone();
     for (Block& block : m_copier.Flush()) {
         m_queue.Push(std::move(block));
     }
     if (IsScan(m_plan.kind)) {
         std::lock_guard lock(m_mutex);
-        const std::uint64_t done = m_copier.LinesDone();
         if (done < m_plan.lines && !m_stop && !m_failure) {
-            m_failure.emplace(OVEXSDK_ERR_FAILED, "acquire", std::vector<std::string>{},
-                              std::to_string(done) + " of " + std::to_string(m_plan.lines) +
-                                  " scan lines came within " + std::to_string(m_plan.seconds) +
-                                  " s",
+            char detail[128];
+            std::snprintf(detail, sizeof detail, "%llu of %u scan lines came within %g s",
+                          static_cast<unsigned long long>(done), m_plan.lines, m_plan.seconds);
+            m_failure.emplace(OVEXSDK_ERR_FAILED, "acquire", std::vector<std::string>{}, detail,
                               true);
         }
     }
