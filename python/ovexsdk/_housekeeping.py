@@ -5,7 +5,7 @@ from __future__ import annotations
 from collections.abc import Iterator, Mapping
 from typing import TYPE_CHECKING, Callable, NamedTuple, Optional, Union
 
-from ._errors import NoDeviceError
+from ._errors import NoDeviceError, invalid
 
 if TYPE_CHECKING:
     from ._board import Board
@@ -109,6 +109,9 @@ class Control:
 
     @desired.setter
     def desired(self, value: float) -> None:
+        if not self.minimum <= value <= self.maximum:
+            raise invalid(self._family, f"{self._family} {self.index} takes {self.minimum:g} .. "
+                                        f"{self.maximum:g} {self.unit}, not {value}")
         getattr(self._board._context, f"set_{self._family}")(self.index, float(value))
 
     @property

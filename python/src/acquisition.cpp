@@ -143,7 +143,7 @@ void Acquisition::Run(ovexsdk_dev_ctx* ctx) {
         m_finished = true;
     }
     m_changed.notify_all();
-    m_queue.Finish();
+    m_queue.Close();
 }
 
 bool Acquisition::RunReadout(ovexsdk_dev_ctx* ctx, bool first) {
@@ -259,11 +259,11 @@ py::object Acquisition::Next() {
         BlockQueue::Popped popped;
         {
             py::gil_scoped_release no_gil;
-            popped = m_queue.Pop(kSignalPoll);
+            popped = m_queue.PopFor(kSignalPoll);
         }
         switch (popped.status) {
-            case BlockQueue::Status::kBlock:
-                return ToPython(std::move(*popped.block));
+            case BlockQueue::Status::kItem:
+                return ToPython(std::move(*popped.item));
             case BlockQueue::Status::kEnd: {
                 Stop();
                 std::optional<CallError> failure;

@@ -18,13 +18,21 @@
 #include <string>
 #include <thread>
 
-#include "block_queue.hpp"
 #include "call.hpp"
+#include "ovex/byte_queue.hpp"
 #include "result_blocks.hpp"
 
 namespace ovex::python {
 
 class Context;
+
+struct BlockBytes {
+    std::size_t operator()(const Block& block) const { return block.bytes(); }
+};
+// The blocks of one acquisition between the data callback and the Python thread: when the
+// Python side falls behind, the callback waits and the library keeps what the board sends in
+// its own buffers meanwhile; once the Python side gives up, what still comes is dropped.
+using BlockQueue = ByteQueue<Block, BlockBytes>;
 
 struct AcquisitionPlan {
     ResultKind kind = ResultKind::kHits;

@@ -66,13 +66,7 @@ void LogBridge::Stop() {
 }
 
 void LogBridge::SetSink(py::object sink) {
-    PyObject* old = nullptr;
-    {
-        std::lock_guard lock(m_sink_mutex);
-        old = m_sink;
-        m_sink = sink.is_none() ? nullptr : sink.release().ptr();
-    }
-    Py_XDECREF(old);
+    m_sink.Set(std::move(sink));
 }
 
 std::uint64_t LogBridge::ProblemCount() const {
@@ -142,33 +136,6 @@ bool LogBridge::TakeReply(const std::string& line) {
     return true;
 }
 
-void LogBridge::Forward(int level, const std::string& line) {
-    {
-        std::lock_guard lock(m_sink_mutex);
-        if (!m_sink) {
-            return;  // no Python to wake
-        }
-    }
-    if (!Py_IsInitialized() || _Py_IsFinalizing()) {
-        return;
-    }
-    py::gil_scoped_acquire gil;
-    PyObject* sink = nullptr;
-    {
-        std::lock_guard lock(m_sink_mutex);
-        sink = m_sink;
-        Py_XINCREF(sink);
-    }
-    if (!sink) {
-        return;
-    }
-    try {
-        py::reinterpret_steal<py::object>(sink)(level, line);
-    } catch (py::error_already_set& error) {
-        error.discard_as_unraisable("ovexsdk log sink");
-    }
-}
-
 void LogBridge::OnLine(const char* text, ovexsdk_log_severity severity, void* self) {
     auto& bridge = *static_cast<LogBridge*>(self);
     std::string line(text);
@@ -187,7 +154,8 @@ void LogBridge::OnLine(const char* text, ovexsdk_log_severity severity, void* se
         bridge.m_recent_problems.push_back(line);
         bridge.m_changed.notify_all();
     }
-    bridge.Forward(PythonLevel(severity), line);
+    bridge.m_sink.Invoke("ovexsdk log sink",
+                         [&](const py::object& sink) { sink(PythonLevel(severity), line); });
 }
 
 }  // namespace ovex::python

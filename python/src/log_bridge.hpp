@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "ovexsdk.h"
+#include "python_callable.hpp"
 
 namespace ovex::python {
 
@@ -54,7 +55,6 @@ private:
     // Waits until the lines logged so far have reached the callback: a line that a script of
     // the bridge's context logs now comes after them.
     void Flush();
-    void Forward(int level, const std::string& line);
 
     std::unique_ptr<ovexsdk_dev_ctx> m_context;
     std::mutex m_script_mutex;  // calls on the bridge's context come one at a time
@@ -66,8 +66,7 @@ private:
     std::uint64_t m_next_token = 0;
     std::map<std::string, std::optional<std::string>> m_replies;  // awaited, and what came
 
-    std::mutex m_sink_mutex;
-    PyObject* m_sink = nullptr;  // owned reference; changed with the GIL
+    PythonCallable m_sink;
 };
 
 }  // namespace ovex::python

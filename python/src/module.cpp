@@ -303,80 +303,76 @@ void BindChips(py::class_<Context, ContextPtr>& context) {
         });
 }
 
+using FloatGetter = ovexsdk_err_code (*)(ovexsdk_dev_ctx*, std::uint8_t, float*);
+using FloatSetter = ovexsdk_err_code (*)(ovexsdk_dev_ctx*, std::uint8_t, float);
+
+// The controllers of a family (bias supplies, temperature controllers): counted, then
+// described by the array rule.
+template <typename Info, typename Filled>
+std::vector<Info> Controllers(ovexsdk_dev_ctx* h, const char* count_name,
+                              ovexsdk_err_code (*count_fn)(ovexsdk_dev_ctx*, std::uint8_t*),
+                              const char* info_name,
+                              ovexsdk_err_code (*info_fn)(ovexsdk_dev_ctx*, Info*, Filled*)) {
+    const auto count =
+        Get<std::uint8_t>(count_name, [&](std::uint8_t* v) { return count_fn(h, v); });
+    std::vector<Info> infos(count);
+    Filled filled = count;
+    if (count != 0) {
+        Checked(info_name, [&] { return info_fn(h, infos.data(), &filled); });
+    }
+    infos.resize(filled);
+    return infos;
+}
+
+// `name(index)` reads a controller's value through `function`; `set_name(index, value)` sets it.
+void BindControllerValue(py::class_<Context, ContextPtr>& context, const char* name,
+                         const char* function, FloatGetter getter) {
+    context.def(name, [function, getter](Context& c, std::uint8_t id) {
+        ovexsdk_dev_ctx* h = c.Handle();
+        return Get<float>(function, [&](float* v) { return getter(h, id, v); });
+    });
+}
+
+void BindControllerSetter(py::class_<Context, ContextPtr>& context, const char* name,
+                          const char* function, FloatSetter setter) {
+    context.def(name, [function, setter](Context& c, std::uint8_t id, float value) {
+        ovexsdk_dev_ctx* h = c.Handle();
+        Checked(function, [&] { return setter(h, id, value); });
+    });
+}
+
 void BindHousekeeping(py::class_<Context, ContextPtr>& context) {
+    context.def("bias", [](Context& c) {
+        py::list out;
+        for (const ovexsdk_bias_info& info :
+             Controllers(c.Handle(), "ovexsdk_bias_get_count", &ovexsdk_bias_get_count,
+                         "ovexsdk_bias_get_info", &ovexsdk_bias_get_info)) {
+            out.append(py::make_tuple(info.minimum, info.maximum));
+        }
+        return out;
+    });
+    context.def("temperature", [](Context& c) {
+        py::list out;
+        for (const ovexsdk_temp_ctrl_info& info :
+             Controllers(c.Handle(), "ovexsdk_temp_get_count", &ovexsdk_temp_get_count,
+                         "ovexsdk_temp_get_info", &ovexsdk_temp_get_info)) {
+            out.append(py::make_tuple(info.minimum, info.maximum, info.unit));
+        }
+        return out;
+    });
+    BindControllerValue(context, "bias_desired", "ovexsdk_bias_get_desired",
+                        &ovexsdk_bias_get_desired);
+    BindControllerValue(context, "bias_actual", "ovexsdk_bias_get_actual",
+                        &ovexsdk_bias_get_actual);
+    BindControllerSetter(context, "set_bias", "ovexsdk_bias_set_desired",
+                         &ovexsdk_bias_set_desired);
+    BindControllerValue(context, "temperature_desired", "ovexsdk_temp_get_desired",
+                        &ovexsdk_temp_get_desired);
+    BindControllerValue(context, "temperature_actual", "ovexsdk_temp_get_actual",
+                        &ovexsdk_temp_get_actual);
+    BindControllerSetter(context, "set_temperature", "ovexsdk_temp_set_desired",
+                         &ovexsdk_temp_set_desired);
     context
-        .def("bias",
-             [](Context& c) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 const auto count = Get<std::uint8_t>(
-                     "ovexsdk_bias_get_count",
-                     [&](std::uint8_t* v) { return ovexsdk_bias_get_count(h, v); });
-                 std::vector<ovexsdk_bias_info> infos(count);
-                 std::uint8_t filled = count;
-                 if (count != 0) {
-                     Checked("ovexsdk_bias_get_info",
-                             [&] { return ovexsdk_bias_get_info(h, infos.data(), &filled); });
-                 }
-                 py::list out;
-                 for (std::uint8_t i = 0; i < filled; ++i) {
-                     out.append(py::make_tuple(infos[i].minimum, infos[i].maximum));
-                 }
-                 return out;
-             })
-        .def("bias_desired",
-             [](Context& c, std::uint8_t id) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 return Get<float>("ovexsdk_bias_get_desired",
-                                   [&](float* v) { return ovexsdk_bias_get_desired(h, id, v); });
-             })
-        .def("bias_actual",
-             [](Context& c, std::uint8_t id) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 return Get<float>("ovexsdk_bias_get_actual",
-                                   [&](float* v) { return ovexsdk_bias_get_actual(h, id, v); });
-             })
-        .def("set_bias",
-             [](Context& c, std::uint8_t id, float volts) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 Checked("ovexsdk_bias_set_desired",
-                         [&] { return ovexsdk_bias_set_desired(h, id, volts); });
-             })
-        .def("temperature",
-             [](Context& c) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 const auto count = Get<std::uint8_t>(
-                     "ovexsdk_temp_get_count",
-                     [&](std::uint8_t* v) { return ovexsdk_temp_get_count(h, v); });
-                 std::vector<ovexsdk_temp_ctrl_info> infos(count);
-                 std::uint64_t filled = count;
-                 if (count != 0) {
-                     Checked("ovexsdk_temp_get_info",
-                             [&] { return ovexsdk_temp_get_info(h, infos.data(), &filled); });
-                 }
-                 py::list out;
-                 for (std::uint64_t i = 0; i < filled; ++i) {
-                     out.append(py::make_tuple(infos[i].minimum, infos[i].maximum, infos[i].unit));
-                 }
-                 return out;
-             })
-        .def("temperature_desired",
-             [](Context& c, std::uint8_t id) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 return Get<float>("ovexsdk_temp_get_desired",
-                                   [&](float* v) { return ovexsdk_temp_get_desired(h, id, v); });
-             })
-        .def("temperature_actual",
-             [](Context& c, std::uint8_t id) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 return Get<float>("ovexsdk_temp_get_actual",
-                                   [&](float* v) { return ovexsdk_temp_get_actual(h, id, v); });
-             })
-        .def("set_temperature",
-             [](Context& c, std::uint8_t id, float value) {
-                 ovexsdk_dev_ctx* h = c.Handle();
-                 Checked("ovexsdk_temp_set_desired",
-                         [&] { return ovexsdk_temp_set_desired(h, id, value); });
-             })
         .def("monitors",
              [](Context& c) {
                  ovexsdk_dev_ctx* h = c.Handle();

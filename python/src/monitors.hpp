@@ -4,19 +4,13 @@
 
 #include <pybind11/pybind11.h>
 
-#include <mutex>
-
 #include "ovexsdk.h"
+#include "python_callable.hpp"
 
 namespace ovex::python {
 
 class MonitorForwarder {
 public:
-    MonitorForwarder() = default;
-    ~MonitorForwarder();
-    MonitorForwarder(const MonitorForwarder&) = delete;
-    MonitorForwarder& operator=(const MonitorForwarder&) = delete;
-
     // `callback(name, value, warning, error, available, timestamp)`, or None; with the GIL.
     void SetCallback(pybind11::object callback);
 
@@ -26,8 +20,7 @@ public:
 private:
     static void OnValue(const ovexsdk_mon_on_value_changed_args* args, void* self);
 
-    std::mutex m_mutex;
-    PyObject* m_callback = nullptr;  // owned reference; changed with the GIL
+    PythonCallable m_callback;
 };
 
 }  // namespace ovex::python

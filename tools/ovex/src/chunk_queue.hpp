@@ -3,12 +3,10 @@
 // and the library then reports the loss of what it can't hand on.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
-#include <deque>
-#include <mutex>
-#include <optional>
 #include <vector>
+
+#include "ovex/byte_queue.hpp"
 
 namespace ovex::cli {
 
@@ -18,28 +16,10 @@ struct Chunk {
     std::vector<std::byte> bytes;
 };
 
-class ChunkQueue {
-public:
-    explicit ChunkQueue(std::size_t capacity) : m_capacity(capacity) {}
-
-    // Waits while the queue is full, unless it is empty: a chunk larger than the capacity
-    // still goes in, alone.
-    void Push(Chunk chunk);
-    // The oldest chunk; nothing once the queue is closed and empty.
-    std::optional<Chunk> Pop();
-    // No more chunks come; Pop empties the queue, then answers nothing.
-    void Close();
-
-    // The share of the capacity in use, 0 to 1 (more with an oversized chunk).
-    double Fill() const;
-
-private:
-    const std::size_t m_capacity;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<Chunk> m_chunks;
-    std::size_t m_bytes = 0;
-    bool m_closed = false;
+struct ChunkBytes {
+    std::size_t operator()(const Chunk& chunk) const { return chunk.bytes.size(); }
 };
+
+using ChunkQueue = ByteQueue<Chunk, ChunkBytes>;
 
 }  // namespace ovex::cli

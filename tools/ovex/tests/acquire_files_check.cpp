@@ -15,12 +15,14 @@
 #include <tuple>
 
 #include "npy_read.hpp"
-#include "pixel_address.hpp"
+#include "ovex/pixel_address.hpp"
 #include "png_read.hpp"
 
 namespace ovex::cli {
 namespace {
 
+using pixel::Pixel;
+using pixel::PixelOf;
 using testing::BrightestPixel;
 using testing::NpyFile;
 using testing::ReadNpy;

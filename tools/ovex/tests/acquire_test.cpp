@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <thread>
 
 #include "acquire_options.hpp"
 #include "chunk_queue.hpp"
@@ -171,33 +170,6 @@ TEST(LossCounter, CountsTheLibrarysDropReportsAndTheBytesTheyName) {
     losses.OnLine("Entries behind a stop are dropped.\n", OVEXSDK_LOG_DEBUG);
     EXPECT_EQ(losses.Reports(), 3u);
     EXPECT_EQ(losses.Bytes(), 4096u + 512 + 10);
-}
-
-TEST(ChunkQueue, AProducerWaitsForRoomAndTheConsumerGetsEveryChunkInOrder) {
-    ChunkQueue queue(8);
-    constexpr int kChunks = 1000;
-    std::thread producer([&queue] {
-        for (int i = 0; i < kChunks; ++i) {
-            queue.Push({Chunk::kResult, std::vector<std::byte>(3, std::byte(i & 0xFF))});
-        }
-        queue.Close();
-    });
-    int taken = 0;
-    while (const auto chunk = queue.Pop()) {
-        EXPECT_LE(queue.Fill(), 1.0) << "a push went past the capacity";
-        ASSERT_EQ(chunk->bytes.size(), 3u);
-        EXPECT_EQ(chunk->bytes[0], std::byte(taken & 0xFF)) << "out of order at " << taken;
-        ++taken;
-    }
-    producer.join();
-    EXPECT_EQ(taken, kChunks);
-    // A chunk larger than the whole capacity still goes into an empty queue.
-    ChunkQueue small(2);
-    small.Push({Chunk::kRaw, std::vector<std::byte>(5)});
-    EXPECT_DOUBLE_EQ(small.Fill(), 2.5);
-    small.Close();
-    EXPECT_EQ(small.Pop()->bytes.size(), 5u);
-    EXPECT_FALSE(small.Pop().has_value());
 }
 
 AcquireOptions OptionsOf(std::vector<std::string> words) {
