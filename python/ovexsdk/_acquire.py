@@ -55,6 +55,16 @@ class ScanBins(NamedTuple):
 Block = Union[npt.NDArray[Any], ScanBins]
 
 
+def _joined(parts: list, dtype: np.dtype) -> npt.NDArray[Any]:
+    """The records of all parts in one array of `dtype`, which np.concatenate would repack."""
+    joined = np.empty(sum(len(p) for p in parts), dtype)
+    at = 0
+    for part in parts:
+        joined[at:at + len(part)] = part
+        at += len(part)
+    return joined
+
+
 def _line_seconds(bins: int, bin_width_ns: int) -> float:
     """A shutter that covers a scan line, never a clock tick short of it."""
     ticks = bins * bin_width_ns * 0.04
@@ -89,7 +99,7 @@ class Acquisition(Iterator[Block]):
         self.records = 0
         self.hits = 0
         self._core: Optional[Any] = _core.Acquisition(
-            board._context, plan, (HIT_DTYPE, PIXEL_DTYPE, BIN_PIXEL_DTYPE))
+            board._ctx, plan, (HIT_DTYPE, PIXEL_DTYPE, BIN_PIXEL_DTYPE))
 
     def __iter__(self) -> "Acquisition":
         return self
@@ -118,7 +128,12 @@ class Acquisition(Iterator[Block]):
             else:
                 self.hits += int(block.sum())
         self.blocks += 1
-        self.records += len(block.itot) if isinstance(block, ScanBins) else len(block)
+        if isinstance(block, ScanBins):
+            self.records += block.itot.size
+        elif self._kind == _core.ResultKind.TPX2_FRAMES:
+            self.records += 1
+        else:
+            self.records += block.size
         return block
 
     @property
@@ -143,8 +158,7 @@ class Acquisition(Iterator[Block]):
             return self._scan_image(blocks)
         if self._kind == _core.ResultKind.TPX2_FRAMES:
             return np.stack(blocks) if blocks else np.zeros((0, 0, 0), np.uint16)
-        dtype = HIT_DTYPE if self._kind == _core.ResultKind.HITS else PIXEL_DTYPE
-        return np.concatenate(blocks) if blocks else np.zeros(0, dtype)
+        return _joined(blocks, HIT_DTYPE if self._kind == _core.ResultKind.HITS else PIXEL_DTYPE)
 
     def _scan_image(self, blocks: list) -> Block:
         def image(parts: list) -> npt.NDArray[np.uint64]:
@@ -155,9 +169,8 @@ class Acquisition(Iterator[Block]):
 
         if self._kind != _core.ResultKind.SCAN_BINS:
             return image(blocks)
-        pixels = [b.pixels for b in blocks]
         return ScanBins(image([b.itot for b in blocks]), image([b.events for b in blocks]),
-                        np.concatenate(pixels) if pixels else np.zeros(0, BIN_PIXEL_DTYPE))
+                        _joined([b.pixels for b in blocks], BIN_PIXEL_DTYPE))
 
     def __enter__(self) -> "Acquisition":
         return self
@@ -200,6 +213,7 @@ def plan_for(board: "Board", mode: str, process: str, seconds: Optional[float],
             raise invalid("acquire", f"a shutter lasts more than 0 and at most "
                                      f"{LONGEST_SHUTTER:.2f} s, not {shutter}")
         plan.readouts = frames
+        plan.shutter = shutter
         plan.kind = (_core.ResultKind.TPX2_FRAMES if mode in _TPX2_MODES
                      else _core.ResultKind.HITS if mode == "toa-tot"
                      else _core.ResultKind.ITOT_PIXELS)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import numbers
 import os
 from collections.abc import Iterator, MutableMapping
 from typing import TYPE_CHECKING, NamedTuple, Optional, Union
@@ -56,7 +57,7 @@ class Chip:
         return f"<Chip {self.index} {self.id} {self.width}x{self.height}>"
 
     def _settings(self) -> dict:
-        return self._board._context.chips()[self.index]
+        return self._board._ctx.chips()[self.index]
 
     @property
     def mode(self) -> Optional[str]:
@@ -70,39 +71,39 @@ class Chip:
 
     @polarity.setter
     def polarity(self, value: int) -> None:
-        self._board._context.set_polarity(self.index, int(value))
+        self._board._ctx.set_polarity(self.index, int(value))
 
     @property
     def threshold_kev(self) -> float:
         """The threshold in keV, through the chip's calibration (raw = keV without one)."""
-        return self._board._context.get_threshold(self.index)
+        return self._board._ctx.get_threshold(self.index)
 
     @threshold_kev.setter
     def threshold_kev(self, kev: float) -> None:
-        self._board._context.set_threshold(self.index, float(kev))
+        self._board._ctx.set_threshold(self.index, float(kev))
 
     @property
     def threshold_raw(self) -> int:
         """The threshold as the chip's coarse and fine threshold DACs count it."""
-        return self._board._context.get_raw_threshold(self.index)
+        return self._board._ctx.get_raw_threshold(self.index)
 
     @threshold_raw.setter
     def threshold_raw(self, raw: int) -> None:
-        if raw < 0:
-            raise invalid("threshold_raw", f"a raw threshold is not negative, not {raw}")
-        self._board._context.set_raw_threshold(self.index, int(raw))
+        if not isinstance(raw, numbers.Integral) or not 0 <= raw < 2**32:
+            raise invalid("threshold_raw", f"a raw threshold is a whole number from 0, not {raw!r}")
+        self._board._ctx.set_raw_threshold(self.index, int(raw))
 
     @property
     def threshold_range(self) -> ThresholdRange:
         """What :attr:`threshold_kev` and :attr:`threshold_raw` take."""
-        return ThresholdRange(*self._board._context.threshold_range(self.index))
+        return ThresholdRange(*self._board._ctx.threshold_range(self.index))
 
     @property
     def mask(self) -> npt.NDArray[np.uint8]:
         """The user pixel mask, ``(height, width)`` of ``uint8``, nonzero masked; zeros before
         one is set. Assign an array of that shape (bool or integers) to mask pixels: a pixel
         masked once stays masked until the chip is configured again."""
-        return self._board._context.get_mask(self.index, self.height, self.width)
+        return self._board._ctx.get_mask(self.index, self.height, self.width)
 
     @mask.setter
     def mask(self, mask: npt.ArrayLike) -> None:
@@ -110,18 +111,18 @@ class Chip:
         if array.shape != (self.height, self.width):
             raise invalid("mask", f"the mask is {self.height} x {self.width}, "
                                   f"not {' x '.join(map(str, array.shape)) or 'a scalar'}")
-        self._board._context.set_mask(self.index, (array != 0).astype(np.uint8))
+        self._board._ctx.set_mask(self.index, (array != 0).astype(np.uint8))
 
     def configure(self, path: Union[str, os.PathLike, None] = None) -> None:
         """Resets and configures the chip: from the configuration file at ``path`` (YAML or
         XML), or without one from ``"<chip id>.yaml"``, ``.yml`` or ``.xml`` in the working
         directory when there is such a file, else with the chip's defaults."""
         if path is None:
-            self._board._context.configure(self.index)
+            self._board._ctx.configure(self.index)
             return
         with open(path, encoding="utf-8") as file:
             text = file.read()
-        self._board._context.configure_from_string(self.index, text)
+        self._board._ctx.configure_from_string(self.index, text)
 
     @property
     def dacs(self) -> "Dacs":
@@ -173,7 +174,7 @@ class Dacs(MutableMapping[str, int]):
     def _table(self) -> dict[str, tuple[DacInfo, int]]:
         suffix = f"_{self._chip.index}"
         table = {}
-        for entry in self._chip._board._context.script_reply(_LIST_DACS).split():
+        for entry in self._chip._board._ctx.script_reply(_LIST_DACS).split():
             state, _, numbers = entry.partition("=")
             value, low, high = (int(n) for n in numbers.split(":"))
             name = state[len("DAC_"):]
@@ -197,10 +198,10 @@ class Dacs(MutableMapping[str, int]):
 
     def __setitem__(self, name: str, value: int) -> None:
         info = self.info(name)
-        if not info.minimum <= value <= info.maximum:
-            raise invalid("dacs", f"DAC {name} takes {info.minimum} .. {info.maximum}, "
-                                  f"not {value}")
-        reply = self._chip._board._context.script_reply(
+        if not isinstance(value, numbers.Integral) or not info.minimum <= value <= info.maximum:
+            raise invalid("dacs", f"DAC {name} takes a whole number from {info.minimum} to "
+                                  f"{info.maximum}, not {value!r}")
+        reply = self._chip._board._ctx.script_reply(
             _SET_DAC.format(state=info.state, value=int(value)))
         if reply != "ok":
             raise InvalidArgumentError(-22, "dacs", (), f"the board refused DAC {name}: {reply}")

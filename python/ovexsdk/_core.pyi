@@ -65,6 +65,7 @@ class AcquisitionPlan:
     readouts: int
     internal_trigger: bool
     seconds: float
+    shutter: float
     bins_per_line: int
     lines: int
     bin_width_ns: int

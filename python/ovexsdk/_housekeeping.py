@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import numbers
 from collections.abc import Iterator, Mapping
 from typing import TYPE_CHECKING, Callable, NamedTuple, Optional, Union
 
@@ -47,7 +48,7 @@ class Monitors(Mapping[str, Number]):
     def __init__(self, board: "Board") -> None:
         self._board = board
         self._infos = {name: MonitorInfo(name, int if kind == 1 else float, low, high)
-                       for name, kind, low, high in board._context.monitors()}
+                       for name, kind, low, high in board._ctx.monitors()}
         self._index = {name: index for index, name in enumerate(self._infos)}
 
     def __getitem__(self, name: str) -> Number:
@@ -55,7 +56,7 @@ class Monitors(Mapping[str, Number]):
             index = self._index[name]
         except KeyError:
             raise KeyError(f"the board has no monitor {name!r}") from None
-        return self._board._context.monitor_value(index)
+        return self._board._ctx.monitor_value(index)
 
     def __iter__(self) -> Iterator[str]:
         return iter(self._infos)
@@ -105,19 +106,19 @@ class Control:
     @property
     def desired(self) -> float:
         """The set point."""
-        return getattr(self._board._context, f"{self._family}_desired")(self.index)
+        return getattr(self._board._ctx, f"{self._family}_desired")(self.index)
 
     @desired.setter
     def desired(self, value: float) -> None:
-        if not self.minimum <= value <= self.maximum:
+        if not isinstance(value, numbers.Real) or not self.minimum <= value <= self.maximum:
             raise invalid(self._family, f"{self._family} {self.index} takes {self.minimum:g} .. "
-                                        f"{self.maximum:g} {self.unit}, not {value}")
-        getattr(self._board._context, f"set_{self._family}")(self.index, float(value))
+                                        f"{self.maximum:g} {self.unit}, not {value!r}")
+        getattr(self._board._ctx, f"set_{self._family}")(self.index, float(value))
 
     @property
     def actual(self) -> float:
         """The value the board measures now."""
-        return getattr(self._board._context, f"{self._family}_actual")(self.index)
+        return getattr(self._board._ctx, f"{self._family}_actual")(self.index)
 
     def __float__(self) -> float:
         return self.actual
@@ -129,12 +130,12 @@ class Control:
 
 def bias_supplies(board: "Board") -> list[Control]:
     return [Control(board, "bias", index, low, high, "V")
-            for index, (low, high) in enumerate(board._context.bias())]
+            for index, (low, high) in enumerate(board._ctx.bias())]
 
 
 def temperature_controllers(board: "Board") -> list[Control]:
     return [Control(board, "temperature", index, low, high, "°C" if unit == 1 else "%")
-            for index, (low, high, unit) in enumerate(board._context.temperature())]
+            for index, (low, high, unit) in enumerate(board._ctx.temperature())]
 
 
 def first(controls: list[Control], what: str) -> Control:

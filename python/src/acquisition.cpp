@@ -20,6 +20,11 @@ using Clock = std::chrono::steady_clock;
 
 // How often a Python thread waiting for a block looks for Ctrl-C.
 constexpr std::chrono::milliseconds kSignalPoll{50};
+// How long past its shutter a frame may take to come. The library gives a readout 0.1 s past
+// its shutter before it aborts it, which a busy host can miss: the frame is awaited here first.
+constexpr std::chrono::seconds kFrameWait{10};
+// What the library logs when a readout lost data although its calls succeeded.
+constexpr const char* kLossWords[] = {"timed-out", "Pipeline terminated with exception"};
 
 bool IsScan(ResultKind kind) {
     return kind == ResultKind::kScanCounts || kind == ResultKind::kScanItots ||
@@ -112,6 +117,7 @@ void Acquisition::Stop() {
 }
 
 void Acquisition::Run(ovexsdk_dev_ctx* ctx) {
+    const std::uint64_t problems_before = ProblemsSoFar();
     for (std::uint64_t readout = 0; readout < m_plan.readouts; ++readout) {
         {
             std::lock_guard lock(m_mutex);
@@ -123,6 +129,7 @@ void Acquisition::Run(ovexsdk_dev_ctx* ctx) {
             break;
         }
     }
+    CheckLoggedLoss(problems_before);
     // The readout has ended, and its callbacks with it: the copier is the runner's now.
     const std::uint64_t done = m_copier.LinesDone();
     for (Block& block : m_copier.Flush()) {
@@ -153,6 +160,11 @@ bool Acquisition::RunReadout(ovexsdk_dev_ctx* ctx, bool first) {
     const auto flags = static_cast<ovexsdk_acq_mode_flag>(
         OVEXSDK_ACQ_PROCESSED | (m_raw && m_plan.timepix3 ? OVEXSDK_ACQ_RAW : 0));
 
+    std::uint64_t results_before = 0;
+    {
+        std::lock_guard lock(m_mutex);
+        results_before = m_results;
+    }
     std::uint64_t before = ProblemsSoFar();
     const ovexsdk_err_code started =
         ovexsdk_acq_start(ctx, &Acquisition::OnData, flags, scan ? &params : nullptr, this);
@@ -188,6 +200,10 @@ bool Acquisition::RunReadout(ovexsdk_dev_ctx* ctx, bool first) {
             return m_stop || (scan && m_lines_done.load() >= m_plan.lines);
         });
         stopped = m_stop;
+    } else if (!AwaitFrame(results_before, start)) {
+        ovexsdk_acq_abort(ctx);
+        ovexsdk_acq_await_end(ctx);
+        return false;
     }
     before = ProblemsSoFar();
     const ovexsdk_err_code aborted = stopped || scan ? ovexsdk_acq_abort(ctx) : OVEXSDK_OK;
@@ -200,6 +216,47 @@ bool Acquisition::RunReadout(ovexsdk_dev_ctx* ctx, bool first) {
         return false;
     }
     return true;
+}
+
+bool Acquisition::AwaitFrame(std::uint64_t results_before, Clock::time_point start) {
+    const auto limit =
+        start +
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(m_plan.shutter)) +
+        kFrameWait;
+    std::unique_lock lock(m_mutex);
+    if (m_changed.wait_until(lock, limit, [&] { return m_stop || m_results > results_before; })) {
+        return true;
+    }
+    lock.unlock();
+    char detail[96];
+    std::snprintf(detail, sizeof detail, "no frame came within %g s of its shutter's opening",
+                  m_plan.shutter + static_cast<double>(kFrameWait.count()));
+    Fail(CallError(OVEXSDK_ERR_FAILED, "acquire", {}, detail, true));
+    return false;
+}
+
+void Acquisition::CheckLoggedLoss(std::uint64_t problems_before) {
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_stop) {
+            return;  // stopped on purpose, or failed already
+        }
+    }
+    std::vector<std::string> losses;
+    bool timed_out = false;
+    for (std::string& line : LogBridge::Instance().ProblemsSince(problems_before)) {
+        for (const char* words : kLossWords) {
+            if (line.find(words) != std::string::npos) {
+                timed_out = timed_out || words == kLossWords[0];
+                losses.push_back(std::move(line));
+                break;
+            }
+        }
+    }
+    if (!losses.empty()) {
+        Fail(CallError(OVEXSDK_ERR_FAILED, "acquire", std::move(losses),
+                       "the library ended a readout early: its data are incomplete", timed_out));
+    }
 }
 
 void Acquisition::Fail(CallError error) {
@@ -242,13 +299,12 @@ void Acquisition::OnData(ovexsdk_dev_ctx* ctx, void* self_pointer) {
                 ++self.m_dropped;
             }
         }
-        if (IsScan(self.m_plan.kind)) {
-            {
-                std::lock_guard lock(self.m_mutex);
-                self.m_lines_done = self.m_copier.LinesDone();
-            }
-            self.m_changed.notify_all();
+        {
+            std::lock_guard lock(self.m_mutex);
+            ++self.m_results;
+            self.m_lines_done = self.m_copier.LinesDone();
         }
+        self.m_changed.notify_all();
     } catch (const std::exception& error) {
         self.Fail(CallError(OVEXSDK_ERR_FAILED, "acquire", {}, error.what()));
     }

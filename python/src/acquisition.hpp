@@ -43,6 +43,8 @@ struct AcquisitionPlan {
     // Data-driven: how long the shutter is open; scans: the longest wait for the lines; 0: the
     // readout ends by itself.
     double seconds = 0.0;
+    // Frame modes: each readout's shutter, seconds.
+    double shutter = 0.0;
     // Scans: bins in a line, lines, nanoseconds a bin.
     std::uint32_t bins_per_line = 0;
     std::uint32_t lines = 0;
@@ -84,6 +86,11 @@ private:
     void Run(ovexsdk_dev_ctx* ctx);
     // One readout from its start to its end; false when it failed.
     bool RunReadout(ovexsdk_dev_ctx* ctx, bool first);
+    // Waits for the frame that ends a frame mode's readout; false when it didn't come.
+    bool AwaitFrame(std::uint64_t results_before, std::chrono::steady_clock::time_point start);
+    // After the readouts: a time-out or a failed pipeline that the library logged meanwhile
+    // means lost data, although its calls succeeded.
+    void CheckLoggedLoss(std::uint64_t problems_before);
     // Keeps the first failure and asks the runner to stop.
     void Fail(CallError error);
     pybind11::object ToPython(Block block);
@@ -102,6 +109,7 @@ private:
     bool m_started = false;
     bool m_stop = false;
     bool m_finished = false;
+    std::uint64_t m_results = 0;  // data callbacks so far
     std::optional<CallError> m_failure;
 
     std::atomic<std::uint64_t> m_raw_bytes{0};

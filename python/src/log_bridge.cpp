@@ -26,8 +26,8 @@ int PythonLevel(ovexsdk_log_severity severity) {
 
 // The bridge's context names a board it never opens: it lives for the log alone.
 constexpr char kLogLocator[] = "usb:ix:0";
-// Lines are kept for a failed call that logged this many at most.
-constexpr std::size_t kKeptProblems = 16;
+// The warning and error lines kept for a failed call or an acquisition to tell.
+constexpr std::size_t kKeptProblems = 64;
 // A flush normally comes through at once; this long means the logger is stuck.
 constexpr std::chrono::seconds kFlushWait{2};
 

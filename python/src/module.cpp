@@ -446,6 +446,7 @@ void BindAcquisition(py::module_& m, py::class_<Context, ContextPtr>& context) {
         .def_readwrite("readouts", &AcquisitionPlan::readouts)
         .def_readwrite("internal_trigger", &AcquisitionPlan::internal_trigger)
         .def_readwrite("seconds", &AcquisitionPlan::seconds)
+        .def_readwrite("shutter", &AcquisitionPlan::shutter)
         .def_readwrite("bins_per_line", &AcquisitionPlan::bins_per_line)
         .def_readwrite("lines", &AcquisitionPlan::lines)
         .def_readwrite("bin_width_ns", &AcquisitionPlan::bin_width_ns)
