@@ -77,9 +77,6 @@ def test_a_closed_board_refuses_every_call():
             call()
 
 
-@pytest.mark.xfail(strict=True, raises=AttributeError,
-                   reason="the housekeeping properties and objects taken before the close "
-                          "reach the released context directly")
 @pytest.mark.parametrize("call", ["monitors", "bias", "temperature", "kept chip"])
 def test_a_closed_board_refuses_its_housekeeping_and_chip(call):
     board = configured(ovexsdk.Board(), TPX3_CONFIG)
@@ -168,14 +165,11 @@ def test_threshold_in_kev_and_raw(board):
         chip.threshold_raw = raw_max + 1
     assert caught.value.log_lines[0] == (
         "Raw threshold input value: 2912 is outside the valid range [0, 2911].")
-    with pytest.raises(ovexsdk.InvalidArgumentError, match="not negative, not -1"):
+    with pytest.raises(ovexsdk.InvalidArgumentError, match="a raw threshold is a whole number from 0, not -1"):
         chip.threshold_raw = -1
     assert chip.threshold_raw == 1500  # every refusal left it
 
 
-@pytest.mark.xfail(strict=True, raises=TypeError,
-                   reason="a raw threshold beyond 32 bits fails in the binding's argument "
-                          "conversion instead of being refused as out of range")
 def test_a_raw_threshold_beyond_32_bits_is_out_of_range(board):
     chip = configured(board, TPX3_CONFIG).chip
     with pytest.raises(ovexsdk.Error):
@@ -220,7 +214,7 @@ def test_dacs(board):
     assert dacs["Ikrum"] == 21
     dacs["Ikrum"] = 255
     assert dict(dacs.items())["Ikrum"] == 255
-    with pytest.raises(ovexsdk.InvalidArgumentError, match=r"DAC Ikrum takes 0 \.\. 255, not 256"):
+    with pytest.raises(ovexsdk.InvalidArgumentError, match=r"DAC Ikrum takes a whole number from 0 to 255, not 256"):
         dacs["Ikrum"] = 256
     with pytest.raises(ovexsdk.InvalidArgumentError, match="not -1"):
         dacs["Ikrum"] = -1
@@ -271,11 +265,8 @@ def test_bias_and_temperature_controls(board):
     board.bias = -50
     assert board.bias.desired == -50.0
     assert isinstance(float(board.bias), float)
-    with pytest.raises(ovexsdk.Error) as caught:
+    with pytest.raises(ovexsdk.InvalidArgumentError, match=r"bias 0 takes -300 \.\. 300 V, not 301"):
         board.bias = 301
-    assert (caught.value.code, caught.value.function) == (-14, "ovexsdk_bias_set_desired")
-    assert caught.value.log_lines[0] == (
-        "Provided bias voltage (301.00V) is not within valid range [-300.00V, 300.00V].")
     assert board.bias.desired == -50.0
     board.bias = 0
 
@@ -283,7 +274,7 @@ def test_bias_and_temperature_controls(board):
     assert (temperature.minimum, temperature.maximum, temperature.unit) == (0.0, 60.0, "°C")
     board.temperature = 25
     assert board.temperature.desired == 25.0
-    with pytest.raises(ovexsdk.Error, match="not within range"):
+    with pytest.raises(ovexsdk.InvalidArgumentError, match=r"temperature 0 takes 0 \.\. 60 °C"):
         board.temperature = -1
     assert board.temperature.desired == 25.0
 
@@ -403,7 +394,7 @@ def test_a_scan_without_trigger_pulses_times_out(board):
             acquisition.collect()
         error = caught.value
         assert isinstance(error, TimeoutError) and error.function == "acquire"
-        assert str(error).endswith("0 of 2 scan lines came within 0.300000 s")
+        assert str(error).endswith("0 of 2 scan lines came within 0.3 s")
         assert acquisition.blocks == 0
     # the board is free again
     with board.acquire("data-driven", "records", seconds=0.05) as acquisition:

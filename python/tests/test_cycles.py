@@ -20,7 +20,7 @@ def test_open_and_close_100_times():
     for _ in range(100):
         with ovexsdk.Board() as board:
             assert len(board.units) == 2
-    assert (tasks(), open_fds()) == before
+    assert tasks() <= before[0] and open_fds() == before[1]
 
 
 def test_acquire_30_times():
@@ -35,4 +35,7 @@ def test_acquire_30_times():
                     acquisition.close()  # ended early
         return tasks(), open_fds()
 
-    assert run(30) == run(1)
+    # The first run starts the threads that the process keeps (its pools may end some later).
+    tasks_before, fds_before = run(1)
+    tasks_after, fds_after = run(30)
+    assert tasks_after <= tasks_before and fds_after == fds_before

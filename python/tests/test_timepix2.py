@@ -48,7 +48,6 @@ def test_frames(board, mode):
     assert stacked.dtype == np.uint16 and stacked.shape == (3, 256, 256)
 
 
-@pytest.mark.xfail(strict=True, reason="records counts the rows of each frame, not the frames")
 def test_records_count_frames(board):
     acquisition = board.acquire("count10", "records", frames=2)
     assert len(acquisition.collect()) == 2
