@@ -47,6 +47,7 @@ class Run:
     lost: int
     cpu: float  # CPU seconds of the host process
     loop_cpu: float = 0.0  # of the Python loop's thread alone
+    blocks: int = 0  # that the Python loop took
 
     def rate(self, mode: str) -> float:
         """Hits a second; for the iToT image, whose sums aren't hits, bins a second."""
@@ -127,7 +128,7 @@ def py_host(args: argparse.Namespace, mode: str) -> Run:
         records = n if mode not in SCANS else acquisition.records * args.bins
         board.power_down()
     cpu = cpu_seconds(resource.getrusage(resource.RUSAGE_SELF))
-    return Run(hits, records, seconds, losses.count, cpu, loop_cpu)
+    return Run(hits, records, seconds, losses.count, cpu, loop_cpu, acquisition.blocks)
 
 
 def session(args: argparse.Namespace, rate: str, host: str, mode: str) -> Run:
@@ -177,7 +178,7 @@ def measure(args: argparse.Namespace, rate: str, modes: list[str]) -> None:
                 getattr(figures[mode], host).append(result)
                 print(f"run {run + 1} {mode:12s} {host:2s} {result.rate(mode) / unit(mode):8.2f} "
                       f"hits={result.hits} seconds={result.seconds:.3f} lost={result.lost} "
-                      f"cpu={result.cpu:.2f} s loop_cpu={result.loop_cpu:.2f} s "
+                      f"cpu={result.cpu:.2f} s loop_cpu={result.loop_cpu:.2f} s blocks={result.blocks} "
                       f"load={os.getloadavg()[0]:.2f}", flush=True)
 
     print(f"\nreplay at {rate} packets/s: M hits/s (itot-image: k bins/s), "
@@ -195,7 +196,8 @@ def measure(args: argparse.Namespace, rate: str, modes: list[str]) -> None:
         py_cpu = sum(r.cpu for r in got.py) / max(1, sum(r.rate(mode) * r.seconds
                                                           for r in got.py)) * unit(mode)
         loop = sum(r.loop_cpu for r in got.py) / sum(r.seconds for r in got.py)
-        print(f"{mode:12s} | {spread(c_rates):>18s} | {spread(py_rates):>18s} | "
+        scale = unit(mode)
+        print(f"{mode:12s} | {spread(c_rates, scale):>18s} | {spread(py_rates, scale):>18s} | "
               f"{ratio:5.2f} | {lost:>9s} | {c_cpu * 1e3:8.1f}ms | {py_cpu * 1e3:9.1f}ms | "
               f"{loop * 100:4.0f}%", flush=True)
 
