@@ -24,11 +24,13 @@ import logging
 import os
 import re
 import resource
+import signal
 import statistics
 import subprocess
 import sys
 import time
 from dataclasses import dataclass, field
+from typing import Optional
 
 MODES = ("records", "sorted", "count-image", "itot-image", "bins")
 SCANS = ("count-image", "itot-image", "bins")
@@ -59,6 +61,7 @@ class Run:
 class Figures:
     c: list[Run] = field(default_factory=list)
     py: list[Run] = field(default_factory=list)
+    hung: dict[str, int] = field(default_factory=lambda: {"c": 0, "py": 0})
 
 
 class LossLines(logging.Handler):
@@ -131,20 +134,26 @@ def py_host(args: argparse.Namespace, mode: str) -> Run:
     return Run(hits, records, seconds, losses.count, cpu, loop_cpu, acquisition.blocks)
 
 
-def session(args: argparse.Namespace, rate: str, host: str, mode: str) -> Run:
-    """One run of one host in a launcher session of its own."""
+def session(args: argparse.Namespace, rate: str, host: str, mode: str) -> Optional[Run]:
+    """One run of one host in a launcher session of its own; None when it hung and was ended
+    after the run's time and a minute more."""
     command = [args.vboard, "run", "--replay", args.recording, "--rate", rate,
                "--trigger-rate", str(args.trigger_rate), "--",
                sys.executable, os.path.abspath(__file__), "--host", host, "--mode", mode]
     for option in HOST_OPTIONS:
         command += [f"--{option.replace('_', '-')}", str(getattr(args, option))]
     limit = max(args.seconds, args.scan_seconds) + 60
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                          timeout=limit)
-    lines = done.stdout.splitlines()
-    if done.returncode != 0 or not lines:
-        raise RuntimeError(f"{' '.join(command)} failed ({done.returncode}):\n"
-                           f"{done.stdout}{done.stderr}")
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          start_new_session=True) as launcher:
+        try:
+            out, err = launcher.communicate(timeout=limit)
+        except subprocess.TimeoutExpired:
+            os.killpg(launcher.pid, signal.SIGKILL)
+            launcher.communicate()
+            return None
+    lines = out.splitlines()
+    if launcher.returncode != 0 or not lines:
+        raise RuntimeError(f"{' '.join(command)} failed ({launcher.returncode}):\n{out}{err}")
     return Run(**json.loads(lines[-1]))
 
 
@@ -175,6 +184,10 @@ def measure(args: argparse.Namespace, rate: str, modes: list[str]) -> None:
             # both alike.
             for host in ("c", "py") if run % 2 == 0 else ("py", "c"):
                 result = session(args, rate, host, mode)
+                if result is None:
+                    figures[mode].hung[host] += 1
+                    print(f"run {run + 1} {mode:12s} {host:2s} hung, ended", flush=True)
+                    continue
                 getattr(figures[mode], host).append(result)
                 print(f"run {run + 1} {mode:12s} {host:2s} {result.rate(mode) / unit(mode):8.2f} "
                       f"hits={result.hits} seconds={result.seconds:.3f} lost={result.lost} "
@@ -185,8 +198,13 @@ def measure(args: argparse.Namespace, rate: str, modes: list[str]) -> None:
           f"median (min-max) of {args.runs} runs; "
           f"load after: {load()}")
     print(f"{'mode':12s} | {'C host':>18s} | {'Python':>18s} | {'ratio':>5s} | "
-          f"{'lost C/Py':>9s} | {'CPU/unit C':>10s} | {'CPU/unit Py':>11s} | {'loop':>5s}")
+          f"{'lost C/Py':>9s} | {'CPU/unit C':>10s} | {'CPU/unit Py':>11s} | {'loop':>5s} | "
+          f"hung C/Py")
     for mode, got in figures.items():
+        if not got.c or not got.py:
+            print(f"{mode:12s} | no runs of one host to compare; hung C/Py "
+                  f"{got.hung['c']}/{got.hung['py']}")
+            continue
         c_rates = [r.rate(mode) for r in got.c]
         py_rates = [r.rate(mode) for r in got.py]
         ratio = statistics.median(py_rates) / max(1.0, statistics.median(c_rates))
@@ -199,7 +217,7 @@ def measure(args: argparse.Namespace, rate: str, modes: list[str]) -> None:
         scale = unit(mode)
         print(f"{mode:12s} | {spread(c_rates, scale):>18s} | {spread(py_rates, scale):>18s} | "
               f"{ratio:5.2f} | {lost:>9s} | {c_cpu * 1e3:8.1f}ms | {py_cpu * 1e3:9.1f}ms | "
-              f"{loop * 100:4.0f}%", flush=True)
+              f"{loop * 100:4.0f}% | {got.hung['c']}/{got.hung['py']}", flush=True)
 
 
 def main() -> int:
