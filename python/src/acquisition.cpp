@@ -33,7 +33,7 @@ bool IsScan(ResultKind kind) {
 
 // Hands a buffer's memory to a capsule that frees it with the last array that uses it.
 py::capsule OwnerOf(Buffer& buffer) {
-    return py::capsule(buffer.release(), [](void* memory) { std::free(memory); });
+    return py::capsule(buffer.release(), [](void* memory) { block_memory::Give(memory); });
 }
 
 py::array ArrayOf(const py::object& dtype, std::vector<py::ssize_t> shape, Buffer& buffer) {

@@ -40,12 +40,7 @@ Block ScanBlock(ResultKind kind, Buffer values, std::uint64_t lines, std::uint32
 
 }  // namespace
 
-Buffer::Buffer(std::size_t bytes)
-    : m_memory(std::malloc(std::max<std::size_t>(bytes, 1))), m_bytes(bytes) {
-    if (!m_memory) {
-        throw std::bad_alloc();
-    }
-}
+Buffer::Buffer(std::size_t bytes) : m_memory(block_memory::Take(bytes)), m_bytes(bytes) {}
 
 void* Buffer::release() noexcept {
     m_bytes = 0;
@@ -54,7 +49,7 @@ void* Buffer::release() noexcept {
 
 Buffer CopyHits(const ovexsdk_acq_tpx3_toa_tot_record* records, std::uint64_t count) {
     Buffer buffer(count * sizeof(HitRecord));
-    HitRecord* out = buffer.as<HitRecord>();
+    HitRecord* __restrict out = buffer.as<HitRecord>();
     for (std::uint64_t i = 0; i < count; ++i) {
         const ovexsdk_acq_tpx3_toa_tot_record& in = records[i];
         const pixel::Pixel at = pixel::PixelOf(in.address);

@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <vector>
 
+#include "block_memory.hpp"
 #include "ovexsdk.h"
 
 namespace ovex::python {
@@ -58,11 +58,11 @@ struct BinPixelRecord {
 };
 static_assert(sizeof(BinPixelRecord) == 20);
 
-struct FreeDeleter {
-    void operator()(void* memory) const noexcept { std::free(memory); }
+struct GiveBack {
+    void operator()(void* memory) const noexcept { block_memory::Give(memory); }
 };
 
-// Memory from malloc, so that whoever ends up owning it frees it with free.
+// Memory of block_memory, which whoever ends up owning it gives back there.
 class Buffer {
 public:
     Buffer() = default;
@@ -80,7 +80,7 @@ public:
     }
 
 private:
-    std::unique_ptr<void, FreeDeleter> m_memory;
+    std::unique_ptr<void, GiveBack> m_memory;
     std::size_t m_bytes = 0;
 };
 

@@ -85,3 +85,21 @@ TEST(ResultBlocks, ItotSumsAreNoHitCounts) {
 
 }  // namespace
 }  // namespace ovex::python
+
+namespace ovex::python {
+namespace {
+
+TEST(BlockMemory, ABufferGivenBackServesTheNextBlockOfAboutItsSize) {
+    void* first = block_memory::Take(1 << 20);
+    block_memory::Give(first);
+    void* small = block_memory::Take(1000);
+    EXPECT_NE(small, first) << "a small block pinned a large buffer";
+    void* again = block_memory::Take((1 << 20) - 100);
+    EXPECT_EQ(again, first) << "the buffer given back was not reused";
+    block_memory::Give(again);
+    block_memory::Give(small);
+    block_memory::Give(nullptr);
+}
+
+}  // namespace
+}  // namespace ovex::python

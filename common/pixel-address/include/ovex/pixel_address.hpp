@@ -20,9 +20,11 @@ constexpr std::uint32_t PixelIndexOf(std::uint32_t address) {
 }
 
 constexpr Pixel PixelOf(std::uint32_t address) {
-    const std::uint32_t index = PixelIndexOf(address);
-    return {static_cast<std::uint16_t>(index % kTpx3Side),
-            static_cast<std::uint16_t>(index / kTpx3Side)};
+    // The index counted down is the address's complement: its high byte the column, its low byte
+    // the row.
+    const std::uint32_t down = ~address;
+    return {static_cast<std::uint16_t>((down >> 8) & 0xFFu),
+            static_cast<std::uint16_t>(down & 0xFFu)};
 }
 
 }  // namespace ovex::pixel
