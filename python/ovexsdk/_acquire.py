@@ -98,7 +98,9 @@ class Acquisition(Iterator[Block]):
         self.blocks = 0
         self.records = 0
         self.hits = 0
-        self._core: Optional[Any] = _core.Acquisition(
+        self._raw_bytes_at_end = 0
+        self._core: Optional[Any] = None
+        self._core = _core.Acquisition(
             board._ctx, plan, (HIT_DTYPE, PIXEL_DTYPE, BIN_PIXEL_DTYPE))
 
     def __iter__(self) -> "Acquisition":
