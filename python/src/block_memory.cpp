@@ -1,5 +1,6 @@
 #include "block_memory.hpp"
 
+#include <cstddef>
 #include <cstdlib>
 #include <mutex>
 #include <new>
@@ -8,10 +9,13 @@
 namespace ovex::python::block_memory {
 namespace {
 
-// Before the memory handed out: its capacity, in a header that keeps the records aligned.
-struct alignas(64) Header {
+// Before the memory handed out: its capacity, in a header as long as malloc's alignment, so that
+// the records behind it stay as aligned as malloc's memory.
+struct Header {
     std::size_t capacity;
+    std::size_t unused;
 };
+static_assert(sizeof(Header) == alignof(std::max_align_t));
 
 constexpr std::size_t kKeptBuffers = 8;
 constexpr std::size_t kKeptBytes = std::size_t{256} << 20;
