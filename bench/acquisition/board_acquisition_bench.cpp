@@ -24,8 +24,8 @@
 
 #include "ovex/vboard/data_driven.hpp"
 #include "support/board_session.hpp"
+#include "support/recording.hpp"
 #include "support/thread_cpu.hpp"
-#include "tpx3_stream/generator.hpp"
 
 namespace {
 
@@ -55,16 +55,8 @@ double ProcessCpuSeconds() {
 
 // A recording of about two million hits in the real detector disorder, 40 M hits/s of chip time.
 const ovex::vboard::ReplayStream& Recording() {
-    static const ovex::vboard::ReplayStream recording = [] {
-        tpx3_stream::StreamSettings settings;
-        settings.lines = 4;
-        settings.line_ticks = 400'000;
-        settings.flyback_ticks = 100'000;
-        settings.hits_per_tick = 1.0;
-        settings.keep_truth = false;
-        return ovex::vboard::ReplayStream{
-            tpx3_stream::Generate(tpx3_stream::WithRealDisorder(settings)).bytes, 0.0};
-    }();
+    static const ovex::vboard::ReplayStream recording{ovex::bench::RealDisorderRecording().bytes,
+                                                      0.0};
     return recording;
 }
 

@@ -5,21 +5,14 @@
 //   python_bench_recording OUT.bin
 #include <cstdio>
 
-#include "tpx3_stream/generator.hpp"
+#include "support/recording.hpp"
 
 int main(int argc, char** argv) {
     if (argc != 2) {
         std::fprintf(stderr, "usage: %s OUT.bin\n", argv[0]);
         return 2;
     }
-    tpx3_stream::StreamSettings settings;
-    settings.lines = 4;
-    settings.line_ticks = 400'000;
-    settings.flyback_ticks = 100'000;
-    settings.hits_per_tick = 1.0;
-    settings.keep_truth = false;
-    const tpx3_stream::GeneratedStream stream =
-        tpx3_stream::Generate(tpx3_stream::WithRealDisorder(settings));
+    const tpx3_stream::GeneratedStream stream = ovex::bench::RealDisorderRecording();
 
     std::FILE* out = std::fopen(argv[1], "wb");
     if (!out) {
