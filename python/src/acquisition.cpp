@@ -24,7 +24,7 @@ constexpr std::chrono::milliseconds kSignalPoll{50};
 // its shutter before it aborts it, which a busy host can miss: the frame is awaited here first.
 constexpr std::chrono::seconds kFrameWait{10};
 // What the library logs when a readout lost data although its calls succeeded.
-constexpr const char* kLossWords[] = {"timed-out", "Pipeline terminated with exception"};
+constexpr const char* kLossWords[] = {"timed-out after", "Pipeline terminated with exception"};
 
 bool IsScan(ResultKind kind) {
     return kind == ResultKind::kScanCounts || kind == ResultKind::kScanItots ||
