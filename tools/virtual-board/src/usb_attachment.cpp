@@ -344,6 +344,12 @@ void UsbAttachment::Advance(Urb& urb) {
         urb.buffer = DataRef(umockdev_ioctl_data_resolve(
             urb.urb.data, offsetof(usbdevfs_urb, buffer), static_cast<gsize>(urb.length), nullptr));
     }
+    if (urb.buffer.data == nullptr) {
+        // No buffer to fill: an empty URB is done at once; one whose buffer can no longer be
+        // reached (its process is going away) fails, as the kernel fails a URB it can't map.
+        urb.status = urb.length > 0 ? -EFAULT : 1;
+        return;
+    }
     const std::span<std::uint8_t> room(urb.buffer.data->data + urb.filled,
                                        static_cast<std::size_t>(urb.length - urb.filled));
     const Produced produced = source->Produce(room, Clock::now());
