@@ -79,7 +79,7 @@ std::vector<Block> ResultCopier::Take(ovexsdk_dev_ctx* ctx) {
                   "ovexsdk_acq_get_tpx3_toa_tot_packets");
             Block block;
             block.values = CopyHits(result.records, result.count);
-            block.rows = block.hits = result.count;
+            block.rows = result.count;
             blocks.push_back(std::move(block));
             break;
         }
@@ -92,9 +92,6 @@ std::vector<Block> ResultCopier::Take(ovexsdk_dev_ctx* ctx) {
             block.kind = m_kind;
             block.values = CopyPixels(pixels, count);
             block.rows = count;
-            for (std::uint64_t i = 0; i < count; ++i) {
-                block.hits += pixels[i].events;
-            }
             blocks.push_back(std::move(block));
             break;
         }
@@ -124,9 +121,6 @@ std::vector<Block> ResultCopier::Take(ovexsdk_dev_ctx* ctx) {
                 block.kind = m_kind;
                 block.values = CopyArray(frames[i].pixels, frames[i].count);
                 block.rows = frames[i].count;
-                for (std::uint64_t p = 0; p < frames[i].count; ++p) {
-                    block.hits += frames[i].pixels[p];
-                }
                 blocks.push_back(std::move(block));
             }
             break;
@@ -146,12 +140,6 @@ std::vector<Block> ResultCopier::AddScanValues(const std::uint64_t* values, std:
     m_partial.erase(m_partial.begin(), m_partial.begin() + static_cast<std::ptrdiff_t>(whole));
     std::vector<Block> blocks;
     blocks.push_back(ScanBlock(m_kind, std::move(out), lines, m_bins_per_line, m_lines_done));
-    if (m_kind == ResultKind::kScanCounts) {
-        const std::uint64_t* counts = blocks.front().values.as<std::uint64_t>();
-        for (std::uint64_t i = 0; i < whole; ++i) {
-            blocks.front().hits += counts[i];
-        }
-    }
     m_lines_done += lines;
     return blocks;
 }
@@ -209,9 +197,6 @@ std::vector<Block> ResultCopier::CompleteBins(const std::uint64_t* itots, std::u
     block.pixel_count = static_cast<std::uint64_t>(past - m_partial_pixels.begin());
     block.pixels = CopyArray(m_partial_pixels.data(), block.pixel_count);
     m_partial_pixels.erase(m_partial_pixels.begin(), past);
-    for (std::uint64_t i = 0; i < whole; ++i) {
-        block.hits += block.events.as<std::uint64_t>()[i];
-    }
     block.first_line = first_line;
     return blocks;
 }

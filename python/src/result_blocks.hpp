@@ -95,7 +95,6 @@ struct Block {
     std::uint64_t columns = 1;
     std::uint64_t pixel_count = 0;  // kScanBins
     std::uint64_t first_line = 0;   // scans: the scan line of the first row
-    std::uint64_t hits = 0;         // hits that the block stands for
 
     std::size_t bytes() const noexcept { return values.bytes() + events.bytes() + pixels.bytes(); }
 };

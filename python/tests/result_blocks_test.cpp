@@ -61,7 +61,6 @@ TEST(ResultBlocks, ScanValuesBecomeWholeLinesAcrossPieces) {
     EXPECT_EQ(two[0].columns, 4u);
     EXPECT_EQ(two[0].first_line, 0u);
     EXPECT_EQ(ValuesOf(two[0]), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ(two[0].hits, 36u) << "event counts are hits";
     EXPECT_EQ(copier.LinesDone(), 2u);
 
     const std::vector<Block> rest = copier.AddScanValues(values.data() + 9, 2);
@@ -72,15 +71,6 @@ TEST(ResultBlocks, ScanValuesBecomeWholeLinesAcrossPieces) {
     EXPECT_EQ(ValuesOf(last[0]), (std::vector<std::uint64_t>{9, 10, 11, 0}))
         << "the unfinished line is zero-filled";
     EXPECT_TRUE(copier.Flush().empty());
-}
-
-TEST(ResultBlocks, ItotSumsAreNoHitCounts) {
-    ResultCopier copier(ResultKind::kScanItots, 2);
-    const std::uint64_t values[] = {100, 200};
-    const std::vector<Block> line = copier.AddScanValues(values, 2);
-    ASSERT_EQ(line.size(), 1u);
-    EXPECT_EQ(line[0].kind, ResultKind::kScanItots);
-    EXPECT_EQ(line[0].hits, 0u);
 }
 
 }  // namespace
