@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <any>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -123,6 +124,26 @@ struct Seen {
     std::vector<std::vector<Frame>> frames;     // per callback
     std::vector<std::vector<std::size_t>> raw;  // raw span sizes per callback
     bool throw_once = false;
+};
+
+// The scripted provider with a fault it can't script: a stop that fails.
+class FaultyProvider final : public acquisition::IVectorDataProvider {
+public:
+    std::error_code Start(std::uint64_t size) override { return scripted.Start(size); }
+    std::error_code Stop() override {
+        const auto stopped = scripted.Stop();
+        return stop_error ? stop_error : stopped;
+    }
+    bool IsRunning() override { return scripted.IsRunning(); }
+    std::error_code Configure(std::any settings) override {
+        return scripted.Configure(std::move(settings));
+    }
+    std::error_code GetData(ScriptedProvider::Buffer& data) override {
+        return scripted.GetData(data);
+    }
+
+    ScriptedProvider scripted;
+    std::error_code stop_error;
 };
 
 class Tpx2AcquisitionTest : public ::testing::Test {
@@ -319,10 +340,12 @@ TEST_F(Tpx2AcquisitionTest, StartNeedsCountAndDepthAndNeitherChangesDuringTheRea
               1);
     EXPECT_EQ(provider->run.starts, 0);
     chip.pixel_count = kPixels;
-    EXPECT_EQ(acquisition.SetPixelDepth(3), std::errc::not_supported);
-    EXPECT_EQ(log.Count(log::kError, "Unknown/unrecognized pixel depth setting."), 1);
+    EXPECT_EQ(acquisition.SetPixelDepth(acquisition::Bit48Depth), std::errc::not_supported);
+    EXPECT_EQ(acquisition.SetPixelDepth(acquisition::UnknownDepth), std::errc::not_supported);
+    EXPECT_EQ(log.Count(log::kError, "Unknown/unrecognized pixel depth setting."), 2);
     provider->start_error = std::make_error_code(std::errc::no_such_device);
     EXPECT_EQ(Start(), std::errc::no_such_device);
+    EXPECT_EQ(log.Count(log::kError, "Data provider not started - generic: No such device."), 1);
     EXPECT_FALSE(acquisition.IsRunning());
     provider->start_error = {};
 
@@ -348,9 +371,57 @@ TEST_F(Tpx2AcquisitionTest, StartNeedsCountAndDepthAndNeitherChangesDuringTheRea
     EXPECT_FALSE(acquisition.SetPixelDepth(2));
 }
 
+TEST_F(Tpx2AcquisitionTest, AClientsAbortWaitsWithATraceLineAndTheNextStartGivesWholeFrames) {
+    Configure(1, -1);
+    ASSERT_FALSE(Start());
+    // Half a frame, then the module's own abort, which doesn't wait.
+    provider->Deliver(Block(40960));
+    EXPECT_FALSE(acquisition.Abort(IAcquisition::kAbortFromInside));
+    EXPECT_FALSE(acquisition.AwaitReadoutEnd(5.0));
+    EXPECT_TRUE(log.StartingWith("Waiting for abort").empty());
+    EXPECT_EQ(acquisition.DroppedBytes(), 40960U);
+
+    ASSERT_FALSE(Start());
+    const Frame frame = RandomFrame(1023, 7);
+    Deliver(Packed(frame, 1));
+    seen.WaitFor(1);
+    EXPECT_FALSE(acquisition.Abort(IAcquisition::kAbortByClient));
+    EXPECT_FALSE(acquisition.AwaitReadoutEnd(5.0));
+    const auto waits = log.StartingWith("Waiting for abort");
+    ASSERT_EQ(waits.size(), 1U);
+    EXPECT_EQ(waits[0].verbosity, log::kDebug);
+    EXPECT_EQ(waits[0].message, "Waiting for abort acquisition data.");
+    std::lock_guard lock(seen.mutex);
+    ASSERT_EQ(seen.frames.size(), 1U);
+    EXPECT_EQ(seen.frames[0], std::vector<Frame>{frame});
+    EXPECT_EQ(seen.raw[0], std::vector<std::size_t>{81920});
+}
+
+TEST(Tpx2AcquisitionFaults, AFailedStopAtTheLastFrameIsLoggedOnceAndIsTheReadoutsResult) {
+    LogCapture log;
+    ChipInfo chip{};
+    chip.pixel_count = kPixels;
+    auto provider = std::make_shared<FaultyProvider>();
+    Tpx2Acquisition acquisition(provider);
+    ASSERT_FALSE(acquisition.SetPixelDepth(acquisition::Bit10Depth));
+    ASSERT_FALSE(acquisition.SetFrameCount(1));
+    const auto ignore = [](IAcquisition&) {};
+
+    // The stop at the last frame fails: its line comes once, from the Consumer.
+    provider->stop_error = std::make_error_code(std::errc::io_error);
+    ASSERT_FALSE(acquisition.Start(chip, kFrames, {}, ignore));
+    provider->scripted.Deliver(Block(81920));
+    EXPECT_EQ(acquisition.AwaitReadoutEnd(5.0), std::errc::io_error);
+    EXPECT_EQ(log.Count(log::kError,
+                        "Failed to stop acquisition data provider - generic: Input/output error."),
+              1);
+    EXPECT_TRUE(log.StartingWith("Unable to stop").empty());
+}
+
 TEST(Tpx4Acquisition, RefusesEverythingAndServesNoMode) {
     auto provider = std::make_shared<ScriptedProvider>();
     acquisition::Tpx4Acquisition acquisition(provider);
+    EXPECT_STREQ(acquisition.GetName(), "Timepix 4 acquisition");
     const auto refused = std::make_error_code(std::errc::operation_not_supported);
     EXPECT_EQ(acquisition.Start({}, kFrames, {}, [](IAcquisition&) {}), refused);
     EXPECT_EQ(acquisition.SetPixelDepth(1), refused);
@@ -359,6 +430,8 @@ TEST(Tpx4Acquisition, RefusesEverythingAndServesNoMode) {
     EXPECT_EQ(acquisition.AwaitReadoutEnd(1.0), refused);
     EXPECT_TRUE(acquisition.GetSupportedModes().empty());
     EXPECT_EQ(acquisition.GetData().kind, acquisition::AcquisitionDataKind::kNone);
+    EXPECT_TRUE(acquisition.GetRawData().empty());
+    EXPECT_EQ(acquisition.GetProcessMode(), DefaultProcessing);
     EXPECT_FALSE(acquisition.IsRunning());
     EXPECT_FALSE(provider->in_flight.has_value());
 }

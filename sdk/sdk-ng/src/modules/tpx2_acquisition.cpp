@@ -15,8 +15,9 @@ constexpr std::uint16_t kEndlessTransfers = 32;
 
 }  // namespace
 
+// A client's abort is routine here: its wait is logged for tracing only.
 Tpx2Acquisition::Tpx2Acquisition(std::shared_ptr<IVectorDataProvider> provider)
-    : VectorReadout(std::move(provider)) {}
+    : VectorReadout(std::move(provider), log::kDebug) {}
 
 Tpx2Acquisition::~Tpx2Acquisition() {
     if (const auto ec = Shutdown()) {
@@ -134,9 +135,7 @@ void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
         }
         if (complete) {
             std::lock_guard lock(m_mutex);
-            if (const auto ec = m_run.Stop(*m_provider, m_status)) {
-                OVEX_LOG_EC(log::kError, "Failed to stop acquisition data provider - %s: %s.", ec);
-            }
+            m_run.Stop(*m_provider, m_status, "Failed to stop acquisition data provider");
         }
     }
     m_assembler.DropPending();

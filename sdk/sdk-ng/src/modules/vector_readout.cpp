@@ -4,8 +4,9 @@
 
 namespace ovex::sdk::acquisition {
 
-VectorReadout::VectorReadout(std::shared_ptr<IVectorDataProvider> provider)
-    : m_provider(std::move(provider)) {}
+VectorReadout::VectorReadout(std::shared_ptr<IVectorDataProvider> provider,
+                             int abort_wait_verbosity)
+    : m_provider(std::move(provider)), m_run(abort_wait_verbosity) {}
 
 VectorReadout::VectorReadout(std::shared_ptr<IVectorDataProvider> provider,
                              ModuleRequirements requirements)

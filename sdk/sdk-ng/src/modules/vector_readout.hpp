@@ -25,8 +25,9 @@ public:
     bool IsRunning() override;
 
 protected:
-    // A module that needs no items of the board.
-    explicit VectorReadout(std::shared_ptr<IVectorDataProvider> provider);
+    // A module that needs no items of the board, logging the wait of a client's abort at
+    // `abort_wait_verbosity`.
+    VectorReadout(std::shared_ptr<IVectorDataProvider> provider, int abort_wait_verbosity);
     VectorReadout(std::shared_ptr<IVectorDataProvider> provider, ModuleRequirements requirements);
 
     // The line of a readout that ended within the wait.

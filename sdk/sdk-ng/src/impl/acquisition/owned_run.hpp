@@ -15,20 +15,24 @@ namespace ovex::sdk::acquisition {
 
 class OwnedRun {
 public:
+    // `wait_verbosity`: that of the line of a client's abort, which a module may keep for tracing.
+    explicit OwnedRun(int wait_verbosity = log::kInfo) noexcept
+        : m_wait_verbosity(wait_verbosity) {}
+
     void Started() noexcept { m_owned.store(true); }
     bool Owned() const noexcept { return m_owned.load(); }
 
     // Stops the run if it is this module's; a run that ended by itself is collected too. Its
-    // error, logged, is the answer and becomes the readout's `status`: transfers that failed or
-    // a board gone fail the readout.
-    std::error_code Stop(IDataProvider& provider, std::error_code& status) {
+    // error, logged as "`failure` - category: message.", is the answer and becomes the readout's
+    // `status`: transfers that failed or a board gone fail the readout.
+    std::error_code Stop(IDataProvider& provider, std::error_code& status,
+                         const char* failure = "Unable to stop acquisition data provider") {
         if (!m_owned.exchange(false)) {
             return {};
         }
         const std::error_code ec = provider.Stop();
         if (ec) {
-            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec,
-                        "Unable to stop acquisition data provider");
+            OVEX_LOG_EC(log::kError, "%s - %s: %s.", ec, failure);
             status = ec;
         }
         return ec;
@@ -39,7 +43,7 @@ public:
     std::error_code Abort(IAcquisition::AbortMode mode, IDataProvider& provider,
                           std::error_code& status) {
         if (mode == IAcquisition::kAbortByClient) {
-            OVEX_LOG_INFO("Waiting for abort acquisition data.");
+            OVEX_LOG(m_wait_verbosity, "Waiting for abort acquisition data.");
             std::this_thread::sleep_for(kAbortGrace);
         }
         if (const auto ec = Stop(provider, status)) {
@@ -64,6 +68,7 @@ public:
     }
 
 private:
+    const int m_wait_verbosity;
     std::atomic<bool> m_owned{false};
 };
 
