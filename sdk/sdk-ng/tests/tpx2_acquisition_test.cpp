@@ -348,6 +348,16 @@ TEST_F(Tpx2AcquisitionTest, StartNeedsCountAndDepthAndNeitherChangesDuringTheRea
     EXPECT_EQ(log.Count(log::kError, "Data provider not started - generic: No such device."), 1);
     EXPECT_FALSE(acquisition.IsRunning());
     provider->start_error = {};
+    // A run that isn't the module's own would end with neither its frames nor an abort.
+    provider->run.Start();
+    EXPECT_EQ(Start(), std::errc::device_or_resource_busy);
+    EXPECT_EQ(log.Count(log::kError,
+                        "Data provider already running: Timepix 2 acquisition can't start a "
+                        "readout of its own."),
+              1);
+    EXPECT_FALSE(acquisition.IsRunning());
+    EXPECT_TRUE(provider->IsRunning());
+    ASSERT_FALSE(provider->Stop());
 
     ASSERT_FALSE(Start());
     EXPECT_EQ(provider->transfer_size, 81920U);  // the 10-bit descrambler stayed

@@ -69,6 +69,13 @@ std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t 
         OVEX_LOG_ERROR("Cannot start %s: the chip has no pixels.", GetName());
         return std::make_error_code(std::errc::invalid_argument);
     }
+    // The readout ends as the module stops the run, at the last frame or an abort: a run that
+    // isn't its own would never end.
+    if (m_provider->IsRunning()) {
+        OVEX_LOG_ERROR("Data provider already running: %s can't start a readout of its own.",
+                       GetName());
+        return std::make_error_code(std::errc::device_or_resource_busy);
+    }
     m_consumer.Join();  // a Consumer that ended with its readout
     // What an aborted readout left of an unfinished frame went with it.
     m_store = {};
@@ -79,14 +86,12 @@ std::error_code Tpx2Acquisition::Start(const ChipInfo& chip_info, std::uint32_t 
 
     // The provider runs before the Consumer: a start that fails never leaves a Consumer waiting,
     // and the provider's queue holds what arrives meanwhile.
-    if (!m_provider->IsRunning()) {
-        if (const auto ec = m_provider->Start(frame_bytes)) {
-            OVEX_LOG_EC(log::kError, "Data provider not started - %s: %s.", ec);
-            return ec;
-        }
-        m_run.Started();
-        OVEX_LOG_INFO("Data provider started.");
+    if (const auto ec = m_provider->Start(frame_bytes)) {
+        OVEX_LOG_EC(log::kError, "Data provider not started - %s: %s.", ec);
+        return ec;
     }
+    m_run.Started();
+    OVEX_LOG_INFO("Data provider started.");
     try {
         m_callback = std::move(callback);
         m_consumer.Start([this, flags, pixels = chip_info.pixel_count] { Consume(flags, pixels); });
