@@ -8,6 +8,7 @@
 #include <any>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -96,7 +97,7 @@ struct Seen {
     void Take(IAcquisition& acquisition) {
         const auto data = acquisition.GetData();
         const auto& store = *static_cast<const Tpx2FrameStore*>(data.data);
-        std::lock_guard lock(mutex);
+        std::unique_lock lock(mutex);
         kinds.push_back(data.kind);
         std::vector<Frame> these;
         for (const auto frame : store.frames) {
@@ -107,10 +108,11 @@ struct Seen {
         for (const auto& span : acquisition.GetRawData()) {
             raw.back().push_back(span.size);
         }
+        const std::size_t call = frames.size() - 1;
         changed.notify_all();
-        if (throw_once) {
-            throw_once = false;
-            throw std::runtime_error("host failure");
+        lock.unlock();
+        if (during) {
+            during(call);
         }
     }
     void WaitFor(std::size_t count) {
@@ -121,9 +123,9 @@ struct Seen {
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<acquisition::AcquisitionDataKind> kinds;
-    std::vector<std::vector<Frame>> frames;     // per callback
-    std::vector<std::vector<std::size_t>> raw;  // raw span sizes per callback
-    bool throw_once = false;
+    std::vector<std::vector<Frame>> frames;        // per callback
+    std::vector<std::vector<std::size_t>> raw;     // raw span sizes per callback
+    std::function<void(std::size_t call)> during;  // runs in each callback after the record
 };
 
 // The scripted provider with a fault it can't script: a stop that fails.
@@ -304,14 +306,45 @@ TEST_F(Tpx2AcquisitionTest, FramesSplitPaddedOrCutShortArriveInOrderAndTheLostBy
         EXPECT_EQ(seen.frames[n][0], sent[n]) << n;
     }
     EXPECT_EQ(acquisition.DroppedBytes(), 9U + third.size() - 100);
-    // The raw data are what came since the previous callback, dropped bytes included.
-    EXPECT_EQ(seen.raw[2], (std::vector<std::size_t>{9, third.size() - 100, third.size()}));
+    // The raw data are the frame's own transfers; the dropped ones aren't among them.
+    EXPECT_EQ(seen.raw[0], (std::vector<std::size_t>{1001, joined.size() - 1001}));
+    EXPECT_EQ(seen.raw[2], std::vector<std::size_t>{third.size()});
+}
+
+TEST_F(Tpx2AcquisitionTest, TransfersThatMakeNoFrameAreFreedAsSoonAsTheyAreDropped) {
+    // The board packs 8-bit frames where 10-bit ones are due: none of them ever completes.
+    Configure(1, -1);
+    std::vector<std::weak_ptr<Block>> dropped;
+    std::size_t still_held = 0;
+    seen.during = [&](std::size_t) {
+        for (const auto& transfer : dropped) {
+            still_held += transfer.expired() ? 0 : 1;
+        }
+    };
+    ASSERT_FALSE(Start());
+    for (int n = 0; n < 5; ++n) {
+        auto transfer = std::make_shared<Block>(kPixels);
+        dropped.push_back(transfer);
+        provider->run.Deliver(std::move(transfer));
+    }
+    Deliver(Packed(RandomFrame(1023, 5), 1));
+    seen.WaitFor(1);
+    EXPECT_FALSE(acquisition.Abort(IAcquisition::kAbortFromInside));
+    EXPECT_FALSE(acquisition.AwaitReadoutEnd(5.0));
+    EXPECT_EQ(still_held, 0U);
+    EXPECT_EQ(seen.raw[0], std::vector<std::size_t>{81920});
+    EXPECT_EQ(acquisition.DroppedBytes(), 5 * kPixels);
 }
 
 TEST_F(Tpx2AcquisitionTest, WithoutTheProcessedFlagEachFrameOfBytesCountsAndOnlyRawDataArrive) {
     Configure(0, 2);
     EXPECT_EQ(provider->in_flight, 32);
-    seen.throw_once = true;  // a host's failure doesn't end the readout
+    // A host's failure doesn't end the readout, whatever it throws.
+    seen.during = [](std::size_t call) {
+        if (call == 0) {
+            throw std::runtime_error("host failure");
+        }
+    };
     ASSERT_FALSE(Start(0));
     provider->Deliver(Block(kPixels));
     provider->Deliver(Block(kPixels));

@@ -151,10 +151,9 @@ void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
 
 bool Tpx2Acquisition::ConsumeBuffer(const Buffer& buffer, std::uint32_t flags,
                                     std::uint64_t pixels) {
-    m_store.raw_spans.push_back({buffer->data(), buffer->size()});
-    m_store.raw_buffers.push_back(buffer);
     const auto frame = m_assembler.Add(*buffer);
     m_dropped.store(m_assembler.Dropped());
+    KeepRaw(buffer, frame.empty() ? m_assembler.Pending() : frame.size());
     if (frame.empty()) {
         return false;
     }
@@ -166,6 +165,20 @@ bool Tpx2Acquisition::ConsumeBuffer(const Buffer& buffer, std::uint32_t flags,
     }
     CallClient();
     return m_remaining == 0;
+}
+
+// The store held the pending transfers; the assembler keeps or drops them whole, and `buffer`
+// too. So the raw data are a frame's own transfers, and what is dropped is freed at once.
+void Tpx2Acquisition::KeepRaw(const Buffer& buffer, std::size_t held) {
+    if (held <= buffer->size()) {
+        m_store.raw_spans.clear();
+        m_store.raw_buffers.clear();
+    }
+    if (held == 0) {
+        return;
+    }
+    m_store.raw_spans.push_back({buffer->data(), buffer->size()});
+    m_store.raw_buffers.push_back(buffer);
 }
 
 void Tpx2Acquisition::Unpack(std::span<const std::byte> frame, std::uint64_t pixels) {

@@ -58,6 +58,8 @@ private:
     void Consume(std::uint32_t flags, std::uint64_t pixels);
     // Takes one transfer; true once the readout has all its frames.
     bool ConsumeBuffer(const Buffer& buffer, std::uint32_t flags, std::uint64_t pixels);
+    // Keeps in the store the raw buffers of the bytes that the assembler holds after `buffer`.
+    void KeepRaw(const Buffer& buffer, std::size_t held);
     void Unpack(std::span<const std::byte> frame, std::uint64_t pixels);
     void CallClient();
 

@@ -3,7 +3,9 @@
 // Cuts the transfers of a frame-based board into frames. The board ends every frame with the end
 // of a transfer, and a frame may come in any number of transfers, so a frame is `frame_bytes`
 // bytes whose last one ends a transfer. Bytes that can't be part of such a frame (a frame the
-// board cut short, padding behind one, a frame of another depth) are dropped and counted.
+// board cut short, padding behind one, a frame of another depth) are dropped and counted. A
+// transfer is kept or dropped whole, and so are the pending bytes before it: a caller that holds
+// the transfers can tell from the sizes which of them a frame or the pending bytes are made of.
 
 #include <cstddef>
 #include <cstdint>
