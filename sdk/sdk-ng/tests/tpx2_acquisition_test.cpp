@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <any>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -128,7 +129,8 @@ struct Seen {
     std::function<void(std::size_t call)> during;  // runs in each callback after the record
 };
 
-// The scripted provider with a fault it can't script: a stop that fails.
+// The scripted provider with the faults it can't script: a stop that fails, and an item that
+// throws what is no std::exception.
 class FaultyProvider final : public acquisition::IVectorDataProvider {
 public:
     std::error_code Start(std::uint64_t size) override { return scripted.Start(size); }
@@ -141,11 +143,16 @@ public:
         return scripted.Configure(std::move(settings));
     }
     std::error_code GetData(ScriptedProvider::Buffer& data) override {
-        return scripted.GetData(data);
+        scripted.GetData(data);
+        if (data && throw_next.exchange(false)) {
+            throw 42;
+        }
+        return {};
     }
 
     ScriptedProvider scripted;
     std::error_code stop_error;
+    std::atomic<bool> throw_next{false};
 };
 
 class Tpx2AcquisitionTest : public ::testing::Test {
@@ -344,6 +351,7 @@ TEST_F(Tpx2AcquisitionTest, WithoutTheProcessedFlagEachFrameOfBytesCountsAndOnly
         if (call == 0) {
             throw std::runtime_error("host failure");
         }
+        throw 42;
     };
     ASSERT_FALSE(Start(0));
     provider->Deliver(Block(kPixels));
@@ -354,6 +362,9 @@ TEST_F(Tpx2AcquisitionTest, WithoutTheProcessedFlagEachFrameOfBytesCountsAndOnly
     EXPECT_TRUE(seen.frames[0].empty());
     EXPECT_EQ(seen.raw[1], std::vector<std::size_t>{kPixels});
     EXPECT_EQ(log.Count(log::kError, "The Timepix 2 acquisition callback failed: host failure"), 1);
+    EXPECT_EQ(log.Count(log::kError,
+                        "The Timepix 2 acquisition callback failed with an unknown exception."),
+              1);
 }
 
 TEST_F(Tpx2AcquisitionTest, StartNeedsCountAndDepthAndNeitherChangesDuringTheReadout) {
@@ -440,7 +451,7 @@ TEST_F(Tpx2AcquisitionTest, AClientsAbortWaitsWithATraceLineAndTheNextStartGives
     EXPECT_EQ(seen.raw[0], std::vector<std::size_t>{81920});
 }
 
-TEST(Tpx2AcquisitionFaults, AFailedStopAtTheLastFrameIsLoggedOnceAndIsTheReadoutsResult) {
+TEST(Tpx2AcquisitionFaults, AFailedStopOrAFailingConsumerEndsTheReadoutWithOneClearLine) {
     LogCapture log;
     ChipInfo chip{};
     chip.pixel_count = kPixels;
@@ -459,6 +470,19 @@ TEST(Tpx2AcquisitionFaults, AFailedStopAtTheLastFrameIsLoggedOnceAndIsTheReadout
                         "Failed to stop acquisition data provider - generic: Input/output error."),
               1);
     EXPECT_TRUE(log.StartingWith("Unable to stop").empty());
+
+    // The provider throws what is no std::exception: the run stops and the readout ends.
+    provider->stop_error = {};
+    ASSERT_FALSE(acquisition.SetFrameCount(-1));
+    ASSERT_FALSE(acquisition.Start(chip, kFrames, {}, ignore));
+    provider->throw_next = true;
+    provider->scripted.Deliver(Block(100));
+    EXPECT_EQ(acquisition.AwaitReadoutEnd(5.0), std::errc::state_not_recoverable);
+    EXPECT_EQ(log.Count(log::kError,
+                        "The Timepix 2 acquisition data consumer failed: unknown exception."),
+              1);
+    EXPECT_FALSE(acquisition.IsRunning());
+    EXPECT_EQ(provider->scripted.run.stops, 2);
 }
 
 TEST(Tpx4Acquisition, RefusesEverythingAndServesNoMode) {

@@ -1,6 +1,7 @@
 #include "modules/tpx2_acquisition.hpp"
 
 #include <exception>
+#include <new>
 
 #include "ovex/log/log.hpp"
 
@@ -110,6 +111,22 @@ void Tpx2Acquisition::LogReadoutEnd() const {
 
 void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
     OVEX_LOG_INFO("Timepix 2 frame consumer started.");
+    try {
+        ConsumeRun(flags, pixels);
+    } catch (const std::bad_alloc&) {
+        EndAfterFailure("out of memory", std::errc::not_enough_memory);
+    } catch (const std::exception& error) {
+        EndAfterFailure(error.what(), std::errc::state_not_recoverable);
+    } catch (...) {
+        EndAfterFailure("unknown exception", std::errc::state_not_recoverable);
+    }
+    m_assembler.DropPending();
+    m_dropped.store(m_assembler.Dropped());
+    m_store = {};
+    OVEX_LOG_INFO("Timepix 2 frame consumer terminated.");
+}
+
+void Tpx2Acquisition::ConsumeRun(std::uint32_t flags, std::uint64_t pixels) {
     bool complete = false;
     for (;;) {
         Buffer buffer;
@@ -122,7 +139,7 @@ void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
             // readout's.
             std::lock_guard lock(m_mutex);
             m_run.CollectEnded(*m_provider, GetName(), m_status);
-            break;
+            return;
         }
         if (buffer->empty()) {
             OVEX_LOG_DEBUG("Empty buffer received.");
@@ -131,22 +148,20 @@ void Tpx2Acquisition::Consume(std::uint32_t flags, std::uint64_t pixels) {
         if (complete) {
             continue;  // behind the last frame, until the stop takes effect
         }
-        try {
-            complete = ConsumeBuffer(buffer, flags, pixels);
-        } catch (const std::exception& error) {
-            OVEX_LOG_ERROR("%s failed to take a frame: %s", GetName(), error.what());
-            StoreStatus(std::make_error_code(std::errc::not_enough_memory));
-            complete = true;
-        }
+        complete = ConsumeBuffer(buffer, flags, pixels);
         if (complete) {
             std::lock_guard lock(m_mutex);
             m_run.Stop(*m_provider, m_status, "Failed to stop acquisition data provider");
         }
     }
-    m_assembler.DropPending();
-    m_dropped.store(m_assembler.Dropped());
-    m_store = {};
-    OVEX_LOG_INFO("Timepix 2 frame consumer terminated.");
+}
+
+// The run stops without waiting for its end item: the next start drops what is left queued.
+void Tpx2Acquisition::EndAfterFailure(const char* what, std::errc status) {
+    OVEX_LOG_ERROR("The %s data consumer failed: %s.", GetName(), what);
+    std::lock_guard lock(m_mutex);
+    m_run.Stop(*m_provider, m_status);
+    m_status = std::make_error_code(status);
 }
 
 bool Tpx2Acquisition::ConsumeBuffer(const Buffer& buffer, std::uint32_t flags,
@@ -202,6 +217,8 @@ void Tpx2Acquisition::CallClient() {
         m_callback(*this);
     } catch (const std::exception& error) {
         OVEX_LOG_ERROR("The %s callback failed: %s", GetName(), error.what());
+    } catch (...) {
+        OVEX_LOG_ERROR("The %s callback failed with an unknown exception.", GetName());
     }
     m_store = {};
 }

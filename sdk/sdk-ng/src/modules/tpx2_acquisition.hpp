@@ -56,6 +56,10 @@ private:
     using Buffer = std::shared_ptr<std::vector<std::byte>>;
 
     void Consume(std::uint32_t flags, std::uint64_t pixels);
+    // Takes the run's transfers until its end item.
+    void ConsumeRun(std::uint32_t flags, std::uint64_t pixels);
+    // Ends a readout whose Consumer failed with `status`.
+    void EndAfterFailure(const char* what, std::errc status);
     // Takes one transfer; true once the readout has all its frames.
     bool ConsumeBuffer(const Buffer& buffer, std::uint32_t flags, std::uint64_t pixels);
     // Keeps in the store the raw buffers of the bytes that the assembler holds after `buffer`.
