@@ -1,6 +1,7 @@
 // Frames of the Timepix2 boards through the exported interface: every chip mode and depth gives
-// the frames the board read out, pixel for pixel; continuous shutters give their frames in
-// order; frames that the board splits, pads or cuts short; the chip's matrix as the board holds
+// the frames the board read out, pixel for pixel and the right way up; continuous shutters and
+// the edges of the trigger input give their frames in order, on the chip board and the NoBE
+// board; frames that the board splits, pads or cuts short; the chip's matrix as the board holds
 // it; and the bad input of a depth that doesn't match the mode or a bypass the board refuses.
 
 #include <gtest/gtest.h>
@@ -22,11 +23,27 @@
 namespace ovex::sdk::testing {
 namespace {
 
+using namespace std::chrono_literals;
 using vboard::Tpx2Depth;
 using vboard::Tpx2FrameFault;
 using Pixels = std::vector<std::uint16_t>;
 
 constexpr double kShutter = 0.002;
+constexpr std::uint64_t kShutterTicks = 80000;
+// The beam spot's centre, off every axis of symmetry of the sensor.
+constexpr int kSpotX = 200;
+constexpr int kSpotY = 30;
+
+// Pixels at `max` in the 5 x 5 square around column x, row y of a frame laid out row by row.
+int SaturatedAround(const Pixels& frame, int x, int y, std::uint16_t max) {
+    int saturated = 0;
+    for (int row = y - 2; row <= y + 2; ++row) {
+        for (int column = x - 2; column <= x + 2; ++column) {
+            saturated += frame[static_cast<std::size_t>(row * 256 + column)] == max ? 1 : 0;
+        }
+    }
+    return saturated;
+}
 
 // What the data callback received; the test's thread waits on it.
 struct Received {
@@ -73,8 +90,8 @@ protected:
         ASSERT_EQ(OpenQuiet(kind), OVEXSDK_OK);
         ASSERT_EQ(ovexsdk_dev_power_up(&m_ctx), OVEXSDK_OK);
         vboard::HitModel beam;
-        beam.spot_x = 200;
-        beam.spot_y = 30;
+        beam.spot_x = kSpotX;
+        beam.spot_y = kSpotY;
         beam.spot_sigma = 3;
         beam.spot_rate = 2e9;
         beam.background_rate = 2000;
@@ -112,6 +129,19 @@ protected:
     // Moves the board's clock over one shutter of a continuous run and its readout gap.
     void NextContinuousShutter() {
         Engine().AdvanceTime(std::chrono::duration<double>(kShutter + 0.001));
+    }
+    // The board read out `count` frames of `ticks` each, and the host got every one whole, in
+    // the board's order.
+    void ExpectEveryFrameArrived(std::size_t count, std::uint64_t ticks) {
+        const auto board = BoardFrames();
+        ASSERT_EQ(board.size(), count);
+        std::lock_guard lock(received.mutex);
+        ASSERT_EQ(received.frames.size(), count);
+        for (std::size_t f = 0; f < count; ++f) {
+            EXPECT_EQ(board[f].index, f);
+            EXPECT_EQ(board[f].close_tick - board[f].open_tick, ticks) << "frame " << f;
+            EXPECT_TRUE(received.frames[f] == board[f].pixels) << "frame " << f;
+        }
     }
 
     template <typename Module>
@@ -151,6 +181,13 @@ TEST_F(Tpx2Session, EveryModeGivesTheBoardsFramePixelForPixelSaturatedCountersIn
         EXPECT_TRUE(received.frames.back() == board.pixels);
         EXPECT_EQ(received.frames.back().back(), board.pixels.back());
         EXPECT_EQ(received.raw_buffers.back(), c.buffers);
+        // The spot stays where it is, not mirrored on either axis, both, or the diagonal.
+        const Pixels& host = received.frames.back();
+        EXPECT_EQ(SaturatedAround(host, kSpotX, kSpotY, max), 25);
+        EXPECT_LT(SaturatedAround(host, 255 - kSpotX, 255 - kSpotY, max), 25);
+        EXPECT_LT(SaturatedAround(host, 255 - kSpotX, kSpotY, max), 25);
+        EXPECT_LT(SaturatedAround(host, kSpotX, 255 - kSpotY, max), 25);
+        EXPECT_LT(SaturatedAround(host, kSpotY, kSpotX, max), 25);
     }
     EXPECT_EQ(received.frames_per_callback, 1U);
     EXPECT_EQ(received.wrong_getter, OVEXSDK_ERR_FAILED);
@@ -194,6 +231,55 @@ TEST_F(Tpx2Session, ContinuousShuttersGiveTheirFramesInOrderWhateverTheBoardDoes
     EXPECT_TRUE(m_log.Contains(log::kWarning,
                                "Dropped 81820 bytes of an incomplete frame (frames "
                                "of 81920 bytes); 81827 bytes dropped so far."));
+}
+
+TEST_F(Tpx2Session, EachPairOfEdgesOnTheTriggerInputGivesAFrameInOrder) {
+    ASSERT_EQ(ovexsdk_chip_set_mode(&m_ctx, EvCount14Bit), OVEXSDK_OK);
+    ovexsdk_trigger_mode modes[8]{};
+    std::uint64_t count = 8;
+    ASSERT_EQ(ovexsdk_trigger_list(&m_ctx, modes, &count), OVEXSDK_OK);
+    EXPECT_EQ(
+        std::vector<ovexsdk_trigger_mode>(modes, modes + count),
+        (std::vector<ovexsdk_trigger_mode>{InternalStartShutterDuration, InternalStartContinuous,
+                                           ExternalStartExternalStopEdge}));
+    ASSERT_EQ(SetTrigger(ExternalStartExternalStopEdge, 0), OVEXSDK_OK);
+    EXPECT_EQ(ovexsdk_trigger_now(&m_ctx), OVEXSDK_ERR_INVALID);
+    ASSERT_EQ(Start(), OVEXSDK_OK);
+    // A rising edge opens the shutter, the next one closes it.
+    constexpr std::size_t kFrames = 3;
+    for (std::size_t f = 0; f < kFrames; ++f) {
+        Engine().PulseTriggerInput(10us);
+        Engine().AdvanceTime(2ms);
+        Engine().PulseTriggerInput(10us);
+        received.Wait(f + 1);
+    }
+    ASSERT_EQ(ovexsdk_acq_abort(&m_ctx), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_acq_await_end(&m_ctx), OVEXSDK_OK);
+    ExpectEveryFrameArrived(kFrames, kShutterTicks + 400);
+}
+
+// The same session on a NoBE board, whose front end carries the Timepix2 chip.
+class NobeTpx2Session : public Tpx2Session {
+protected:
+    void SetUp() override {
+        ChipSession::SetUp();
+        OpenPoweredKind(vboard::BoardKind::kNobe);
+    }
+};
+
+TEST_F(NobeTpx2Session, ContinuousShuttersGiveEveryFrameWholeAndInOrder) {
+    ASSERT_EQ(ovexsdk_chip_set_mode(&m_ctx, EvCount8Bit), OVEXSDK_OK);
+    ASSERT_EQ(SetTrigger(InternalStartContinuous, static_cast<float>(kShutter)), OVEXSDK_OK);
+    ASSERT_EQ(Start(), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_trigger_now(&m_ctx), OVEXSDK_OK);
+    constexpr std::size_t kFrames = 4;
+    for (std::size_t f = 0; f < kFrames; ++f) {
+        NextContinuousShutter();
+        received.Wait(f + 1);
+    }
+    ASSERT_EQ(ovexsdk_acq_abort(&m_ctx), OVEXSDK_OK);
+    ASSERT_EQ(ovexsdk_acq_await_end(&m_ctx), OVEXSDK_OK);
+    ExpectEveryFrameArrived(kFrames, kShutterTicks);
 }
 
 TEST_F(Tpx2Session, FramesOfAnotherDepthThanTheModeNeverPassAsFrames) {

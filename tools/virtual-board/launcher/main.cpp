@@ -54,9 +54,11 @@ void PrintUsage(std::FILE* out) {
         "  --trigger-rate HZ\n"
         "                 drive the boards' trigger input with a pulse train: a rising edge\n"
         "                 HZ times a second, high for half of each period (default 0: low)\n"
-        "  --hit-rate HZ  hits per second in a beam spot at the sensor's centre, in the\n"
-        "                 Timepix3 and Timepix2 frames and the data-driven stream\n"
-        "                 (default 0)\n"
+        "  --hit-rate HZ  hits per second in a beam spot, in the Timepix3 and Timepix2\n"
+        "                 frames and the data-driven stream (default 0)\n"
+        "  --spot X,Y     the beam spot's centre: column X and row Y of the pixel (y * 256 + x\n"
+        "                 in the host's frames), each from 0 to 255 (default 127.5,127.5: the\n"
+        "                 sensor's centre)\n"
         "  --spot-sigma PX\n"
         "                 the beam spot's Gaussian width in pixels (default 8)\n"
         "  --background-rate HZ\n"
@@ -68,6 +70,7 @@ void PrintUsage(std::FILE* out) {
         "  ovex-vboard run --boards 2 -- build/tools/usb-list/ovex-usb-list\n"
         "  ovex-vboard run --boot-loader TPX3EFE --pcb 3.04 -- PROGRAM\n"
         "  ovex-vboard run --trigger-rate 10 --hit-rate 1e6 --background-rate 5 -- PROGRAM\n"
+        "  ovex-vboard run --kind tpx2cb --hit-rate 2e5 --spot 60,190 -- PROGRAM\n"
         "  ovex-vboard run --replay run.bin --rate 6e7 -- PROGRAM\n");
 }
 
@@ -94,6 +97,23 @@ std::optional<double> RateNamed(const char* text) {
         return std::nullopt;
     }
     return value;
+}
+
+// A spot centre "X,Y", both on the sensor (0 to 255), into `hits`.
+bool SpotNamed(const std::string& text, ovex::vboard::HitModel& hits) {
+    const std::size_t comma = text.find(',');
+    if (comma == std::string::npos) {
+        return false;
+    }
+    const auto x = RateNamed(text.substr(0, comma).c_str());
+    const auto y = RateNamed(text.substr(comma + 1).c_str());
+    constexpr double kLast = 255.0;
+    if (!x || !y || *x > kLast || *y > kLast) {
+        return false;
+    }
+    hits.spot_x = *x;
+    hits.spot_y = *y;
+    return true;
 }
 
 std::optional<ovex::vboard::BoardKind> KindNamed(const std::string& name) {
@@ -200,6 +220,10 @@ bool Parse(int argc, char** argv, Options& options) {
                 options.hits.spot_sigma = *value;
             } else {
                 options.hits.background_rate = *value;
+            }
+        } else if (arg == "--spot" && has_value) {
+            if (!SpotNamed(argv[++i], options.hits)) {
+                return false;
             }
         } else if (arg == "--seed" && has_value) {
             char* end = nullptr;
