@@ -153,8 +153,9 @@ std::uint32_t Tpx2Chip::CommandRefusal(std::size_t command, std::span<const std:
         return m_shutter.Busy() ? kChipBusy : kNoError;  // an exposure keeps its mode
     }
     if (command == m_select) {
-        return input.size() == 1 && input[0] >= 1 && input[0] <= m_dacs.size() ? kNoError
-                                                                               : kBadArgument;
+        // The last DAC, BiasRes, has no path to the sense pin.
+        return input.size() == 1 && input[0] >= 1 && input[0] < m_dacs.size() ? kNoError
+                                                                              : kBadArgument;
     }
     if (command == m_depth) {
         return OneByte(input, static_cast<std::uint8_t>(Tpx2Depth::k14Bit)) ? kNoError
@@ -210,7 +211,8 @@ void Tpx2Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         m_mode = input[0];
     } else if (command == m_select) {
         m_selected = input[0];
-    } else if (command == m_depth) {
+    } else if (command == m_depth && input[0] != static_cast<std::uint8_t>(Tpx2Depth::k4Bit)) {
+        // 4 bits is the depth of the configuration path: the frames keep theirs.
         m_pipeline_depth = static_cast<Tpx2Depth>(input[0]);
     }
     m_shutter.AfterCommand(command, input, Ticks(now));

@@ -149,6 +149,8 @@ TEST_F(Tpx2Chip, UnpoweredChipRefusesItsCommandsAndComesBackForgettingItsMemory)
     ASSERT_EQ(host.SetState("DAC_TH_FINE", 700), 0U);
     ASSERT_EQ(host.Invoke("TPX_DAC_SELECT", {8}), 0U);
     EXPECT_EQ(host.State("TPX_DAC_OUT"), 100 + 700 * 1200 / 1023);
+    EXPECT_EQ(host.Invoke("TPX_DAC_SELECT", {19}), kBadValueWord);  // BiasRes: no sense path
+    EXPECT_EQ(host.State("TPX_DAC_OUT"), 100 + 700 * 1200 / 1023);
 
     ASSERT_EQ(host.SetState("TPX_1V2", 0), 0U);
     for (const char* command : {"TPX_INIT", "TPX_TRIG_SINGLE"}) {
