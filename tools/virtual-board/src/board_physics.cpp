@@ -4,7 +4,9 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 namespace ovex::vboard {
@@ -26,7 +28,7 @@ constexpr double kElementOhms = 1.6;
 constexpr std::uint64_t kNoiseSeed = 0x4F5658424F415244ULL;
 
 struct LoopNames {
-    std::string_view enable;  // empty: the set value switches it
+    bool enabled;  // the board's Peltier enable (its tables name it) switches it too
     std::string_view set_point;
     bool closed;
     std::string_view output, p_term, i_term, d_term, integral, current, voltage;
@@ -34,11 +36,11 @@ struct LoopNames {
 
 // The OvexBoard kinds' one loop, and the NoBE's two drivers (the first holds the sensor).
 constexpr std::array<LoopNames, 3> kLoops = {{
-    {"PELTIER_EN", "PELTIER", true, "PELTIER_OUTPUT", "PELTIER_P_TERM", "PELTIER_I_TERM",
-     "PELTIER_D_TERM", "PELTIER_I_ERR", "I_PELT", "U_PELT"},
-    {"", "PELT1", true, "PELT1_OUTPUT", "PELT1_P_TERM", "PELT1_I_TERM", "PELT1_D_TERM",
+    {true, "PELTIER", true, "PELTIER_OUTPUT", "PELTIER_P_TERM", "PELTIER_I_TERM", "PELTIER_D_TERM",
+     "PELTIER_I_ERR", "I_PELT", "U_PELT"},
+    {false, "PELT1", true, "PELT1_OUTPUT", "PELT1_P_TERM", "PELT1_I_TERM", "PELT1_D_TERM",
      "PELT1_I_ERR", "I_PELT1", "U_PELT1"},
-    {"", "PELT2", false, "PELT2_OUTPUT", "", "", "", "", "I_PELT2", "U_PELT2"},
+    {false, "PELT2", false, "PELT2_OUTPUT", "", "", "", "", "I_PELT2", "U_PELT2"},
 }};
 
 constexpr std::string_view kSensor = "TSENS_TEMP";
@@ -85,8 +87,11 @@ BoardPhysics::BoardPhysics(const ItemTables& tables)
     m_temperature = m_ambient;
     for (const LoopNames& names : kLoops) {
         const auto set_point = FindItem(tables.states, names.set_point);
-        const auto enable = FindItem(tables.states, names.enable);
-        if (!set_point || (!names.enable.empty() && !enable)) {
+        const std::string& enable_name = tables.power.peltier_enable;
+        const auto enable = names.enabled && !enable_name.empty()
+                                ? FindItem(tables.states, enable_name)
+                                : std::nullopt;
+        if (!set_point || (names.enabled && !enable_name.empty() && !enable)) {
             continue;
         }
         // Only the first closed loop has the sensor to hold.
@@ -107,7 +112,8 @@ BoardPhysics::BoardPhysics(const ItemTables& tables)
 }
 
 bool BoardPhysics::IsRunning(const Loop& loop, const std::vector<int>& states) const {
-    return loop.enable == kNone ? states[loop.set_point] != 0 : states[loop.enable] != 0;
+    // A set point of 0 is off, whatever the enable.
+    return states[loop.set_point] != 0 && (loop.enable == kNone || states[loop.enable] != 0);
 }
 
 void BoardPhysics::Advance(double seconds, const std::vector<int>& states) {

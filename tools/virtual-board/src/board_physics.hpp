@@ -64,7 +64,7 @@ private:
     };
     // A Peltier driver: a closed loop holds the sensor at its set point (tenths of a degree); an
     // open one drives its output at its set value (percent). A positive drive cools. It runs while
-    // its enable is on, or without an enable while its set value is non-zero.
+    // its set value is non-zero and its enable, where the board has one, is on.
     struct Loop {
         std::size_t enable;     // state id, or none
         std::size_t set_point;  // state id

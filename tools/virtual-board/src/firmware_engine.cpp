@@ -96,7 +96,21 @@ FirmwareEngine::FirmwareEngine(FirmwareModel& model, ItemTables tables,
     install(request::kI2c, &Parts::i2c, &I2cBus::Handle);
     install_identity(request::kGetId, &ControllerRequests::GetId, &BootLoader::GetId);
     install(request::kAxi, &Parts::axi, &AxiBus::Access);
-    install(request::kAxiStreamStart, &Parts::axi, &AxiBus::StreamStart);
+    // The stream start also runs the FPGA's data pump that the Timepix2 chip's loader feeds on.
+    model.SetVendorRequest(request::kAxiStreamStart,
+                           [this](const SetupPacket& setup, std::span<const std::uint8_t> out) {
+                               std::lock_guard lock(m_mutex);
+                               CatchUp();
+                               if (m_parts->boot_loader) {
+                                   return ControlReply::Stall(kNotSupported);
+                               }
+                               ControlReply reply = m_parts->axi.StreamStart(setup, out);
+                               if (reply.kind == ControlReply::Kind::kAnswer) {
+                                   ItemRequests& items = m_parts->items;
+                                   items.Timepix2().StartPump(items.StateValues());
+                               }
+                               return reply;
+                           });
     install(request::kWriteEeprom, &Parts::controller, &ControllerRequests::WriteEeprom, true);
     install(request::kReadEeprom, &Parts::controller, &ControllerRequests::ReadEeprom, true);
     install_identity(request::kGetVersion, &ControllerRequests::GetVersion,
@@ -326,10 +340,15 @@ void FirmwareEngine::InjectFrameFault(FrameFault fault) {
 std::optional<Produced> FirmwareEngine::ReadFrame(std::span<std::uint8_t> out, bool mid_transfer) {
     std::lock_guard lock(m_mutex);
     CatchUp();
-    if (auto frame = m_parts->items.Frames().Send(out, mid_transfer)) {
+    ItemRequests& items = m_parts->items;
+    if (auto frame = items.Frames().Send(out, mid_transfer)) {
         return frame;
     }
-    return m_parts->items.Timepix2().Frames().Send(out, mid_transfer);
+    // The Timepix2 frames wait in the FPGA while its GPIF or clock is off.
+    if (!items.Timepix2().DataPathUp(items.StateValues())) {
+        return std::nullopt;
+    }
+    return items.Timepix2().Frames().Send(out, mid_transfer);
 }
 
 std::vector<std::uint8_t> FirmwareEngine::Tpx2Matrix() const {

@@ -14,6 +14,13 @@ void FrameQueue::Push(std::vector<Part> parts) {
     m_frames.push_back(std::move(parts));
 }
 
+void FrameQueue::Clear() {
+    m_frames.clear();
+    m_part = 0;
+    m_sent = 0;
+    m_end_due = false;
+}
+
 std::optional<Produced> FrameQueue::Send(std::span<std::uint8_t> out, bool mid_transfer) {
     if (m_end_due) {
         m_end_due = false;

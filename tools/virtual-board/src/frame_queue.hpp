@@ -25,6 +25,8 @@ public:
 
     bool Full() const;
     void Push(std::vector<Part> parts);
+    // Every frame dropped, a part under way included: what held them is gone.
+    void Clear();
 
     // Fills `out` from the oldest part; nullopt while nothing waits. `mid_transfer` ends the
     // transfer under way first.

@@ -126,6 +126,7 @@ ControlReply ItemRequests::Command(const SetupPacket& setup, std::span<const std
     m_chip.FollowSupply(m_states);
     m_tpx2.AfterCommand(setup.wIndex, out, m_states, BoardTime());
     m_tpx2.FollowSupply(m_states);
+    m_tpx2.FollowBackEnd(m_states, m_power.FpgaRestarts());
     auto flash_answer = m_flash.AfterCommand(setup.wIndex, out);
     if (!setup.IsIn()) {
         return ControlReply::Answer();
@@ -210,6 +211,7 @@ std::uint32_t ItemRequests::SetState(std::size_t id, int value) {
     m_power.AfterStateSet(m_states);
     m_chip.FollowSupply(m_states);
     m_tpx2.FollowSupply(m_states);
+    m_tpx2.FollowBackEnd(m_states, m_power.FpgaRestarts());
     return kNoError;
 }
 

@@ -161,6 +161,14 @@ std::vector<MonitorItem> FpgaMonitors(const std::string& suffix) {
             {"VCC_BRAM" + suffix, 1.0F, 0.95F, 1.05F}};
 }
 
+std::vector<std::string> MonitorNames(const std::vector<MonitorItem>& monitors) {
+    std::vector<std::string> names;
+    for (const MonitorItem& monitor : monitors) {
+        names.push_back(monitor.name);
+    }
+    return names;
+}
+
 // Load currents of the four DC/DC rails, in amperes.
 std::vector<MonitorItem> LoadCurrentMonitors() {
     return {{"I_LOAD_DC_1V0", 0.42F, 0.0F, 3.0F},
@@ -223,7 +231,8 @@ ItemTables Timepix3Tables() {
                                                      {{"PG_1V8"}, {"PG_VDD"}, {"PG_VDDA"}}),
                                            LoadCurrentRails()}),
                   .frontend_commands = {"IO_EXP_INIT", "ADC_INIT", "TSENS_RESET"},
-                  .frontend_supply = {"FRONTEND_EN"}},
+                  .frontend_supply = {"FRONTEND_EN"},
+                  .peltier_enable = "PELTIER_EN"},
     };
 }
 
@@ -247,7 +256,8 @@ ItemTables Timepix2ChipBoardTables() {
         .power = {.rails = Join<RailItem>(
                       {RailsEach({"DETECTOR_EN"},
                                  {{"PG_1V2_A"}, {"PG_1V2_D"}, {"PG_1V8_D"}, {"MONITOR_5V"}}),
-                       LoadCurrentRails()})},
+                       LoadCurrentRails()}),
+                  .peltier_enable = "PELTIER_EN"},
     };
 }
 
@@ -286,8 +296,11 @@ ItemTables Timepix4ChipBoardTables() {
                                                                   {"PG_GWT"},
                                                                   {"PG_1V8A"},
                                                                   {"PG_1V8D"}}),
-                                      {{{"PELTIER_EN"}, {"PG_PELT"}}},
-                                      LoadCurrentRails()})},
+                                      // The chip board's Peltier driver runs with the
+                                      // board's supply while it has a set point.
+                                      {{{"DETECTOR_EN", "PELTIER"}, {"PG_PELT"}}},
+                                      LoadCurrentRails()}),
+                  .peltier_enable = "DETECTOR_EN"},
     };
 }
 
@@ -336,8 +349,8 @@ ItemTables NobeTables() {
                                         PowerGood("PG_DDR_PWR"),
                                         PowerGood("PG_MGTAVTT"),
                                         PowerGood("PG_MGTAVCC"),
-                                        {"LINK_BCA", 0.0F, 0.0F, 1.0F},
-                                        {"LINK_FE", 0.0F, 0.0F, 1.0F},
+                                        {"LINK_BCA", 1.0F, 0.0F, 1.0F},
+                                        {"LINK_FE", 1.0F, 0.0F, 1.0F},
                                         PowerGood("PG_DETECTOR"),
                                         PowerGood("PG_PELT1"),
                                         PowerGood("PG_PELT2"),
@@ -350,18 +363,22 @@ ItemTables NobeTables() {
                      {"TP2FE", "1.4.2"},
                      {"TPX2", "2.1.0"}},
         // The converter and the FPGA's transceiver rails hang on all four DC/DC rails; the
-        // front end's rails on its own supply; a Peltier supply is on while it is driven.
+        // front end's rails, its FPGA's XADC and its temperature sensor on its own supply; a
+        // Peltier supply is on while it is driven.
         .power = {.rails = Join<RailItem>(
                       {RailsEach({kDcDcStates.begin(), kDcDcStates.end()},
                                  {{"PG_LP87524"}, {"PG_MGTAVTT"}, {"PG_MGTAVCC"}}),
                        {{{"DDR_PWR_EN"}, {"PG_DDR_PWR"}},
                         {{"DETECTOR_EN"}, {"PG_DETECTOR"}},
+                        {{"DETECTOR_EN"}, MonitorNames(FpgaMonitors("_1"))},
+                        {{"DETECTOR_EN"}, {"TSENS_TEMP"}},
                         {{"DETECTOR_EN", "CHIP_EN"}, {"PG_1V2"}}},
                        RailsEach({"DETECTOR_EN", "TPX_1V2"}, {{"PG_TPX_1V2_D"}, {"PG_TPX_1V2_A"}}),
                        {{{"PELT1"}, {"PG_PELT1"}}, {{"PELT2"}, {"PG_PELT2"}}},
                        LoadCurrentRails()}),
                   .frontend_commands = {"TSENS_RESET", "XSPI1_INIT", "XADC1_INIT"},
-                  .frontend_supply = {"DETECTOR_EN"}},
+                  .frontend_supply = {"DETECTOR_EN"},
+                  .links = {"LINK_BCA", "LINK_FE"}},
     };
 }
 

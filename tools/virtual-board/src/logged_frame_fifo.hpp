@@ -31,6 +31,8 @@ public:
         return m_queue.Send(out, mid_transfer);
     }
 
+    // The queued frames dropped unsent; the log and the counters stay.
+    void Empty() { m_queue.Clear(); }
     void InjectFault(Fault fault) { m_fault = fault; }
     const std::deque<Frame>& Log() const { return m_log; }
     FrameCounters Counters() const { return m_counters; }

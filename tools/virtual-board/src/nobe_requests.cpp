@@ -17,11 +17,17 @@ constexpr std::uint8_t kChipIndex = 0;  // the one chip, in the one cell of the 
 // The longest acquisition: TPX_SHUT_DUR's 2^32 − 1 ticks of 40 MHz, about 107 s.
 constexpr double kMaxAcquireSeconds = 4294967295.0 / kTicksPerSecond;
 
-// "D02-W0041": the efuse word's column (1 is A) in bits 0..3, row in 4..7, wafer in 8..19.
+// The id the efuse word names, e.g. "D02-W0041": column in bits 0..3 (1 is A, 0 unfused: X),
+// row in 4..7, wafer in 8..19; override bits 20..21 (1 column, 2 row, 3 wafer) put bits 22..31
+// in place of that field.
 std::string ChipIdText(std::uint32_t efuses) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%c%02u-W%04u", static_cast<char>('A' + (efuses & 0xF) - 1),
-                  efuses >> 4 & 0xF, efuses >> 8 & 0xFFF);
+    std::uint32_t fields[3] = {efuses & 0xF, efuses >> 4 & 0xF, efuses >> 8 & 0xFFF};
+    if (const std::uint32_t overridden = efuses >> 20 & 3; overridden != 0) {
+        fields[overridden - 1] = efuses >> 22;
+    }
+    const char column = fields[0] == 0 ? 'X' : static_cast<char>('A' + fields[0] - 1);
+    char text[24];
+    std::snprintf(text, sizeof text, "%c%02u-W%04u", column, fields[1], fields[2]);
     return text;
 }
 
@@ -100,10 +106,7 @@ ControlReply ChipId(ItemRequests& items, const SetupPacket& setup,
     if (const auto error = ChipRefusal(setup)) {
         return ControlReply::Stall(error);
     }
-    // The efuses are read through the chip.
-    if (!items.Timepix2().Powered(items.StateValues())) {
-        return ControlReply::Stall(kChipNotReady);
-    }
+    // The firmware keeps the efuse word it read at power-on, as TPX_CHIP_ID shows it.
     const auto efuses = static_cast<std::uint32_t>(items.StateValue("TPX_CHIP_ID"));
     return ControlReply::Answer(wire::TextField(ChipIdText(efuses), wire::kTextFieldSize));
 }

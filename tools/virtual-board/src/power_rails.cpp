@@ -52,9 +52,15 @@ PowerRails::PowerRails(const ItemTables& tables, const HardwareFaults& faults)
     for (const MonitorItem& monitor : tables.monitors) {
         m_monitor_names.push_back(monitor.name);
     }
-    for (const RailItem& item : tables.power.rails) {
+    std::vector<RailItem> items = tables.power.rails;
+    const std::size_t first_link = items.size();
+    for (const std::string& link : tables.power.links) {
+        items.push_back({tables.power.frontend_supply, {link}});
+    }
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const RailItem& item = items[i];
         Rail rail{IdsOf(tables.states, item.enables), IdsOf(tables.monitors, item.monitors),
-                  item.monitors};
+                  item.monitors, i >= first_link};
         if (rail.enables.size() != item.enables.size() ||
             rail.monitors.size() != item.monitors.size()) {
             continue;
@@ -157,6 +163,7 @@ void PowerRails::AfterStateSet(std::vector<int>& states) {
 
 void PowerRails::UnconfigureFpga(std::vector<int>& states) {
     m_fpga_configured = false;
+    ++m_fpga_restarts;
     SwitchOff(m_needs_fpga, states);
 }
 
@@ -172,12 +179,16 @@ float PowerRails::Reading(std::size_t monitor, float measured,
         return measured;
     }
     const Rail& supply = m_rails[rail->second];
-    return AllOn(supply.enables, states) && !IsFailed(supply) ? measured : 0.0F;
+    return IsOn(supply, states) && !IsFailed(supply) ? measured : 0.0F;
 }
 
 bool PowerRails::IsSwitchedOn(std::size_t monitor, const std::vector<int>& states) const {
     const auto rail = m_rail_of_monitor.find(monitor);
-    return rail == m_rail_of_monitor.end() || AllOn(m_rails[rail->second].enables, states);
+    return rail == m_rail_of_monitor.end() || IsOn(m_rails[rail->second], states);
+}
+
+bool PowerRails::IsOn(const Rail& rail, const std::vector<int>& states) const {
+    return AllOn(rail.enables, states) && (!rail.needs_fpga || m_fpga_configured);
 }
 
 bool PowerRails::MeasuresRail(std::string_view monitor) const {

@@ -23,6 +23,9 @@ namespace ovex::vboard {
 // The back end's DC/DC enables, in power-up order.
 inline constexpr std::array<std::string_view, 4> kDcDcStates = {"DC_1V0", "DC_1V8", "DC_2V5",
                                                                 "DC_3V3"};
+// The FPGA's data path to the USB controller (GPIF) and the main clock: both can be on only while
+// the FPGA is configured and go off with it, so together they say the back end moves data.
+inline constexpr std::array<std::string_view, 2> kDataPathStates = {"GPIF_EN", "MAIN_CLK"};
 
 class PowerRails {
 public:
@@ -53,6 +56,9 @@ public:
 
     // The FPGA unconfigured, as after power-on.
     void PowerOn() { m_fpga_configured = false; }
+    // How often the FPGA lost what ran on it (reloaded, switched off, its supply gone) since the
+    // board came up; what lives in the FPGA is gone whenever this moves.
+    std::uint64_t FpgaRestarts() const { return m_fpga_restarts; }
 
 private:
     using Ids = std::vector<std::size_t>;
@@ -60,9 +66,11 @@ private:
         Ids enables;   // state ids
         Ids monitors;  // monitor ids
         std::vector<std::string> monitor_names;
+        bool needs_fpga = false;  // a link: up only while the FPGA is configured too
     };
 
     static bool AllOn(const Ids& ids, const std::vector<int>& states);
+    bool IsOn(const Rail& rail, const std::vector<int>& states) const;
     bool IsFailed(const Rail& rail) const;
     // The FPGA loses its configuration, and GPIF and the main clock stop with it.
     void UnconfigureFpga(std::vector<int>& states);
@@ -87,6 +95,7 @@ private:
     std::size_t m_chip_power;
 
     bool m_fpga_configured = false;
+    std::uint64_t m_fpga_restarts = 0;
 };
 
 }  // namespace ovex::vboard

@@ -6,19 +6,24 @@
 
 #include "frame_exposure.hpp"
 #include "ovex/vboard/error_words.hpp"
+#include "power_rails.hpp"
 
 // ITEMS.md gives the chip's refusals and what its resets clear.
 
 namespace ovex::vboard {
 namespace {
 
-// TPX_OPMODE: event counting (8 or 10 bits, and 14 bits) and integrated ToT (10 and 14 bits).
+// TPX_OPMODE: event counting and integrated ToT, each with 10-bit (6, 10) or 14-bit (7, 11)
+// counters.
 constexpr std::array<std::uint8_t, 4> kModes = {6, 7, 10, 11};
 constexpr std::uint8_t kPowerOnMode = 6;
 constexpr std::uint8_t kWriteMatrixArgument = 3;
 constexpr std::uint8_t kConfHalf = 1;
 constexpr std::uint8_t kTrimHalf = 2;
-constexpr std::uint16_t kMaxCounter = 16383;  // the pixel's counter, 14 bits
+// Where the pixel's counter saturates in `mode`.
+constexpr std::uint16_t CounterMax(std::uint8_t mode) {
+    return mode == 7 || mode == 11 ? 16383 : 1023;
+}
 
 constexpr std::array<std::string_view, 19> kDacStates = {
     "DAC_BIAS_PREAMP_ON", "DAC_BIAS_PREAMP_OFF",
@@ -56,6 +61,8 @@ Tpx2Chip::Tpx2Chip(const ItemTables& tables, const HardwareFaults& faults)
       m_select(ItemIdOr(tables.commands, "TPX_DAC_SELECT")),
       m_depth(ItemIdOr(tables.commands, "PIPELINE_BPP")),
       m_duration(ItemIdOr(tables.states, "TPX_SHUT_DUR")),
+      m_gpif(ItemIdOr(tables.states, kDataPathStates[0])),
+      m_clock(ItemIdOr(tables.states, kDataPathStates[1])),
       m_matrix(kPixels, 0),
       m_mode(kPowerOnMode),
       m_shutter(tables) {
@@ -91,8 +98,19 @@ std::uint32_t Tpx2Chip::CommandRefusal(std::size_t command, std::span<const std:
     if (needs_chip && !Powered(states)) {
         return kChipNotReady;
     }
+    // What moves frames or matrix data needs the FPGA's data path.
+    if (command == m_depth || command == m_read) {
+        if (const std::uint32_t refusal = DataPathRefusal(states)) {
+            return refusal;
+        }
+    }
     if (const std::uint32_t refusal = m_shutter.CommandRefusal(command, input, states)) {
         return refusal;
+    }
+    if (m_shutter.NeedsChip(command, input)) {
+        if (const std::uint32_t refusal = ShutterStartRefusal(states)) {
+            return refusal;
+        }
     }
     if (command == m_init || command == m_default_dac) {
         return input.empty() ? kNoError : kBadArgument;
@@ -135,14 +153,30 @@ std::uint32_t Tpx2Chip::CommandRefusal(std::size_t command, std::span<const std:
         return m_shutter.Busy() ? kChipBusy : kNoError;  // an exposure keeps its mode
     }
     if (command == m_select) {
-        return input.size() == 1 && input[0] >= 1 && input[0] <= m_dacs.size() ? kNoError
-                                                                               : kBadArgument;
+        // The last DAC, BiasRes, has no path to the sense pin.
+        return input.size() == 1 && input[0] >= 1 && input[0] < m_dacs.size() ? kNoError
+                                                                              : kBadArgument;
     }
     if (command == m_depth) {
         return OneByte(input, static_cast<std::uint8_t>(Tpx2Depth::k14Bit)) ? kNoError
                                                                             : kBadArgument;
     }
     return kNoError;
+}
+
+std::uint32_t Tpx2Chip::DataPathRefusal(const std::vector<int>& states) const {
+    if (m_gpif != kNoItem && states[m_gpif] == 0) {
+        return kNotConfigured;
+    }
+    return m_clock != kNoItem && states[m_clock] == 0 ? kNotStarted : kNoError;
+}
+
+std::uint32_t Tpx2Chip::ShutterStartRefusal(const std::vector<int>& states) const {
+    if (const std::uint32_t refusal = DataPathRefusal(states)) {
+        return refusal;
+    }
+    // With the PRC bypassed the exposure's frame could not leave the chip.
+    return m_bypassed ? kChannelFailure : kNoError;
 }
 
 std::uint32_t Tpx2Chip::StateRefusal(std::size_t state, const std::vector<int>& states) const {
@@ -177,7 +211,8 @@ void Tpx2Chip::AfterCommand(std::size_t command, std::span<const std::uint8_t> i
         m_mode = input[0];
     } else if (command == m_select) {
         m_selected = input[0];
-    } else if (command == m_depth) {
+    } else if (command == m_depth && input[0] != static_cast<std::uint8_t>(Tpx2Depth::k4Bit)) {
+        // 4 bits is the depth of the configuration path: the frames keep theirs.
         m_pipeline_depth = static_cast<Tpx2Depth>(input[0]);
     }
     m_shutter.AfterCommand(command, input, Ticks(now));
@@ -209,7 +244,32 @@ void Tpx2Chip::PowerOn(std::vector<int>& states) {
     m_shutter.PowerOn();
     m_pipeline_depth = Tpx2Depth::k8Bit;
     m_frames = Tpx2FrameFifo();
+    m_pump_started = false;
+    m_data_path_was_up = DataPathUp(states);
     NotePowerOn(states);
+}
+
+void Tpx2Chip::FollowBackEnd(const std::vector<int>& states, std::uint64_t fpga_restarts) {
+    if (!Present()) {
+        return;
+    }
+    const bool up = DataPathUp(states);
+    if (m_data_path_was_up && !up) {
+        // Nothing reaches the host or the chip any more: what was under way ends.
+        m_shutter.Abort();
+        m_load_armed = false;
+        m_load.clear();
+        m_load_bytes = 0;
+        m_pump_started = false;
+        DropReadBack();
+    }
+    m_data_path_was_up = up;
+    if (fpga_restarts != m_fpga_restarts) {
+        m_fpga_restarts = fpga_restarts;
+        m_frames.Empty();
+        m_pipeline_depth = Tpx2Depth::k8Bit;
+        m_pump_started = false;
+    }
 }
 
 void Tpx2Chip::Reset() {
@@ -237,6 +297,12 @@ std::uint32_t Tpx2Chip::ArmLoad(const std::vector<int>& states) {
     if (!Powered(states)) {
         return kChipNotReady;
     }
+    if (const std::uint32_t refusal = DataPathRefusal(states)) {
+        return refusal;
+    }
+    if (!m_pump_started) {
+        return kNotStarted;
+    }
     m_load_armed = true;
     m_load.clear();
     m_load_bytes = 0;
@@ -263,6 +329,9 @@ std::uint32_t Tpx2Chip::Acquire(bool continuous, std::uint32_t ticks, std::vecto
     }
     if (m_shutter.Busy()) {
         return kChipBusy;
+    }
+    if (const std::uint32_t refusal = ShutterStartRefusal(states)) {
+        return refusal;
     }
     states[m_duration] = static_cast<int>(ticks);
     if (const std::uint32_t refusal = m_shutter.StartRefusal(states)) {
@@ -326,13 +395,15 @@ void Tpx2Chip::ReadOutFrame(const Tpx2Shutter::Closed& exposure) {
             masked[k] = pixels[k] & 2;  // bit 1 of the pixel byte masks it
         }
         const bool itot = m_mode == 10 || m_mode == 11;
-        const std::uint16_t max = Tpx2MaxValue(m_pipeline_depth);
+        // The counter saturates at its width; the pipeline then clamps to its depth.
+        const std::uint16_t counter_max = CounterMax(m_mode);
+        const std::uint16_t max = std::min(counter_max, Tpx2MaxValue(m_pipeline_depth));
         frame.pixels.assign(kPixels, 0);
         for (const FrameHit& hit : Expose(m_faults->beam, masked,
                                           {.ticks = exposure.close_tick - exposure.open_tick,
                                           .index = m_frames.NextIndex(),
                                           .count_mode = true,
-                                          .max_count = kMaxCounter})) {
+                                          .max_count = counter_max})) {
             frame.pixels[hit.pixel] = std::min(itot ? hit.itot : hit.count, max);
         }
     }

@@ -47,6 +47,15 @@ public:
     void SetTriggerInput(bool high, const std::vector<int>& states, double now);
     // The board's power-on: the chip's, the pipeline at 8 bits, the FIFO empty.
     void PowerOn(std::vector<int>& states);
+    // After anything that may switch the back end: a data path that stopped ends the shutter,
+    // the load and the read-back; an FPGA that restarted since the last call (`fpga_restarts`
+    // moved) lost the FIFO's frames, the pipeline's depth and the data pump.
+    void FollowBackEnd(const std::vector<int>& states, std::uint64_t fpga_restarts);
+    // The FPGA moves data to and from the host: configured, its GPIF and main clock on.
+    bool DataPathUp(const std::vector<int>& states) const { return !DataPathRefusal(states); }
+
+    // The AXI stream start: the FPGA's data pump runs, which the configuration load needs.
+    void StartPump(const std::vector<int>& states) { m_pump_started = DataPathUp(states); }
 
     // The configuration load (the host's conf_matrix_write): from now on the configuration
     // endpoint's data go to the chip's loader, until TPX_WRITE_MATRIX latches them.
@@ -78,6 +87,11 @@ private:
     std::vector<std::uint8_t> PixelBytes() const;
     std::vector<std::uint8_t> ReadBack(std::uint8_t half) const;
     void ReadOutFrame(const Tpx2Shutter::Closed& exposure);
+    // Why the FPGA can't move data now (GPIF off: not configured; the clock off: not started),
+    // kNoError if it can.
+    std::uint32_t DataPathRefusal(const std::vector<int>& states) const;
+    // A shutter may start now: the data path up, and the PRC in the frames' path.
+    std::uint32_t ShutterStartRefusal(const std::vector<int>& states) const;
 
     std::size_t m_bypass;
     std::size_t m_write;
@@ -86,12 +100,17 @@ private:
     std::size_t m_select;
     std::size_t m_depth;
     std::size_t m_duration;
+    std::size_t m_gpif = kNoItem;
+    std::size_t m_clock = kNoItem;
 
     std::vector<std::uint8_t> m_matrix;
     bool m_bypassed = false;
     bool m_load_armed = false;
-    std::vector<std::uint8_t> m_load;  // what came while armed, up to a matrix
-    std::size_t m_load_bytes = 0;      // all that came while armed
+    bool m_pump_started = false;  // by the AXI stream start, until the data path stops
+    bool m_data_path_was_up = false;
+    std::uint64_t m_fpga_restarts = 0;  // as last seen
+    std::vector<std::uint8_t> m_load;   // what came while armed, up to a matrix
+    std::size_t m_load_bytes = 0;       // all that came while armed
     std::uint8_t m_mode;
     std::uint8_t m_selected = 0;  // the DAC on the sense pin, 0 none
     Tpx2Depth m_pipeline_depth = Tpx2Depth::k8Bit;

@@ -67,15 +67,13 @@ std::vector<FrameQueue::Part> Damage(std::vector<FrameQueue::Part> parts, Tpx2Fr
 
 std::vector<FrameQueue::Part> Tpx2WireParts(std::span<const std::uint16_t> pixels,
                                             Tpx2Depth depth) {
-    if (depth == Tpx2Depth::k4Bit) {
-        return {Pack({pixels.begin(), pixels.end()}, 4)};
-    }
     if (depth == Tpx2Depth::k8Bit) {
         return {FrameQueue::Part(pixels.begin(), pixels.end())};
     }
     if (depth == Tpx2Depth::k10Bit) {
         return {Pack({pixels.begin(), pixels.end()}, 10)};
     }
+    // 14 bits (the only depth left: frames never leave at the configuration's 4 bits).
     std::vector<std::uint16_t> low(pixels.rbegin(), pixels.rend());
     std::vector<std::uint16_t> high(low.size());
     for (std::size_t p = 0; p < low.size(); ++p) {

@@ -16,11 +16,13 @@
 
 namespace ovex::vboard {
 
-// The frame's pixels (host order) as the pipeline sends them at `depth`, one entry per part:
+// The frame's pixels (host order) as the pipeline sends them at `depth` (8, 10 or 14 bits), one
+// entry per part:
 // - 8 bits: byte i is pixel i;
 // - 10 bits: one stream of 10-bit values, least significant bit first: pixel i is bits 10i to
 //   10i + 9 of the bytes read as a little-endian number;
-// - 14 bits: the chip shifts its pixels out last first, so the p-th value is pixel 65535 − p;
+// - 14 bits: the chip's 14-bit readout shifts its pixels out last first, so the p-th value is
+//   pixel 65535 − p (only at this depth: the 8- and 10-bit readouts go first pixel first);
 //   the low 10 bits of each value as the 10-bit stream, then the high 4 bits as a second part,
 //   two values a byte, low nibble first.
 std::vector<FrameQueue::Part> Tpx2WireParts(std::span<const std::uint16_t> pixels, Tpx2Depth depth);

@@ -95,6 +95,17 @@ public:
         }
         return Invoke("FPGA_CONF");
     }
+    // The back end as its power-up leaves it: the FPGA configured, its data path (GPIF) and main
+    // clock on. The first refusal's word, 0 when all went.
+    std::uint32_t BringUpBackEnd() {
+        if (const std::uint32_t word = ConfigureFpga()) {
+            return word;
+        }
+        if (const std::uint32_t word = SetState("GPIF_EN", 1)) {
+            return word;
+        }
+        return SetState("MAIN_CLK", 1);
+    }
     // What a monitor reads; NaN if the read is refused.
     float Monitor(const std::string& name) {
         Bytes value(4);

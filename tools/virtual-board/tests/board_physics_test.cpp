@@ -110,8 +110,39 @@ TEST(BoardPhysics, SensorFollowsThePeltierSetPointWithItsTimeConstantAndDriftsBa
     EXPECT_EQ(board.Read("PELTIER_I_ERR"), 0.0F);
 }
 
+TEST(BoardPhysics, ASetPointOfZeroIsOffAndTheTimepix4BoardsSetPointAloneRunsItsPeltier) {
+    // Enabled with the set point at 0, as a front end's power-down leaves it: nothing moves.
+    Board tpx2(BoardKind::kTimepix2Cb);
+    tpx2.Set("PELTIER_EN", 1);
+    tpx2.Set("PELTIER", 0);
+    tpx2.Engine().AdvanceTime(Seconds(20.0));
+    EXPECT_EQ(tpx2.Read("TSENS_TEMP"), 26.0F);
+    EXPECT_EQ(tpx2.Read("PELTIER_OUTPUT"), 0.0F);
+
+    // The Timepix4 chip board runs it from its set point while the board is supplied, whatever
+    // PELTIER_EN says; cold, its power-on set point moves nothing.
+    Board tpx4(BoardKind::kTimepix4Cb);
+    tpx4.Engine().AdvanceTime(Seconds(20.0));
+    EXPECT_EQ(tpx4.Read("TSENS_TEMP"), 26.0F);
+    EXPECT_EQ(tpx4.Read("PG_PELT"), 0.0F);
+    tpx4.Set("DETECTOR_EN", 1);
+    EXPECT_EQ(tpx4.Read("PG_PELT"), 1.0F);
+    tpx4.Engine().AdvanceTime(Seconds(20.0));
+    EXPECT_NEAR(tpx4.Read("TSENS_TEMP"), 26.0 + 9.0 * (1.0 - std::exp(-1.0)), 1e-4);
+    tpx4.Set("PELTIER", 0);
+    EXPECT_EQ(tpx4.Read("PELTIER_OUTPUT"), 0.0F);
+    EXPECT_EQ(tpx4.Read("PG_PELT"), 0.0F);
+}
+
 TEST(BoardPhysics, NobeFirstPeltierHoldsTheSensorWhileItsSetPointIsNonZero) {
     Board board(BoardKind::kNobe);
+    // The sensor and the front end's FPGA sit on the front end: cold, they read 0.
+    EXPECT_EQ(board.Read("TSENS_TEMP"), 0.0F);
+    EXPECT_EQ(board.Read("FPGA_TEMP_1"), 0.0F);
+    EXPECT_EQ(board.Read("VCC_INT_1"), 0.0F);
+    EXPECT_EQ(board.Read("FPGA_TEMP_0"), 45.0F);
+    board.Set("DETECTOR_EN", 1);
+    EXPECT_NEAR(board.Read("VCC_INT_1"), 1.0F, 0.006F);
     board.Set("PELT1", 160);  // 16.0 degrees: cooling
     board.Set("PELT2", 40);   // the second driver runs open, at its set percentage
     board.Engine().AdvanceTime(Seconds(20.0));

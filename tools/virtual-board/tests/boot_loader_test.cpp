@@ -200,6 +200,7 @@ TEST_P(SoundImage, StartsAndTheBoardAnswersAsItsApplicationOnTheSameHandle) {
     EXPECT_EQ(ReadRam(host, 0, probe), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(Switch(host, image.entry), LIBUSB_ERROR_PIPE);
 
+    ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0U);  // the NoBE's sensor is the front end's
     EXPECT_EQ(host.Monitor("TSENS_TEMP"), 31.5F);
     EXPECT_EQ(host.MonitorRefusal("U_BIAS"), 0x01000000u);
     Bytes eeprom(1);

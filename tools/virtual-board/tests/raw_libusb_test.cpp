@@ -39,6 +39,24 @@ protected:
         ASSERT_EQ(libusb_claim_interface(m_handle, 0), 0);
     }
 
+    // The board of `kind` answers with the product, release and board id a host tells it by.
+    void ExpectIdentity(BoardKind kind, const char* product, std::uint16_t release,
+                        const char* board_id) {
+        VirtualBoard::Settings settings;
+        settings.kind = kind;
+        Start(settings);
+        Open();
+        unsigned char text[64] = {};
+        ASSERT_GT(libusb_get_string_descriptor_ascii(m_handle, kProduct, text, sizeof(text)), 0);
+        EXPECT_STREQ(reinterpret_cast<char*>(text), product);
+        libusb_device_descriptor descriptor{};
+        ASSERT_EQ(libusb_get_device_descriptor(libusb_get_device(m_handle), &descriptor), 0);
+        EXPECT_EQ(descriptor.bcdDevice, release);
+        unsigned char id[33] = {};
+        ASSERT_EQ(libusb_control_transfer(m_handle, 0xC0, 0xB0, 0, 0, id, 32, 1000), 32);
+        EXPECT_STREQ(reinterpret_cast<char*>(id), board_id);
+    }
+
     std::unique_ptr<TestBed> m_bed;
     std::unique_ptr<VirtualBoard> m_board;
     libusb_context* m_ctx = nullptr;
@@ -86,6 +104,14 @@ TEST_F(RawBoard, KindGivesProductReleaseAndBoardIdUnlessOverridden) {
     unsigned char id[33] = {};  // the 32-byte field and a NUL
     ASSERT_EQ(libusb_control_transfer(m_handle, 0xC0, 0xB0, 0, 0, id, 32, 1000), 32);
     EXPECT_EQ(reinterpret_cast<char*>(id), tables.board_id);
+}
+
+TEST_F(RawBoard, NobeIdentity) {
+    ExpectIdentity(BoardKind::kNobe, "NOBE", 0x0300, "NOBE");
+}
+
+TEST_F(RawBoard, Timepix4ChipBoardIdentity) {
+    ExpectIdentity(BoardKind::kTimepix4Cb, "OvexBoard Timepix4 CB", 0x0303, "TPX4CB");
 }
 
 }  // namespace

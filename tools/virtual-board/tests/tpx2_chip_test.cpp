@@ -35,7 +35,7 @@ protected:
         return AddBoard(settings);
     }
     static void Power(BoardHost& host, bool nobe) {
-        ASSERT_EQ(host.ConfigureFpga(), 0U);
+        ASSERT_EQ(host.BringUpBackEnd(), 0U);
         ASSERT_EQ(host.SetState("DETECTOR_EN", 1), 0U);
         if (nobe) {
             ASSERT_EQ(host.SetState("TPX_1V2", 1), 0U);
@@ -149,6 +149,8 @@ TEST_F(Tpx2Chip, UnpoweredChipRefusesItsCommandsAndComesBackForgettingItsMemory)
     ASSERT_EQ(host.SetState("DAC_TH_FINE", 700), 0U);
     ASSERT_EQ(host.Invoke("TPX_DAC_SELECT", {8}), 0U);
     EXPECT_EQ(host.State("TPX_DAC_OUT"), 100 + 700 * 1200 / 1023);
+    EXPECT_EQ(host.Invoke("TPX_DAC_SELECT", {19}), kBadValueWord);  // BiasRes: no sense path
+    EXPECT_EQ(host.State("TPX_DAC_OUT"), 100 + 700 * 1200 / 1023);
 
     ASSERT_EQ(host.SetState("TPX_1V2", 0), 0U);
     for (const char* command : {"TPX_INIT", "TPX_TRIG_SINGLE"}) {
@@ -190,9 +192,12 @@ TEST_F(Tpx2Chip, NobeRequestsAnswerForItsOneChipAndRefuseOthers) {
     EXPECT_EQ(host.Out(0x16, 0, 0, Bytes(31)), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(host.LastError(), kBadValueWord);
 
+    // The chip id answers from the efuse word as TPX_CHIP_ID does, powered or not.
     Bytes id(33);
+    ASSERT_EQ(host.SetState("TPX_1V2", 0), 0U);
     ASSERT_EQ(host.In(0x18, 0, 0, id), 33);
     EXPECT_EQ(BoardHost::Text(id), "D02-W0041");
+    ASSERT_EQ(host.SetState("TPX_1V2", 1), 0U);
 
     ASSERT_EQ(host.Out(0x10, 0, 0, BoardHost::Le32(std::bit_cast<std::uint32_t>(12.6F))), 4);
     EXPECT_EQ(host.State("BIAS"), 13);
@@ -222,6 +227,24 @@ TEST_F(Tpx2Chip, NobeRequestsAnswerForItsOneChipAndRefuseOthers) {
     EXPECT_EQ(host.LastError(), kBadValueWord);
 }
 
+TEST_F(Tpx2Chip, NobeChipIdDecodesTheEfuseOverridesAndAnUnfusedColumn) {
+    // Override bits 3: the wafer from bits 22..31; column 0 unfused.
+    constexpr int kEfuses = 517 << 22 | 3 << 20 | 0x7F0 << 8 | 9 << 4;
+    VirtualBoard::Settings settings;
+    settings.kind = BoardKind::kNobe;
+    settings.tables = TablesOf(BoardKind::kNobe);
+    for (StateItem& state : settings.tables->states) {
+        if (state.name == "TPX_CHIP_ID") {
+            state = {state.name, kEfuses, kEfuses, kEfuses};
+        }
+    }
+    AddBoard(settings);
+    BoardHost host;
+    Bytes id(33);
+    ASSERT_EQ(host.In(0x18, 0, 0, id), 33);
+    EXPECT_EQ(BoardHost::Text(id), "X09-W0517");
+}
+
 TEST_F(Tpx2Chip, ChipBoardAnswersOnlyTheConfigurationLoadAndSendsA14BitFrameInTwoTransfers) {
     VirtualBoard& board = AddKind(BoardKind::kTimepix2Cb);
     BoardHost host;
@@ -229,6 +252,10 @@ TEST_F(Tpx2Chip, ChipBoardAnswersOnlyTheConfigurationLoadAndSendsA14BitFrameInTw
     Bytes geometry(256);
     EXPECT_EQ(host.In(0x15, 0, 0, geometry), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(host.LastError(), kNotSupportedWord);
+    // The load feeds on the FPGA's data pump, which the AXI stream start runs.
+    EXPECT_EQ(host.Out(0x1A, 0, 0), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(host.LastError(), kNotStartedWord);
+    ASSERT_EQ(host.Out(0xB3, 0, 0), 0);
     EXPECT_EQ(host.Out(0x1A, 0, 0), 0);
 
     board.Engine().SetHitModel({.flood = true});

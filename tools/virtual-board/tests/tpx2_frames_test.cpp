@@ -16,8 +16,10 @@
 namespace ovex::vboard::test {
 namespace {
 
+constexpr std::uint32_t kNotStarted = 0x42;
 constexpr std::uint32_t kNotConfigured = 0x44;
 constexpr std::uint8_t kEventCount = 6;
+constexpr std::uint8_t kEventCount14 = 7;
 constexpr std::uint8_t kIToT14 = 11;
 constexpr std::uint64_t kGapTicks = 40000;  // the readout between the shutters of a run
 
@@ -36,10 +38,6 @@ std::vector<std::uint16_t> Unpack(const Bytes& bytes, unsigned bits, std::size_t
 
 // A frame's transfers in host pixel order, as the host's descrambler of that depth puts them.
 std::vector<std::uint16_t> Descramble(const std::vector<Bytes>& transfers, std::uint8_t depth) {
-    if (depth == 0) {
-        EXPECT_EQ(transfers.size(), 1U);
-        return Unpack(transfers[0], 4, kTpx2Pixels);
-    }
     if (depth == 1) {
         EXPECT_EQ(transfers.size(), 1U);
         return {transfers[0].begin(), transfers[0].end()};
@@ -67,6 +65,8 @@ public:
             ASSERT_EQ(SetState(rail, 1), 0U);
         }
         ASSERT_EQ(Invoke("FPGA_CONF"), 0U);
+        ASSERT_EQ(SetState("GPIF_EN", 1), 0U);
+        ASSERT_EQ(SetState("MAIN_CLK", 1), 0U);
         ASSERT_EQ(SetState("DETECTOR_EN", 1), 0U);
         ASSERT_EQ(SetState("TPX_1V2", 1), 0U);
     }
@@ -76,6 +76,7 @@ public:
     }
     // The host's matrix write, the data as the configuration endpoint takes them.
     void WriteMatrix(const Bytes& matrix) {
+        ASSERT_EQ(Outcome(m_model.Control({0x40, 0xB3, 0, 0, 0}, {})), 0U);
         ASSERT_EQ(Outcome(m_model.Control({0x40, 0x1A, 0, 0, 0}, {})), 0U);
         ASSERT_EQ(Invoke("TPX_PRC_BYPASS", {1}), 0U);
         m_engine.TakeConfiguration(matrix);
@@ -97,11 +98,11 @@ public:
 };
 
 TEST(Tpx2Frames, EachDepthPacksTheFrameAsTheHostUnpacksItSaturatedAtItsMaximum) {
-    for (const std::uint8_t depth : {0, 1, 2, 3}) {
+    for (const std::uint8_t depth : {1, 2, 3}) {
         SCOPED_TRACE(static_cast<int>(depth));
         Tpx2Board board;
         board.Power();
-        board.Configure(kEventCount, depth);
+        board.Configure(kEventCount14, depth);
         // A spot that saturates its centre at every depth over a background that leaves every
         // pixel, the last one included, with a count of its own.
         board.m_engine.SetHitModel(
@@ -109,13 +110,11 @@ TEST(Tpx2Frames, EachDepthPacksTheFrameAsTheHostUnpacksItSaturatedAtItsMaximum) 
         const Tpx2Frame frame = board.Single(40000);
         ASSERT_EQ(frame.pixels.size(), kTpx2Pixels);
         EXPECT_EQ(frame.depth, static_cast<Tpx2Depth>(depth));
-        EXPECT_EQ(frame.opmode, kEventCount);
+        EXPECT_EQ(frame.opmode, kEventCount14);
         const std::uint16_t max = Tpx2MaxValue(static_cast<Tpx2Depth>(depth));
         EXPECT_EQ(*std::max_element(frame.pixels.begin(), frame.pixels.end()), max);
         EXPECT_GT(frame.pixels[65535], 0U);
-        if (depth > 0) {
-            EXPECT_LT(frame.pixels[65535], max);  // 4 bits saturate under the background
-        }
+        EXPECT_LT(frame.pixels[65535], max);
 
         const std::vector<Bytes> transfers = board.Transfers(Tpx2FrameBytes(frame.depth));
         std::size_t bytes = 0;
@@ -125,6 +124,66 @@ TEST(Tpx2Frames, EachDepthPacksTheFrameAsTheHostUnpacksItSaturatedAtItsMaximum) 
         EXPECT_EQ(bytes, Tpx2FrameBytes(frame.depth));
         EXPECT_EQ(Descramble(transfers, depth), frame.pixels);
     }
+}
+
+TEST(Tpx2Frames, TheModesCounterWidthSaturatesFirstThenThePipelinesDepth) {
+    struct Case {
+        std::uint8_t mode, depth;
+        std::uint16_t max;
+    };
+    for (const Case c : {Case{kEventCount, 3, 1023}, Case{10, 3, 1023}, Case{kIToT14, 3, 16383},
+                         Case{kEventCount14, 1, 255}}) {
+        SCOPED_TRACE(static_cast<int>(c.mode));
+        Tpx2Board board;
+        board.Power();
+        board.Configure(c.mode, c.depth);
+        board.m_engine.SetHitModel({.spot_sigma = 20.0, .spot_rate = 1e11, .seed = 7});
+        const Tpx2Frame frame = board.Single(40000);
+        ASSERT_EQ(frame.pixels.size(), kTpx2Pixels);
+        EXPECT_EQ(*std::max_element(frame.pixels.begin(), frame.pixels.end()), c.max);
+    }
+}
+
+TEST(Tpx2Frames, FramesNeedTheBackEndsDataPathAndAnFpgaReloadDropsQueuedFramesAndTheDepth) {
+    Tpx2Board board;
+    for (const char* rail : {"DC_1V0", "DC_1V8", "DC_2V5", "DC_3V3", "DETECTOR_EN", "TPX_1V2"}) {
+        ASSERT_EQ(board.SetState(rail, 1), 0U);
+    }
+    ASSERT_EQ(board.SetState("TPX_SHUT_DUR", 4000), 0U);
+    EXPECT_EQ(board.Invoke("TPX_TRIG_SINGLE"), kNotConfigured);  // FPGA unconfigured
+    EXPECT_EQ(board.Invoke("PIPELINE_BPP", {2}), kNotConfigured);
+    EXPECT_EQ(board.Outcome(board.m_model.Control({0x40, 0x1A, 0, 0, 0}, {})), kNotConfigured);
+    ASSERT_EQ(board.Invoke("FPGA_CONF"), 0U);
+    ASSERT_EQ(board.SetState("GPIF_EN", 1), 0U);
+    EXPECT_EQ(board.Invoke("PIPELINE_BPP", {2}), kNotStarted);  // clock off
+    ASSERT_EQ(board.SetState("MAIN_CLK", 1), 0U);
+    ASSERT_EQ(board.Invoke("PIPELINE_BPP", {2}), 0U);
+
+    // With the PRC bypassed no frame could leave: the shutter is refused.
+    ASSERT_EQ(board.Invoke("TPX_PRC_BYPASS", {1}), 0U);
+    EXPECT_EQ(board.Invoke("TPX_TRIG_SINGLE"), kChannelFailureWord);
+    EXPECT_EQ(board.Invoke("TPX_SHUT_EXT", {1}), kChannelFailureWord);
+    ASSERT_EQ(board.Invoke("TPX_PRC_BYPASS", {0}), 0U);
+
+    // The configuration's depth isn't one frames leave at: they keep theirs.
+    ASSERT_EQ(board.Invoke("PIPELINE_BPP", {0}), 0U);
+    // A frame waits in the FPGA while its GPIF is off.
+    EXPECT_EQ(board.Single(4000).depth, Tpx2Depth::k10Bit);
+    ASSERT_EQ(board.SetState("GPIF_EN", 0), 0U);
+    EXPECT_TRUE(board.Transfers(81920).empty());
+    ASSERT_EQ(board.SetState("GPIF_EN", 1), 0U);
+    EXPECT_EQ(board.Transfers(81920).size(), 1U);
+
+    // Frames queued before a reload never leave after it, and the depth is the power-on one.
+    board.Single(4000);
+    board.Single(4000);
+    ASSERT_EQ(board.Invoke("FPGA_RECONF", {1, 0, 0, 0}), 0U);
+    EXPECT_EQ(board.m_engine.StateValue("GPIF_EN"), 0);
+    ASSERT_EQ(board.SetState("GPIF_EN", 1), 0U);
+    ASSERT_EQ(board.SetState("MAIN_CLK", 1), 0U);
+    EXPECT_TRUE(board.Transfers(81920).empty());
+    EXPECT_EQ(board.Single(4000).depth, Tpx2Depth::k8Bit);
+    EXPECT_EQ(board.Transfers(81920).size(), 1U);
 }
 
 TEST(Tpx2Frames, EventCountCountsHitsAndIToTSumsTheirToTMaskedPixelsStaySilent) {

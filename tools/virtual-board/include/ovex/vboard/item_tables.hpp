@@ -61,6 +61,12 @@ struct PowerLayout {
     // refused while one of those is off.
     std::vector<std::string> frontend_commands{};
     std::vector<std::string> frontend_supply{};
+    // Monitors of the links between the back end's FPGA and the front end: they read their
+    // measured value while the FPGA is configured and the `frontend_supply` states are on, else 0.
+    std::vector<std::string> links{};
+    // The state that runs the Peltier controller besides its set point (which at 0 is off);
+    // empty: the set point alone.
+    std::string peltier_enable{};
 };
 
 struct ItemTables {

@@ -13,7 +13,8 @@ namespace ovex::vboard {
 
 inline constexpr std::size_t kTpx2Pixels = 65536;
 
-// PIPELINE_BPP: the bits per pixel of the frames the board sends, the byte the host writes.
+// PIPELINE_BPP: the bits per pixel of the pipeline, the byte the host writes. 4 bits is the
+// configuration path's depth: frames leave at 8, 10 or 14 bits only.
 enum class Tpx2Depth : std::uint8_t { k4Bit = 0, k8Bit = 1, k10Bit = 2, k14Bit = 3 };
 
 // The largest count a pixel reports at `depth`: 15, 255, 1023 or 16383.
