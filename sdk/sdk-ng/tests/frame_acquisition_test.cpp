@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "modules/tpx3_acq_frame_based.hpp"
@@ -123,6 +125,28 @@ TEST_F(FrameAcquisitionTest, FullTransfersKeepTheReadoutGoingAndTheShortOneEndsI
     EXPECT_FALSE(toa_tot.AwaitReadoutEnd(60.0));
     EXPECT_EQ(provider->run.starts, 2);
     EXPECT_EQ(seen.raw_bytes.back(), 0u);
+}
+
+TEST_F(FrameAcquisitionTest, CallbackThatThrowsAnythingCostsItsResultNotTheReadout) {
+    int calls = 0;
+    ASSERT_FALSE(toa_tot.Start({}, 0, {}, [&calls](IAcquisition&) {
+        if (++calls == 1) {
+            throw 42;  // a host callback may throw what it likes
+        }
+        throw std::runtime_error("host failure");
+    }));
+    Block full(Tpx3AcqFrameBased::FrameBufferSize);
+    provider->Deliver(full);
+    Block last;
+    Append(last, ToaTotPacket(1, 1, 1, 1));
+    provider->Deliver(last);
+
+    EXPECT_FALSE(toa_tot.AwaitReadoutEnd(60.0));
+    EXPECT_EQ(calls, 2);
+    const std::string name = toa_tot.GetName();
+    EXPECT_EQ(log.Count(log::kError, "The " + name + " callback failed with an unknown exception."),
+              1);
+    EXPECT_EQ(log.Count(log::kError, "The " + name + " callback failed: host failure"), 1);
 }
 
 TEST_F(FrameAcquisitionTest, ContinuousReadoutRunsUntilTheClientAborts) {

@@ -20,6 +20,16 @@ std::error_code CheckTimepix3Depth(std::uint8_t depth, const char* module) {
     return {};
 }
 
+void CallClient(const IAcquisition::Callback& callback, IAcquisition& module) noexcept {
+    try {
+        callback(module);
+    } catch (const std::exception& error) {
+        OVEX_LOG_ERROR("The %s callback failed: %s", module.GetName(), error.what());
+    } catch (...) {
+        OVEX_LOG_ERROR("The %s callback failed with an unknown exception.", module.GetName());
+    }
+}
+
 std::error_code SyncToaClock(Commands* commands) {
     const std::error_code synced = commands != nullptr
                                        ? commands->Invoke("TPX_T0_SYNC")

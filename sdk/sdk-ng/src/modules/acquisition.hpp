@@ -105,4 +105,8 @@ public:
     virtual ovexsdk_acq_process_mode GetProcessMode() const = 0;
 };
 
+// Runs the client's callback on the module's thread. Whatever it throws is logged and goes no
+// further: a failing callback costs that one result, never the readout or the process.
+void CallClient(const IAcquisition::Callback& callback, IAcquisition& module) noexcept;
+
 }  // namespace ovex::sdk::acquisition

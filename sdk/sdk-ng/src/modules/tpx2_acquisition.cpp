@@ -178,7 +178,7 @@ bool Tpx2Acquisition::ConsumeBuffer(const Buffer& buffer, std::uint32_t flags,
     if (m_remaining > 0) {
         --m_remaining;
     }
-    CallClient();
+    DeliverStore();
     return m_remaining == 0;
 }
 
@@ -212,14 +212,8 @@ void Tpx2Acquisition::Unpack(std::span<const std::byte> frame, std::uint64_t pix
 }
 
 // The frames and the raw buffers are valid only during the callback.
-void Tpx2Acquisition::CallClient() {
-    try {
-        m_callback(*this);
-    } catch (const std::exception& error) {
-        OVEX_LOG_ERROR("The %s callback failed: %s", GetName(), error.what());
-    } catch (...) {
-        OVEX_LOG_ERROR("The %s callback failed with an unknown exception.", GetName());
-    }
+void Tpx2Acquisition::DeliverStore() {
+    acquisition::CallClient(m_callback, *this);
     m_store = {};
 }
 

@@ -65,7 +65,7 @@ private:
     // Keeps in the store the raw buffers of the bytes that the assembler holds after `buffer`.
     void KeepRaw(const Buffer& buffer, std::size_t held);
     void Unpack(std::span<const std::byte> frame, std::uint64_t pixels);
-    void CallClient();
+    void DeliverStore();
 
     void LogReadoutEnd() const override;
 

@@ -126,11 +126,7 @@ void Tpx3AcqFrameBased::ConsumeBuffer(const Buffer& buffer) {
         return;  // the provider's end item follows
     }
     if (callback_due) {
-        try {
-            m_callback(*this);
-        } catch (const std::exception& error) {
-            OVEX_LOG_ERROR("The %s callback failed: %s", GetName(), error.what());
-        }
+        CallClient(m_callback, *this);
         m_raw.clear();
         m_raw_buffers.clear();
     }

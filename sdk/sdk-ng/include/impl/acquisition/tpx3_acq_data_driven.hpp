@@ -298,11 +298,7 @@ private:
             if (StoreResult(item)) {
                 // Raw spans aren't appended while the client reads them.
                 std::unique_lock raw(m_raw_lock);
-                try {
-                    m_callback(*this);
-                } catch (const std::exception& error) {
-                    OVEX_LOG_ERROR("The %s callback failed: %s", GetName(), error.what());
-                }
+                CallClient(m_callback, *this);
                 m_current = nullptr;
                 m_raw.clear();
                 m_raw_arenas.clear();
