@@ -62,10 +62,20 @@ std::error_code UsbCommands::Invoke(std::string_view name) {
 }
 
 std::error_code UsbCommands::Invoke(std::string_view name, std::span<std::uint8_t> output) {
+    std::size_t received = 0;
+    return Invoke(name, output, received);
+}
+
+std::error_code UsbCommands::Invoke(std::string_view name, std::span<std::uint8_t> output,
+                                    std::size_t& received) {
     OVEX_LOG_INFO("Command %s invoked.", Text(name).c_str());
-    return OnItem<vc::command::CmdId>(*this, name, [&](vc::command::CmdId id) {
-        return vc::command::InvokeWithOutput(*m_device, id, output, kTimeout);
+    const auto ec = OnItem<vc::command::CmdId>(*this, name, [&](vc::command::CmdId id) {
+        return vc::command::InvokeWithOutput(*m_device, id, output, kTimeout, &received);
     });
+    if (ec) {
+        received = 0;  // a refused answer isn't one
+    }
+    return ec;
 }
 
 std::error_code UsbCommands::Invoke(std::string_view name, std::span<const std::uint8_t> input) {

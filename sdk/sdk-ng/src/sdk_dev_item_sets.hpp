@@ -20,6 +20,8 @@ public:
     std::error_code Invoke(std::string_view name) override;
     std::error_code Invoke(std::string_view name, std::span<std::uint8_t> output) override;
     std::error_code Invoke(std::string_view name, std::span<const std::uint8_t> input) override;
+    std::error_code Invoke(std::string_view name, std::span<std::uint8_t> output,
+                           std::size_t& received) override;
 
 private:
     usb::device::UsbDevice* m_device;

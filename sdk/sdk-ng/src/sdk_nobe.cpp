@@ -14,7 +14,9 @@ namespace ovex::sdk {
 
 Nobe::Nobe(std::shared_ptr<usb::device::UsbDevice> usb_device, usb::device::DeviceInfo info)
     : OvexBoard(usb_device, std::move(info), {"NoBE", lua_scripts::kPowerNobe},
-                {"TP2FE", lua_scripts::kPowerTp2fe}, NobeHousekeeping()),
+                {"TP2FE", lua_scripts::kPowerTp2fe}, NobeHousekeeping(),
+                {kBoardWording.items_loaded, kBoardWording.power_module_failure,
+                 "Pointer to monitor control object is not valid."}),
       m_provider(std::make_shared<acquisition::UsbVectorProvider>(usb_device)) {
     OVEX_LOG_DEBUG("USB data provider added to the device (index %zu).", kConstructorModules);
 }

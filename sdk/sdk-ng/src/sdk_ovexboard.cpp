@@ -1,6 +1,5 @@
 #include "sdk_ovexboard.hpp"
 
-#include <array>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -8,6 +7,7 @@
 #include "modules/acquisition.hpp"
 #include "modules/axi_lite.hpp"
 #include "modules/bias_ctrl.hpp"
+#include "modules/chip_support.hpp"
 #include "modules/eeprom_24CS512.hpp"
 #include "modules/mon_ctrl.hpp"
 #include "modules/power_module.hpp"
@@ -40,10 +40,12 @@ std::shared_ptr<usb::device::UsbDevice> Required(std::shared_ptr<usb::device::Us
 
 OvexBoard::OvexBoard(std::shared_ptr<usb::device::UsbDevice> usb_device,
                      usb::device::DeviceInfo info, PowerUnitRecipe backend,
-                     PowerUnitRecipe frontend, HousekeepingRecipe housekeeping)
+                     PowerUnitRecipe frontend, HousekeepingRecipe housekeeping,
+                     BoardWording wording)
     : SdkDevice(Required(std::move(usb_device)), std::move(info)),
       m_units{backend, frontend},
-      m_housekeeping(housekeeping) {
+      m_housekeeping(housekeeping),
+      m_wording(wording) {
     AddModule<IDeviceConnection>(std::make_unique<UsbLink>(m_usb_device));
     AddModule<UsbDeviceProperties>(std::make_unique<UsbDeviceProperties>(m_usb_device));
     AddModule<IAxiLite>(std::make_unique<AxiLite>(m_usb_device));
@@ -63,9 +65,10 @@ std::error_code OvexBoard::LoadItems(LuaState& lua) {
         OVEX_LOG_ERROR("Failed to load device item sets: %s.", e.what());
         return std::make_error_code(std::errc::io_error);
     }
-    OVEX_LOG_INFO("Device items loaded: %zu commands, %zu states, %zu monitors, %zu versions.",
-                  m_commands->Names().size(), m_states->Names().size(), m_monitors->Names().size(),
-                  m_versions->Names().size());
+    OVEX_LOG(m_wording.items_loaded,
+             "Device items loaded: %zu commands, %zu states, %zu monitors, %zu versions.",
+             m_commands->Names().size(), m_states->Names().size(), m_monitors->Names().size(),
+             m_versions->Names().size());
 
     if (const auto ec = AddHousekeeping()) {
         return ec;
@@ -83,7 +86,7 @@ std::error_code OvexBoard::LoadItems(LuaState& lua) {
                                                                    GetModule<IDeviceConnection>()));
         }
     } catch (const std::exception& e) {
-        OVEX_LOG_ERROR("Failed to initialize power module - %s", e.what());
+        OVEX_LOG_ERROR(m_wording.power_module_failure, e.what());
         return std::make_error_code(std::errc::no_such_device);
     }
     return {};
@@ -140,13 +143,12 @@ void OvexBoard::StartMonitors() {
 }
 
 std::optional<std::uint8_t> OvexBoard::ReadChipType() {
-    std::array<std::uint8_t, 8> record{};
-    if (!m_commands || !m_states ||
-        m_commands->Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(record))) {
+    std::optional<ChipRecord> record;
+    if (!m_commands || !m_states || FetchChipRecord(*m_commands, record) || !record) {
         OVEX_LOG_ERROR("Failed to build a device after power up. Cannot fetch a chip info.");
         return std::nullopt;
     }
-    return record[0];
+    return record->chip_type;
 }
 
 std::error_code OvexBoard::Epilogue() {
@@ -160,7 +162,7 @@ std::error_code OvexBoard::Epilogue() {
     }
     auto* monitors = GetModule<IMonitorControl>();
     if (monitors == nullptr) {
-        OVEX_LOG_WARN("Async monitors unavailable, skipping attempt to stop them.");
+        OVEX_LOG_WARN("%s", m_wording.monitors_missing);
         return std::make_error_code(std::errc::invalid_argument);
     }
     if (monitors->IsRunning()) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "ovex/log/log.hpp"
 #include "sdk_device.hpp"
 
 namespace ovex::sdk {
@@ -47,6 +48,19 @@ struct HousekeepingRecipe {
     const char* bias_monitor;
 };
 
+// How a board family words its open and close: the verbosity of the item count, the line of a
+// power unit that can't be made (one "%s", the reason), and the warning of a close that finds no
+// monitor control.
+struct BoardWording {
+    int items_loaded;
+    const char* power_module_failure;
+    const char* monitors_missing;
+};
+
+inline constexpr BoardWording kBoardWording{log::kInfo, "Failed to initialize power module - %s",
+                                            "Async monitors unavailable, skipping attempt to stop "
+                                            "them."};
+
 // What every board has, whatever its chip board: the USB link, its USB properties and the
 // AXI-Lite bus from the start; once the board is open its item sets, its monitor control,
 // temperature and bias controllers, and two power units, the backend's first. The board classes
@@ -55,10 +69,11 @@ class OvexBoard : public SdkDevice {
 public:
     // Throws std::invalid_argument for a null device.
     OvexBoard(std::shared_ptr<usb::device::UsbDevice> usb_device, usb::device::DeviceInfo info,
-              PowerUnitRecipe backend, PowerUnitRecipe frontend, HousekeepingRecipe housekeeping);
+              PowerUnitRecipe backend, PowerUnitRecipe frontend, HousekeepingRecipe housekeeping,
+              BoardWording wording = kBoardWording);
 
     std::error_code LoadItems(LuaState& lua) override;
-    // Stops the monitor stream.
+    // Stops a readout still running, then the monitor stream.
     std::error_code Epilogue() override;
 
 protected:
@@ -70,8 +85,8 @@ protected:
 
     // Starts the monitor stream unless it runs; a failure is logged and doesn't stop the caller.
     void StartMonitors();
-    // The chip type that the board reports behind its frontend (the first byte of its chip
-    // information); nothing, logged, if it can't tell.
+    // The chip type that the board reports behind its frontend in its chip information record;
+    // nothing, logged, if the record can't be read or came short.
     std::optional<std::uint8_t> ReadChipType();
 
     // The modules that every board has from its construction on.
@@ -82,6 +97,7 @@ private:
 
     PowerUnitRecipe m_units[2];
     HousekeepingRecipe m_housekeeping;
+    BoardWording m_wording;
 };
 
 }  // namespace ovex::sdk

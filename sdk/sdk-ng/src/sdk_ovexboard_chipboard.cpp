@@ -5,6 +5,7 @@
 #include "modules/backend.hpp"
 #include "modules/eeprom_ctrl.hpp"
 #include "modules/flash_S25FS128S.hpp"
+#include "modules/flash_ctrl.hpp"
 #include "modules/ovexboard_backend.hpp"
 #include "ovex/log/log.hpp"
 
@@ -14,7 +15,7 @@ OvexChipBoard::OvexChipBoard(std::shared_ptr<usb::device::UsbDevice> usb_device,
                              usb::device::DeviceInfo info, PowerUnitRecipe backend,
                              PowerUnitRecipe frontend, HousekeepingRecipe housekeeping,
                              std::uint8_t chip_type)
-    : OvexBoard(usb_device, std::move(info), backend, frontend, housekeeping),
+    : OvexBoard(usb_device, std::move(info), backend, frontend, housekeeping, kChipBoardWording),
       m_provider(std::make_shared<acquisition::UsbVectorProvider>(usb_device)),
       m_chip_type(chip_type) {
     const auto eeproms = GetModules<IEepromControl>();
@@ -24,7 +25,9 @@ OvexChipBoard::OvexChipBoard(std::shared_ptr<usb::device::UsbDevice> usb_device,
 
 std::error_code OvexChipBoard::BackendPoweredUp() {
     StartMonitors();
-    if (GetModule<IBackend>() != nullptr) {
+    // Either module shows an earlier run: the flash comes with any firmware, the backend only
+    // with the OvexBoard design.
+    if (GetModule<IBackend>() != nullptr || GetModule<IFlashControl>() != nullptr) {
         OVEX_LOG_DEBUG("Device backend power-up callback already invoked, skipping.");
         return {};
     }

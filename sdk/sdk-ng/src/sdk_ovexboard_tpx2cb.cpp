@@ -13,7 +13,8 @@ void OvexBoardTpx2Cb::AddChipBoardModules() {
                                                        m_monitors.get(), m_usb_device.get()));
     AddModule<acquisition::IAcquisition>(
         std::make_unique<acquisition::Tpx2Acquisition>(m_provider));
-    AddModule<IFrontend>(std::make_unique<Tpx2Chipboard>(m_commands.get(), m_states.get()));
+    AddModule<IFrontend>(std::make_unique<Tpx2Chipboard>(m_commands.get(), m_states.get()),
+                         log::kInfo);
 }
 
 }  // namespace ovex::sdk

@@ -13,7 +13,8 @@ void OvexBoardTpx4Cb::AddChipBoardModules() {
         std::make_unique<Timepix4>(m_commands.get(), m_states.get(), m_monitors.get()));
     AddModule<acquisition::IAcquisition>(
         std::make_unique<acquisition::Tpx4Acquisition>(m_provider));
-    AddModule<IFrontend>(std::make_unique<Tpx4Chipboard>(m_commands.get(), m_states.get()));
+    AddModule<IFrontend>(std::make_unique<Tpx4Chipboard>(m_commands.get(), m_states.get()),
+                         log::kInfo);
 }
 
 }  // namespace ovex::sdk

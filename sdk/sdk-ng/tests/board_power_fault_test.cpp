@@ -501,9 +501,10 @@ TEST_F(PowerFaultTest, Timepix2RailWaitEndsAtTheFirstPassWithBothRailsGood) {
                      "monitor PG_1V2_D", "sleep 1", "monitor PG_1V2_A", "monitor PG_1V2_D",
                      "invoke TPX_CHIP_INFO"}));
     EXPECT_EQ(
-        Tail(ScriptLines(), 5),
+        Tail(ScriptLines(), 6),
         (Lines{"Unable to read PG_1V2_A rail power good monitor - " + kNoAnswer,
                "Frontend 1V2 rails: OK", "On frontend powered up", "Command TPX_CHIP_INFO invoked.",
+               "Module 'Timepix2 chip board' added to the device (index 0).",
                "Unit 1 ('frontend') successfully powered up."}));
 }
 

@@ -242,6 +242,22 @@ TEST_F(Tpx2ChipTest, InfoCarriesTheRecordWithTheTimepix2ModesAndPolarities) {
               (std::vector<ovexsdk_chip_mode>{EvCount10Bit, EvCount14Bit, IToT10Bit, IToT14Bit}));
     EXPECT_EQ(info->polarities, (std::vector<std::uint8_t>{2, 1}));
 
+    // Codes outside their ranges read 0; seven bytes are enough, six leave every field 0.
+    commands.chip_info = {7, 3, 0xAB, 0xCD, 0xEE, 0x00, 0x07};
+    info = chip.GetInfo();
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->chip_type, 0);
+    EXPECT_EQ(info->code, 0);
+    EXPECT_EQ(info->number_b, 0x0007);
+    commands.chip_info = {2, 2, 0xAB, 0xCD, 0xEE, 0x00};
+    info = chip.GetInfo();
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->chip_type, 0);
+    EXPECT_EQ(info->code, 0);
+    EXPECT_EQ(info->number_a, 0);
+    EXPECT_EQ(info->number_b, 0);
+    EXPECT_EQ(info->width, 256u);
+
     commands.failing = {"TPX_CHIP_INFO"};
     EXPECT_FALSE(chip.GetInfo());
     EXPECT_TRUE(log.Contains(log::kError,

@@ -37,8 +37,10 @@ std::error_code Invoke(device::UsbDevice& device, CmdId id, double timeout) {
 }
 
 std::error_code InvokeWithOutput(device::UsbDevice& device, CmdId id,
-                                 std::span<std::uint8_t> output, double timeout) {
-    return impl::SendIn(device, Item(request::kCommand, kValue, id.get()), output, timeout);
+                                 std::span<std::uint8_t> output, double timeout,
+                                 std::size_t* received) {
+    return impl::SendIn(device, Item(request::kCommand, kValue, id.get()), output, timeout,
+                        received);
 }
 
 std::error_code InvokeWithInput(device::UsbDevice& device, CmdId id,

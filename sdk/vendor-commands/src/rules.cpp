@@ -52,9 +52,9 @@ std::error_code SendOut(device::UsbDevice& device, VendorCommand command,
 }
 
 std::error_code SendIn(device::UsbDevice& device, VendorCommand command,
-                       std::span<std::uint8_t> data, double timeout) {
-    const auto transfer =
-        device.GetControlEndpoint().ControlIn(Setup(kRequestTypeIn, command), data, timeout);
+                       std::span<std::uint8_t> data, double timeout, std::size_t* transferred) {
+    const auto transfer = device.GetControlEndpoint().ControlIn(Setup(kRequestTypeIn, command),
+                                                                data, timeout, transferred);
     if (!BoardMayKnowWhy(transfer)) {
         return transfer;
     }

@@ -3,6 +3,7 @@
 // The board's published items: commands, states, monitors and versions, each known by name.
 // An item's id on the wire is its position in the board's list.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -46,6 +47,14 @@ public:
     virtual std::error_code Invoke(std::string_view name) = 0;
     virtual std::error_code Invoke(std::string_view name, std::span<std::uint8_t> output) = 0;
     virtual std::error_code Invoke(std::string_view name, std::span<const std::uint8_t> input) = 0;
+    // As above, and `received` gets the number of bytes the board answered, which may be fewer
+    // than the output holds. A set that can't tell reports the whole output.
+    virtual std::error_code Invoke(std::string_view name, std::span<std::uint8_t> output,
+                                   std::size_t& received) {
+        const auto ec = Invoke(name, output);
+        received = ec ? 0 : output.size();
+        return ec;
+    }
 };
 
 class States : public ItemSet {

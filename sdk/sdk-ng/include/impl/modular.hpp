@@ -19,13 +19,15 @@ class Modular {
 public:
     virtual ~Modular() = default;
 
+    // Logs the arrival at `verbosity`.
     template <typename I>
-    std::pair<std::size_t, I*> AddModule(std::unique_ptr<I> module) {
+    std::pair<std::size_t, I*> AddModule(std::unique_ptr<I> module,
+                                         int verbosity = ::ovex::log::kDebug) {
         I* raw = module.get();
         auto& modules = m_modules[std::type_index(typeid(I))];
         modules.push_back(std::move(module));
         const std::size_t index = modules.size() - 1;
-        OVEX_LOG_DEBUG("Module '%s' added to the device (index %zu).", raw->GetName(), index);
+        OVEX_LOG(verbosity, "Module '%s' added to the device (index %zu).", raw->GetName(), index);
         return {index, raw};
     }
 

@@ -78,16 +78,37 @@ std::string ReadChipId(States& states, std::string& cached) {
     return cached;
 }
 
-std::error_code ReadChipRecord(Commands& commands, ChipInfo& info) {
+std::error_code FetchChipRecord(Commands& commands, std::optional<ChipRecord>& record) {
     // Chip type, a code, a 16-bit number, an unread byte, a second 16-bit number, a pad byte.
-    std::array<std::uint8_t, 8> record{};
-    if (const auto ec = commands.Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(record))) {
+    constexpr std::size_t kReadBytes = 7;
+    std::array<std::uint8_t, 8> answer{};
+    std::size_t received = 0;
+    record.reset();
+    if (const auto ec =
+            commands.Invoke("TPX_CHIP_INFO", std::span<std::uint8_t>(answer), received)) {
         return ec;
     }
-    info.number_a = static_cast<std::uint16_t>(record[2] << 8 | record[3]);
-    info.number_b = static_cast<std::uint16_t>(record[5] << 8 | record[6]);
-    info.code = record[1] >= 1 && record[1] <= 2 ? record[1] : 0;
-    info.chip_type = record[0] >= 1 && record[0] <= 4 ? record[0] : 0;
+    if (received < kReadBytes) {
+        return {};
+    }
+    record.emplace();
+    record->chip_type = answer[0] >= 1 && answer[0] <= 4 ? answer[0] : 0;
+    record->code = answer[1] >= 1 && answer[1] <= 2 ? answer[1] : 0;
+    record->number_a = static_cast<std::uint16_t>(answer[2] << 8 | answer[3]);
+    record->number_b = static_cast<std::uint16_t>(answer[5] << 8 | answer[6]);
+    return {};
+}
+
+std::error_code ReadChipRecord(Commands& commands, ChipInfo& info) {
+    std::optional<ChipRecord> answer;
+    if (const auto ec = FetchChipRecord(commands, answer)) {
+        return ec;
+    }
+    const ChipRecord record = answer.value_or(ChipRecord{});
+    info.number_a = record.number_a;
+    info.number_b = record.number_b;
+    info.code = record.code;
+    info.chip_type = record.chip_type;
     return {};
 }
 

@@ -39,8 +39,20 @@ std::string DecodeChipId(std::uint32_t efuses);
 // TPX_CHIP_ID and kept in `cached`. A failed read gives "<UNKNOWN>" and leaves `cached`.
 std::string ReadChipId(States& states, std::string& cached);
 
+// The board's chip information record, the answer of the command TPX_CHIP_INFO.
+struct ChipRecord {
+    std::uint8_t chip_type = 0;  // 1 to 4, else 0
+    std::uint8_t code = 0;       // 1 or 2, else 0
+    std::uint16_t number_a = 0;
+    std::uint16_t number_b = 0;
+};
+
+// Asks the board for its record: 8 bytes, of which the first 7 are read. Nothing in `record`
+// when fewer came.
+std::error_code FetchChipRecord(Commands& commands, std::optional<ChipRecord>& record);
+
 // Fills the record fields of `info` (the two numbers, the code and the chip type) from the
-// command TPX_CHIP_INFO; the rest of `info` stays as it is.
+// board's record, all 0 if it came short; the rest of `info` stays as it is.
 std::error_code ReadChipRecord(Commands& commands, ChipInfo& info);
 
 // A failed step of a chip's reset, logged as "<what> <chip id> - <category>: <message>.".

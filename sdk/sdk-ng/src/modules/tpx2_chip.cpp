@@ -191,15 +191,13 @@ std::error_code Timepix2::ReadMatrix(std::vector<std::uint8_t>& out) {
     if (const auto ec = ReadHalfMatrix(kConf.id, kConf.name, conf)) {
         return ec;
     }
-    // The merge needs both halves whole: after a short CONF the TRIM isn't asked for.
-    if (conf.size() == tpx2::kHalfMatrixSize) {
-        if (const auto ec = ReadHalfMatrix(kTrim.id, kTrim.name, trim)) {
-            return ec;
-        }
+    if (const auto ec = ReadHalfMatrix(kTrim.id, kTrim.name, trim)) {
+        return ec;
     }
     if (const auto ec = SetPrcBypass(false)) {
         return ec;
     }
+    // The merge needs both halves whole.
     if (conf.size() != tpx2::kHalfMatrixSize || trim.size() != tpx2::kHalfMatrixSize) {
         out.clear();
         return std::make_error_code(std::errc::no_message_available);

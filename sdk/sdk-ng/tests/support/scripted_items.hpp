@@ -4,6 +4,7 @@
 // recorded, and any item can be made to fail.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <span>
@@ -19,7 +20,8 @@ namespace ovex::sdk::testing {
 
 inline const std::error_code kBoardError = std::make_error_code(std::errc::io_error);
 
-// TPX_CHIP_INFO and any other invocation with output copies `chip_info` out.
+// TPX_CHIP_INFO and any other invocation with output copies `chip_info` out, and answers as many
+// bytes as it holds.
 class ScriptedCommands final : public Commands {
 public:
     using Bytes = std::vector<std::uint8_t>;
@@ -34,6 +36,12 @@ public:
     }
     std::error_code Invoke(std::string_view name, std::span<const std::uint8_t> input) override {
         return Record(name, Bytes(input.begin(), input.end()));
+    }
+    std::error_code Invoke(std::string_view name, std::span<std::uint8_t> output,
+                           std::size_t& received) override {
+        const auto ec = Invoke(name, output);
+        received = ec ? 0 : std::min(chip_info.size(), output.size());
+        return ec;
     }
 
     // The n-th invocation of this command from now on fails (0: the next).

@@ -3,6 +3,7 @@
 // The four item families the board publishes: commands, versions, states, monitors. Each has a
 // count and a name for every id; an id is the item's place in the board's list.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -26,9 +27,11 @@ std::error_code GetCount(device::UsbDevice& device, unsigned int& count,
 std::error_code GetName(device::UsbDevice& device, CmdId id, std::string& name,
                         double timeout = kDefaultTimeout);
 std::error_code Invoke(device::UsbDevice& device, CmdId id, double timeout = kDefaultTimeout);
-// The command's output lands in `output`; its size is the request's length.
+// The command's output lands in `output`; its size is the request's length. `received`, if
+// given, gets the number of bytes the board answered, which may be fewer.
 std::error_code InvokeWithOutput(device::UsbDevice& device, CmdId id,
-                                 std::span<std::uint8_t> output, double timeout = kDefaultTimeout);
+                                 std::span<std::uint8_t> output, double timeout = kDefaultTimeout,
+                                 std::size_t* received = nullptr);
 std::error_code InvokeWithInput(device::UsbDevice& device, CmdId id,
                                 std::span<const std::uint8_t> input,
                                 double timeout = kDefaultTimeout);

@@ -5,6 +5,7 @@
 // for its last-error word, so a state change only counts when the board says it happened.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -29,11 +30,13 @@ using Encoder = std::function<void(std::span<std::uint8_t> field)>;
 std::error_code RecvViaCmd(device::UsbDevice& device, VendorCommand command,
                            std::span<std::uint8_t> field, const Decoder& decode, double timeout);
 
-// The write rule with the payload going to the board, and with the board answering into `data`.
+// The write rule with the payload going to the board, and with the board answering into `data`;
+// `transferred`, if given, gets the number of bytes the board answered, which may be fewer.
 std::error_code SendOut(device::UsbDevice& device, VendorCommand command,
                         std::span<const std::uint8_t> data, double timeout);
 std::error_code SendIn(device::UsbDevice& device, VendorCommand command,
-                       std::span<std::uint8_t> data, double timeout);
+                       std::span<std::uint8_t> data, double timeout,
+                       std::size_t* transferred = nullptr);
 
 // The write rule with a payload of `size` bytes that `encode` fills.
 std::error_code SendViaCmd(device::UsbDevice& device, VendorCommand command, std::size_t size,
